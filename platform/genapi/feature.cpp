@@ -1,0 +1,130 @@
+#include "platform/genapi/feature.h"
+
+#include <cmath>
+
+#include "platform/genapi/exceptions.h"
+
+namespace genapi {
+namespace {
+
+std::string value_of(const feature& of, const value& what) {
+  return of.name() + ": value " + to_text(what);
+}
+
+std::string with_unit(const feature& of, const value& what) {
+  return of.unit().empty() ? to_text(what) : to_text(what) + " " + of.unit();
+}
+
+template <class Number>
+void check_limits(const feature& of, Number number, Number min, Number max) {
+  if (number < min) {
+    raise<GenICam::OutOfRangeException>(value_of(of, number) + " is below the minimum " + with_unit(of, min));
+  }
+  if (number > max) {
+    raise<GenICam::OutOfRangeException>(value_of(of, number) + " is above the maximum " + with_unit(of, max));
+  }
+}
+
+void check_integer(const feature& of, std::int64_t number, std::int64_t min, std::int64_t max,
+                   std::int64_t inc) {
+  check_limits(of, number, min, max);
+  const std::int64_t excess = inc > 1 ? (number - min) % inc : 0;
+  if (excess != 0) {
+    raise<GenICam::OutOfRangeException>(
+        value_of(of, number) + " is off the increment " + std::to_string(inc) + ", next to it are " +
+        std::to_string(number - excess) + " and " + std::to_string(number - excess + inc));
+  }
+}
+
+void check_number(const feature& of, double number, double min, double max) {
+  if (std::isnan(number)) {
+    raise<GenICam::InvalidArgumentException>(of.name() + ": value is not a number, right is " + to_text(min) +
+                                             " to " + with_unit(of, max));
+  }
+  check_limits(of, number, min, max);
+}
+
+void check_entry(const feature& of, std::int64_t number, const std::vector<entry>& entries) {
+  const entry* chosen = find_entry(entries, number);
+  if (chosen == nullptr) {
+    raise<GenICam::InvalidArgumentException>(value_of(of, number) +
+                                             " is none of its entries: " + entry_names(entries));
+  }
+  if (chosen->access == GenApi::NI || chosen->access == GenApi::NA) {
+    raise<GenICam::AccessException>(of.name() + ": entry " + chosen->name + " is not offered by the camera");
+  }
+}
+
+void check_presented(feature& of, const value& what) {
+  const value_kind kind = of.kind();
+  limits within;
+  if (kind == value_kind::integer || kind == value_kind::floating) {
+    within = {of.min(), of.max(), kind == value_kind::integer ? of.inc() : value()};
+  }
+  check_value(of, kind, what, within, of.entries());
+}
+
+void check_readable(feature& of) {
+  const GenApi::EAccessMode access = of.access();
+  if (access != GenApi::RO && access != GenApi::RW) {
+    raise<GenICam::AccessException>(of.name() + (access == GenApi::WO ? ": is write only, it cannot be read"
+                                                 : access == GenApi::NA
+                                                     ? ": is not available at the moment"
+                                                     : ": is not implemented by the camera"));
+  }
+}
+
+}  // namespace
+
+value read(feature& from, bool verify, bool ignoreCache) {
+  check_readable(from);
+  value result = from.get(ignoreCache);
+  if (verify) {
+    check_presented(from, result);
+  }
+  return result;
+}
+
+void write(feature& to, const value& written, bool verify) {
+  if (verify) {
+    check_writable(to, written, to.access());
+    check_presented(to, written);
+  }
+  to.set(written);
+}
+
+void check_value(const feature& of, value_kind kind, const value& what, const limits& within,
+                 const std::vector<entry>& entries) {
+  switch (kind) {
+    case value_kind::integer:
+      check_integer(of, to_integer(what), to_integer(within.min), to_integer(within.max),
+                    to_integer(within.inc));
+      break;
+    case value_kind::floating:
+      check_number(of, to_number(what), to_number(within.min), to_number(within.max));
+      break;
+    case value_kind::enumeration:
+      check_entry(of, to_integer(what), entries);
+      break;
+    case value_kind::boolean:
+    case value_kind::string:
+      break;
+  }
+}
+
+void check_writable(feature& of, const value& written, GenApi::EAccessMode access) {
+  if (access == GenApi::RW || access == GenApi::WO) {
+    return;
+  }
+  const std::string refused =
+      of.name() + ": value " + format(of.kind(), of.entries(), written) + " refused, it ";
+  if (access != GenApi::RO) {
+    raise<GenICam::AccessException>(refused + "is not " +
+                                    (access == GenApi::NI ? "implemented" : "available"));
+  }
+  const char* obstacle = of.obstacle();
+  raise<GenICam::AccessException>(refused + "is read only" +
+                                  (obstacle != nullptr ? std::string(": ") + obstacle : ""));
+}
+
+}  // namespace genapi

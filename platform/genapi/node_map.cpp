@@ -1,0 +1,16 @@
+#include "platform/genapi/node_map.h"
+
+namespace genapi {
+
+void node_map::add(feature& of) {
+  nodes_.push_back(make_node(of, gate_));
+  byName_[of.name()] = nodes_.back().get();
+}
+
+GenApi::INode* node_map::GetNode(const GenICam::gcstring& name) const {
+  const auto turn = gate_.hold();
+  const auto found = byName_.find(std::string_view(name.c_str()));
+  return found == byName_.end() ? nullptr : found->second;
+}
+
+}  // namespace genapi

@@ -1,0 +1,433 @@
+#include "platform/sim/camera.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+
+#include "platform/genapi/exceptions.h"
+#include "platform/sim/clock.h"
+#include "platform/sim/gate.h"
+#include "platform/sim/sim.h"
+#include "platform/sim/stream_options.h"
+
+namespace sim {
+namespace {
+
+constexpr double slowestHz = 1e-3;  // against a rate that was forced to nothing
+constexpr std::uint64_t usPerMs = 1000;
+constexpr double sensorAboveCase = 6.5;  // degrees
+
+template <std::size_t size>
+void copy_text(char (&to)[size], const std::string& from) {
+  std::memcpy(to, from.c_str(), std::min(from.size() + 1, size));
+}
+
+// Eight bits a pixel become ten in two bytes, low byte first, from the end so that it can be done in place.
+void widen(std::uint8_t* pixels, std::size_t count) {
+  for (std::size_t at = count; at-- > 0;) {
+    const unsigned wide = pixels[at] * 4U;
+    pixels[2 * at] = static_cast<std::uint8_t>(wide);
+    pixels[2 * at + 1] = static_cast<std::uint8_t>(wide >> 8);
+  }
+}
+
+std::string journal_line(const genapi::feature_access& what, const std::string& point) {
+  if (what.what == genapi::operation::write) {
+    return point + "=" + genapi::to_text(*what.written) + (what.verify ? "" : " (unverified)");
+  }
+  return point + (what.verify ? " (verified)" : "") + (what.ignoreCache ? " (uncached)" : "");
+}
+
+}  // namespace
+
+camera::camera(camera_description description)
+    : description_(std::move(description)),
+      thermometer_(clock_us()),
+      features_(description_, *this),
+      nodes_(*this),
+      reference_(&nodes_),
+      options_(default_options()) {
+  features_.for_each_present([this](camera_feature& each) { nodes_.add(each); });
+  if (description_.scene != "default") {
+    scene_.emplace(description_.scene, static_cast<std::size_t>(description_.width),
+                   static_cast<std::size_t>(description_.height));
+  }
+}
+
+GEV_DEVICE_INTERFACE camera::record() const {
+  GEV_DEVICE_INTERFACE found{};
+  copy_text(found.manufacturer, genapi::to_text(find_row("DeviceVendorName")->powerUp));
+  copy_text(found.model, description_.model);
+  copy_text(found.serial, description_.serial);
+  copy_text(found.version, description_.version);
+  copy_text(found.username, description_.user);
+  found.ipAddr = description_.address;
+  found.macHigh = 0x0200;  // a locally administered address
+  found.macLow = static_cast<std::uint32_t>(std::hash<std::string>()(description_.serial));
+  return found;
+}
+
+bool camera::answers_to(const GEV_DEVICE_INTERFACE& record) const {
+  return record.ipAddr == description_.address && description_.serial == text_of(record.serial);
+}
+
+// ---- Opening and options
+
+GEV_STATUS camera::open(GevAccessMode mode) {
+  const std::scoped_lock lock(mutex_);
+  if (opened_) {
+    return GEVLIB_ERROR_ACCESS_DENIED;
+  }
+  opened_ = mode;
+  return GEVLIB_OK;
+}
+
+void camera::close() {
+  const std::scoped_lock lock(mutex_);
+  stop();
+  before_change();
+  transfer_.reset();
+  opened_.reset();
+  if (!description_.keepOnClose) {
+    features_.power_up();
+    options_ = default_options();
+  }
+}
+
+GEV_CAMERA_OPTIONS camera::options() {
+  const std::scoped_lock lock(mutex_);
+  return options_;
+}
+
+GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
+  if (!possible(wanted)) {
+    return GEVLIB_ERROR_PARAMETER_INVALID;
+  }
+  const std::scoped_lock lock(mutex_);
+  options_ = wanted;
+  return GEVLIB_OK;
+}
+
+// ---- Features
+
+std::unique_lock<std::mutex> camera::enter(const genapi::feature_access& what) {
+  const effect fault = pass([&] {
+    const std::string point = genapi::name_of(what);
+    return passage{point, journal_line(what, point), serial()};
+  });
+  raise_effect(fault);
+  std::unique_lock lock(mutex_);
+  if (!opened_) {
+    genapi::raise<GenICam::LogicalErrorException>(*what.feature + ": the camera " + serial() +
+                                                  " is closed, its nodes end with GevCloseCamera");
+  }
+  return lock;
+}
+
+const char* camera::write_obstacle(bool locked) {
+  if (opened_ == GevMonitorMode) {
+    return "the camera is open for monitoring only";
+  }
+  return locked && transferring() ? "locked while frames are transferred" : nullptr;
+}
+
+// Frames that are due and heat that has come are still of the old settings.
+void camera::before_change() {
+  const std::uint64_t now = clock_us();
+  catch_up(now);
+  thermometer_.after(now, frames_per_second());
+  settingsStale_ = true;
+}
+
+double camera::measure(std::size_t place) {
+  const double inside = thermometer_.after(clock_us(), frames_per_second());
+  return place == 0 ? inside : inside + sensorAboveCase;
+}
+
+double camera::frames_per_second() {
+  if (!transferring()) {
+    return 0;
+  }
+  refresh_settings();
+  return 1e6 / intervalUs_;
+}
+
+std::string camera::feature_text(const std::string& name, const std::string& selected) {
+  const std::scoped_lock lock(mutex_);
+  return features_.at(name).text(selected);
+}
+
+void camera::force_feature(const std::string& name, const std::string& text) {
+  const std::scoped_lock lock(mutex_);
+  features_.at(name).force(text);
+}
+
+void camera::alter_feature(const std::string& name, const std::string& property, const std::string& text) {
+  const std::scoped_lock lock(mutex_);
+  if (const auto dot = name.find('.'); dot != std::string::npos) {
+    features_.at(name.substr(0, dot)).alter_entry(name.substr(dot + 1), property, text);
+    return;
+  }
+  camera_feature& feature = features_.at(name);
+  const auto before = feature.kind();
+  feature.alter(property, text);
+  if (feature.kind() != before && features_.present(name) != nullptr) {
+    nodes_.add(feature);
+  }
+}
+
+// What the light on an output line adds to each exposure: the pulse as far as it lies within the exposure,
+// or, inverted, the rest of the exposure. Only a line that follows the exposure pulses.
+double camera::lit_us(const char* line) {
+  const double exposure = features_.at("ExposureTime").number();
+  const double delay = features_.at("outputLinePulseDelay").number(line);
+  const double end = delay + features_.at("outputLinePulseDuration").number(line);
+  const bool follows = features_.at("outputLineSource").text(line) == "ExposureActive";
+  const double pulse = follows ? std::clamp(end, 0.0, exposure) - std::clamp(delay, 0.0, exposure) : 0;
+  return features_.at("LineInverter").number(line) != 0 ? exposure - pulse : pulse;
+}
+
+void camera::refresh_settings() {
+  if (!settingsStale_) {
+    return;
+  }
+  settingsStale_ = false;
+  const auto number = [this](const char* name) { return features_.at(name).number(); };
+  const auto side = [&](const char* name, std::int64_t min, std::int64_t max) {
+    return static_cast<std::size_t>(
+        std::clamp(std::llround(number(name)), static_cast<long long>(min), static_cast<long long>(max)));
+  };
+  settings_.noise = description_.noise;
+  settings_.exposureUs = std::max(number("ExposureTime"), 0.0);
+  settings_.gain = features_.at("Gain").number("SensorAll") * features_.at("Gain").number("DigitalAll");
+  settings_.infraredUs = {lit_us("Line3"), lit_us("Line4")};
+  settings_.tone = number("lutMode") == 0                                ? tone_curve::linear
+                   : features_.at("lutType").text() == "GammaCorrection" ? tone_curve::gamma
+                                                                         : tone_curve::negative;
+  settings_.gamma = number("gammaCorrection");
+  settings_.reverseX = number("ReverseX") != 0;
+  settings_.reverseY = number("ReverseY") != 0;
+  if (!transferring()) {  // the buffers of a transfer are made for its window
+    settings_.width = side("Width", 1, description_.width);
+    settings_.height = side("Height", 1, description_.height);
+    settings_.offsetX = side("OffsetX", 0, description_.width - static_cast<std::int64_t>(settings_.width));
+    settings_.offsetY = side("OffsetY", 0, description_.height - static_cast<std::int64_t>(settings_.height));
+    pixelFormat_ = static_cast<std::uint32_t>(number("PixelFormat"));
+  }
+  intervalUs_ = std::max(1e6 / std::max(number("AcquisitionFrameRate"), slowestHz), settings_.exposureUs);
+  const double ticksPerSecond = number("GevTimestampTickFrequency");
+  ticksPerUs_ = (ticksPerSecond > 0 ? ticksPerSecond : 1e9) * 1e-6;
+}
+
+// ---- Transfer
+
+std::size_t camera::payload() const {
+  return settings_.width * settings_.height * (pixelFormat_ == pixelFormatMono10 ? 2 : 1);
+}
+
+GEV_STATUS camera::start(std::uint32_t numFrames) {
+  const std::scoped_lock lock(mutex_);
+  if (transferring()) {
+    return GEVLIB_ERROR_TRANSFER_ACTIVE;
+  }
+  if (numFrames == 0) {
+    return GEVLIB_ERROR_PARAMETER_INVALID;
+  }
+  before_change();
+  refresh_settings();
+  const std::size_t count = options_.streamNumFramesBuffered;
+  if (count * payload() > options_.streamMemoryLimitMax) {
+    return GEVLIB_ERROR_NO_MEMORY;
+  }
+  // Buffers that were not freed after an abort are used again, frames that are out stay valid.
+  const bool again = transfer_ && transfer_->ring.fits(count, payload());
+  frame_ring ring = again ? std::move(transfer_->ring) : frame_ring(count, payload());
+  ring.start_over();
+  transfer_.emplace(transfer{.ring = std::move(ring),
+                             .framesLeft = numFrames == UINT32_MAX ? UINT64_MAX : numFrames,
+                             .nextStartUs = static_cast<double>(clock_us())});
+  lost_ = 0;
+  return GEVLIB_OK;
+}
+
+void camera::stop() {
+  if (transferring()) {
+    before_change();
+    transfer_->running = false;
+    transfer_->ring.drop_queued();
+  }
+  ++stops_;
+  wake_.notify_all();
+}
+
+GEV_STATUS camera::abort() {
+  const std::scoped_lock lock(mutex_);
+  if (!transferring()) {
+    return GEVLIB_ERROR_TRANSFER_NOT_ACTIVE;
+  }
+  stop();
+  return GEVLIB_OK;
+}
+
+GEV_STATUS camera::free() {
+  const std::scoped_lock lock(mutex_);
+  if (!transfer_) {
+    return GEVLIB_ERROR_TRANSFER_NOT_ACTIVE;
+  }
+  if (transferring()) {
+    return GEVLIB_ERROR_TRANSFER_ACTIVE;
+  }
+  transfer_.reset();
+  return GEVLIB_OK;
+}
+
+// ---- Frames
+
+void camera::catch_up(std::uint64_t nowUs) {
+  if (description_.freePacing || !exposes()) {
+    return;
+  }
+  refresh_settings();
+  const auto now = static_cast<double>(nowUs);
+  // The clock may have been exchanged for one that is far behind.
+  transfer_->nextStartUs = std::min(transfer_->nextStartUs, now + intervalUs_);
+  while (exposes() && transfer_->nextStartUs + settings_.exposureUs <= now) {
+    expose(transfer_->nextStartUs);
+    transfer_->nextStartUs += intervalUs_;
+  }
+}
+
+void camera::expose_for_wait(std::uint64_t nowUs) {
+  if (!description_.freePacing || !exposes() || !transfer_->ring.has_free()) {
+    return;
+  }
+  refresh_settings();
+  const auto now = static_cast<double>(nowUs);
+  transfer_->nextStartUs = std::min(transfer_->nextStartUs, now + intervalUs_);
+  if (transfer_->nextStartUs > now) {
+    return;
+  }
+  expose(now);
+  transfer_->nextStartUs = transfer_->ring.has_queued() ? now : now + intervalUs_;
+}
+
+void camera::expose(double startUs) {
+  ++transfer_->lastId;
+  --transfer_->framesLeft;
+  const effect fault = pass([this] { return passage{"frame", "", serial()}; });
+  if (fault.kind == effect_kind::lost || fault.kind == effect_kind::silent) {
+    transfer_->silent = fault.kind == effect_kind::silent;
+    return;
+  }
+  if (!transfer_->ring.has_free()) {
+    ++lost_;
+    return;
+  }
+  frame_ring::buffer& buffer = transfer_->ring.queue();
+  fill(buffer, startUs);
+  if (fault.kind == effect_kind::empty) {
+    buffer.frame.address = nullptr;
+  } else if (fault.kind == effect_kind::bad) {
+    buffer.frame.status = static_cast<std::int32_t>(fault.number);
+  }
+}
+
+void camera::fill(frame_ring::buffer& buffer, double startUs) {
+  buffer.picture = settings_;
+  buffer.picture.timeUs = static_cast<std::uint64_t>(startUs);
+  buffer.picture.noiseSeed = transfer_->lastId;
+  const auto ticks = static_cast<std::uint64_t>(std::floor(startUs) * ticksPerUs_);
+  GEV_BUFFER_OBJECT& frame = buffer.frame;
+  frame = {};
+  if (description_.timestamps != timestamp_style::none) {
+    frame.timestamp_hi = static_cast<std::uint32_t>(ticks >> 32);
+    frame.timestamp_lo = static_cast<std::uint32_t>(ticks);
+  }
+  frame.timestamp = description_.timestamps == timestamp_style::full ? ticks : 0;
+  frame.id = transfer_->lastId;
+  frame.recv_size = static_cast<std::uint32_t>(payload());
+  frame.h = static_cast<std::uint32_t>(settings_.height);
+  frame.w = static_cast<std::uint32_t>(settings_.width);
+  frame.d = pixelFormat_ == pixelFormatMono10 ? 2 : 1;
+  frame.format = pixelFormat_;
+  frame.address = buffer.pixels.get();
+}
+
+// Draws the frame only now that somebody wants it.
+GEV_BUFFER_OBJECT* camera::deliver() {
+  frame_ring::buffer& buffer = transfer_->ring.deliver();
+  if (!buffer.drawn || !description_.still) {
+    buffer.drawn = true;
+    draw(the_scene(), buffer.picture, buffer.pixels.get());
+    if (buffer.frame.format == pixelFormatMono10) {
+      widen(buffer.pixels.get(), settings_.width * settings_.height);
+    }
+  }
+  return &buffer.frame;
+}
+
+const scene& camera::the_scene() {
+  if (!scene_) {
+    scene_.emplace(static_cast<std::size_t>(description_.width),
+                   static_cast<std::size_t>(description_.height));
+  }
+  return *scene_;
+}
+
+// When the next frame can be ready, if that is before the deadline.
+std::uint64_t camera::next_event(std::uint64_t deadlineUs) const {
+  const bool blocked = description_.freePacing && transfer_ && !transfer_->ring.has_free();
+  if (!exposes() || blocked) {
+    return deadlineUs;
+  }
+  const double exposureUs = description_.freePacing ? 0 : settings_.exposureUs;
+  const double ready = std::ceil(transfer_->nextStartUs + exposureUs);
+  return ready < static_cast<double>(deadlineUs) ? static_cast<std::uint64_t>(ready) : deadlineUs;
+}
+
+GEV_STATUS camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
+  std::unique_lock lock(mutex_);
+  std::uint64_t now = clock_us();
+  const std::uint64_t deadline = now + timeoutMs * usPerMs;
+  const std::uint64_t stopsBefore = stops_;
+  for (;; now = clock_us()) {
+    catch_up(now);
+    expose_for_wait(now);
+    if (transfer_ && transfer_->ring.has_queued()) {
+      *frame = deliver();
+      return (*frame)->status;
+    }
+    if (now >= deadline) {
+      return GEVLIB_ERROR_TIME_OUT;
+    }
+    wait_until(wake_, lock, next_event(deadline));
+    if (stops_ != stopsBefore) {
+      return GEVLIB_ERROR_ABORTED;
+    }
+  }
+}
+
+GEV_STATUS camera::release(const GEV_BUFFER_OBJECT* frame) {
+  const std::scoped_lock lock(mutex_);
+  catch_up(clock_us());
+  return transfer_ && transfer_->ring.release(frame) ? GEVLIB_OK : GEVLIB_ERROR_PARAMETER_INVALID;
+}
+
+std::uint64_t camera::frames_lost() {
+  const std::scoped_lock lock(mutex_);
+  catch_up(clock_us());
+  return lost_;
+}
+
+bool camera::has_transfer() {
+  const std::scoped_lock lock(mutex_);
+  return transfer_.has_value();
+}
+
+std::size_t camera::frames_held() {
+  const std::scoped_lock lock(mutex_);
+  return transfer_ ? transfer_->ring.held() : 0;
+}
+
+}  // namespace sim

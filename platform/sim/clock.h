@@ -1,0 +1,20 @@
+// The clock of all simulated cameras: the monotonic one, or one that is driven (see sim.h).
+#ifndef PLATFORM_SIM_CLOCK_H
+#define PLATFORM_SIM_CLOCK_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace sim {
+
+// Back to the monotonic clock.
+void release_clock();
+// Lets so much time pass: sleeps, or moves the driven clock.
+void pass_time(std::uint64_t us);
+// Returns when it is `us` or `wake` was notified; a driven clock jumps there at once.
+void wait_until(std::condition_variable& wake, std::unique_lock<std::mutex>& lock, std::uint64_t us);
+
+}  // namespace sim
+
+#endif

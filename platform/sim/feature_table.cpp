@@ -1,0 +1,90 @@
+#include "platform/sim/feature_table.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+using genapi::value_kind;
+
+const std::vector<genapi::entry> offOrActive = {{"Off", 0}, {"Active", 1}};
+
+// clang-format off
+const std::vector<genapi::entry> chunks = {
+    {"OffsetX", 0}, {"OffsetY", 1}, {"Width", 2}, {"Height", 3}, {"PixelFormat", 4},
+    {"Timestamp", 5}, {"ExposureTime", 6}, {"Gain", 7}, {"LineStatusAll", 8}, {"FrameID", 9}};
+
+std::vector<feature_row> make_table() {
+  return {
+      // Who it is
+      {.name = "DeviceVendorName", .kind = value_kind::string, .access = GenApi::RO, .powerUp = "Simulated Cameras"},
+      {.name = "DeviceModelName", .kind = value_kind::string, .access = GenApi::RO},
+      {.name = "DeviceSerialNumber", .kind = value_kind::string, .access = GenApi::RO},
+      {.name = "DeviceVersion", .kind = value_kind::string, .access = GenApi::RO},
+      {.name = "DeviceTemperatureSelector", .kind = value_kind::enumeration, .powerUp = 1,
+       .entries = {{"Internal", 0}, {"Mainboard", 1}}},
+      {.name = "DeviceTemperature", .kind = value_kind::floating, .unit = "C", .access = GenApi::RO,
+       .powerUp = 0.0, .min = -40.0, .max = 125.0, .selector = "DeviceTemperatureSelector", .measured = true},
+      {.name = "GevTimestampTickFrequency", .unit = "Hz", .access = GenApi::RO, .powerUp = 1'000'000'000,
+       .min = 0, .max = INT64_MAX},
+
+      // Light and time
+      {.name = "ExposureTime", .kind = value_kind::floating, .unit = "us", .powerUp = 5000.0,
+       .min = 10.0, .max = 2'000'000.0},
+      {.name = "AcquisitionFrameRate", .kind = value_kind::floating, .unit = "Hz", .powerUp = 30.0,
+       .min = 0.1, .max = 1000.0},
+      {.name = "GainSelector", .kind = value_kind::enumeration, .powerUp = 0,
+       .entries = {{"SensorAll", 0}, {"DigitalAll", 1}}},
+      {.name = "Gain", .kind = value_kind::floating, .powerUp = 1.0, .min = 1.0, .max = 16.0,
+       .selector = "GainSelector"},
+      {.name = "lutMode", .kind = value_kind::enumeration, .powerUp = 1, .entries = offOrActive},
+      {.name = "lutType", .kind = value_kind::enumeration, .powerUp = 1,
+       .entries = {{"UserDefined1", 0}, {"GammaCorrection", 1}}},
+      {.name = "gammaCorrection", .kind = value_kind::floating, .powerUp = 1.0, .min = 0.1, .max = 4.0},
+      // Can be switched, but this camera's exposure and gain stay as they are set.
+      {.name = "autoBrightnessMode", .kind = value_kind::enumeration, .powerUp = 0, .entries = offOrActive},
+
+      // What a frame carries
+      {.name = "ChunkModeActive", .kind = value_kind::boolean, .powerUp = 0},
+      {.name = "ChunkSelector", .kind = value_kind::enumeration, .powerUp = 0, .entries = chunks},
+      {.name = "ChunkEnable", .kind = value_kind::boolean, .powerUp = 0, .selector = "ChunkSelector"},
+
+      // The window on the sensor, within the sensor's limits
+      {.name = "OffsetX", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Width", .locked = true},
+      {.name = "OffsetY", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Height", .locked = true},
+      {.name = "Width", .unit = "px", .inc = widthIncrement, .fitsWith = "OffsetX", .locked = true},
+      {.name = "Height", .unit = "px", .inc = heightIncrement, .fitsWith = "OffsetY", .locked = true},
+      {.name = "ReverseX", .kind = value_kind::boolean, .powerUp = 0},
+      {.name = "ReverseY", .kind = value_kind::boolean, .powerUp = 0},
+      {.name = "PixelFormat", .kind = value_kind::enumeration, .powerUp = pixelFormatMono8,
+       .entries = {{"Mono8", pixelFormatMono8}, {"Mono10", pixelFormatMono10}}, .locked = true},
+
+      // Lines: infrared lights hang on Line3 and Line4
+      {.name = "LineSelector", .kind = value_kind::enumeration, .powerUp = 0,
+       .entries = {{"Line1", 0}, {"Line2", 1}, {"Line3", 2}, {"Line4", 3}}},
+      {.name = "outputLineSource", .kind = value_kind::enumeration, .powerUp = 0,
+       .entries = {{"Off", 0}, {"ExposureActive", 1}, {"ReadoutActive", 2}}, .selector = "LineSelector"},
+      {.name = "LineInverter", .kind = value_kind::boolean, .powerUp = 0, .selector = "LineSelector"},
+      {.name = "outputLinePulseDelay", .unit = "us", .powerUp = 0, .min = 0, .max = 16'777'215,
+       .selector = "LineSelector"},
+      {.name = "outputLinePulseDuration", .unit = "us", .powerUp = 0, .min = 0, .max = 16'777'215,
+       .selector = "LineSelector"},
+  };
+}
+// clang-format on
+
+}  // namespace
+
+const std::vector<feature_row>& feature_table() {
+  static const std::vector<feature_row> table = make_table();
+  return table;
+}
+
+const feature_row* find_row(const std::string& name) {
+  const auto& table = feature_table();
+  const auto found =
+      std::find_if(table.begin(), table.end(), [&](const auto& row) { return row.name == name; });
+  return found == table.end() ? nullptr : &*found;
+}
+
+}  // namespace sim

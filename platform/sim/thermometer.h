@@ -1,0 +1,36 @@
+// The temperature of a camera: it follows the load slowly.
+#ifndef PLATFORM_SIM_THERMOMETER_H
+#define PLATFORM_SIM_THERMOMETER_H
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace sim {
+
+class thermometer {
+ public:
+  explicit thermometer(std::uint64_t nowUs) : sinceUs_(nowUs) {}
+
+  // The temperature now, degrees Celsius, after so many frames a second since the last time of asking.
+  double after(std::uint64_t nowUs, double framesPerSecond) {
+    const double end = std::min(idle + perFrame * framesPerSecond, hottest);
+    const double seconds = nowUs > sinceUs_ ? static_cast<double>(nowUs - sinceUs_) * 1e-6 : 0;
+    celsius_ = end + (celsius_ - end) * std::exp(-seconds / timeConstant);
+    sinceUs_ = nowUs;
+    return celsius_;
+  }
+
+ private:
+  static constexpr double idle = 41.0;
+  static constexpr double perFrame = 0.25;
+  static constexpr double hottest = 85.0;
+  static constexpr double timeConstant = 90.0;  // seconds
+
+  std::uint64_t sinceUs_;
+  double celsius_ = idle;
+};
+
+}  // namespace sim
+
+#endif
