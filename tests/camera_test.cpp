@@ -1,0 +1,305 @@
+// The connection to a camera: found by serial number, opened, configured, and closed on every way out.
+#include "src/camera/gev_camera.h"
+#include "tests/support.h"
+
+namespace test {
+namespace {
+
+using config_view = Zavik::Support::table<property, table_like>;
+
+class connection : public bundle_test {
+ protected:
+  static std::shared_ptr<gigev2::camera_api> connect(const settings& rows) {
+    return gigev2::CameraApi__Create(rows.table().get());
+  }
+};
+
+// Catches a comparison that trims, folds or cuts, a camera too many, and a line that is missing or said
+// twice.
+TEST_F(connection, finds_the_camera_by_its_serial_number) {
+  std::string many;
+  for (int i = 1; i <= 9; ++i) {
+    many += "serial=N" + std::to_string(i) + " sensor=640x480\n";
+  }
+  struct {
+    std::string cameras;
+    settings::cell serial;
+    std::string opened;  // which record; empty: none
+  } const cases[] = {{"serial=abc sensor=640x480; serial=ABC sensor=640x480", "ABC", "ABC"},
+                     {"serial=TWIN sensor=640x480 user=a; serial=TWIN sensor=640x480 user=b", "TWIN", "TWIN"},
+                     {"serial=ABC sensor=640x480", "ABC ", ""},
+                     {"serial=ABC sensor=640x480", "AB", ""},
+                     {"serial=ABC sensor=640x480", std::string("ABC\0", 4), ""},
+                     {"serial=ABC sensor=640x480", "", ""},
+                     {"serial=ABC sensor=640x480; serial= sensor=640x480", "", " "},
+                     {"serial=ABC sensor=640x480", std::string(10'000, 'A'), ""},
+                     {many, "N8", "N8"},
+                     {many, "N9", ""},
+                     {"", "ABC", ""}};
+  for (const auto& c : cases) {
+    cameras(c.cameras);
+    seen();
+    const std::string exception =
+        raised([&] { connect(configuration().set(property::DEV_SERIAL, c.serial)); });
+    const std::string all = seen();
+    EXPECT_EQ(exception, c.opened.empty() ? "not_found_error" : "none") << all;
+    if (c.opened.empty()) {
+      EXPECT_EQ(all, R"(
+5 gev_camera.CameraApi__Create: exec
+> GevGetCameraList 8
+1 gev_camera.CameraApi__Create: fail: not_found_error
+)");
+    } else {
+      EXPECT_NE(all.find("> GevOpenCamera " + (c.opened == " " ? "" : c.opened) + " mode:2\n"),
+                std::string::npos)
+          << all;
+    }
+  }
+}
+
+// Catches an order of construction other than box, open, node map, controls, lines; and a camera that stays
+// open.
+TEST_F(connection, builds_the_controls_in_their_order) {
+  std::shared_ptr<gigev2::camera_api> camera = connect(configuration().pin(0, 5, 2, 1));
+  std::string frame;
+  for (const char* line :
+       {"CameraApi__Create: exec", "GevGetCameraList 8", "gev_irbox: exec", "gev_irbox: done",
+        "4 gev_camera.camera_api: exec", "GevOpenCamera CAM1 mode:2", "GevGetFeatureNodeMap",
+        "exposure_api: exec", "fps_api: exec", "gain_api: exec", "read lutMode", "sensor_api: exec",
+        "sensor_api: done", "gev_irbox.setup: exec", "write outputLineSource=Off", "gev_irbox.setup: done",
+        "4 gev_camera.camera_api: done", "4 gev_camera.CameraApi__Create: done"}) {
+    frame += std::string(line) + "\n";
+  }
+  const std::string all = seen();
+  std::size_t at = 0;
+  for (std::size_t from = 0, to = 0; (to = frame.find('\n', from)) != std::string::npos; from = to + 1) {
+    at = all.find(frame.substr(from, to - from) + "\n", at);
+    ASSERT_NE(at, std::string::npos) << frame.substr(from, to - from) << " is not in its place:" << all;
+  }
+  EXPECT_EQ(camera->getDevParams(), camera->nodeMap);
+  EXPECT_EQ(camera.use_count(), 1);
+  sim::inject("GevCloseCamera: status -1");
+  camera.reset();
+  EXPECT_EQ(seen(), "\n> GevCloseCamera\n");  // a refusal is ignored
+  sim::reset();
+}
+
+// Catches a failure that is turned into another exception, logged otherwise, or leaves the camera open.
+TEST_F(connection, fails_with_the_right_exception_and_closes_the_camera) {
+  struct {
+    settings rows;
+    const char* fault;
+    const char* exception;
+    const char* end;  // of the log
+    bool opened;
+  } const cases[] = {
+      {configuration().without(property::DEV_SERIAL), "", "params_error",
+       "5 gev_camera.CameraApi__Create: exec\n"
+       "1 gev_camera.CameraApi__Create: fail: property_table_t::getString (property:DEV_SERIAL)\n",
+       false},
+      {configuration(), "GevOpenCamera: status -7", "internal_error",
+       "1 gev_camera.camera_api: fail: GevOpenCamera\n1 gev_camera.CameraApi__Create: fail\n", false},
+      {configuration(), "GevOpenCamera: null", "internal_error",
+       "1 gev_camera.camera_api: fail: GevOpenCamera\n1 gev_camera.CameraApi__Create: fail\n", false},
+      {configuration(), "GevGetFeatureNodeMap: null", "internal_error",
+       "1 gev_camera.camera_api: fail: GevGetFeatureNodeMap\n1 gev_camera.CameraApi__Create: fail\n", true},
+      {configuration(), "GevGetFeatureNodeMap: empty", "internal_error", "4 gev_camera.camera_api: exec\n",
+       true},
+      {configuration().without(property::VS_ACQ_FPS_HZ), "", "params_error",
+       "1 gev_fps.fps_api: fail: VS_ACQ_FPS_HZ\n1 gev_camera.CameraApi__Create: fail\n", true},
+      {configuration(), "write AcquisitionFrameRate: access", "internal_error",
+       "4 float_param.getHardMax: done: name:AcquisitionFrameRate, hard-max:1000.000000\n", true},
+      {configuration(), "write LineSelector: memory", "none", "4 gev_camera.CameraApi__Create: done\n", true},
+      {configuration(), "write Width: memory", "internal_error",
+       "1 gev_camera.CameraApi__Create: fail: exception <std::bad_alloc>\n", true},
+      {configuration().pin(0, 5, 2, 1), "write LineSelector: std", "internal_error",
+       "1 gev_camera.CameraApi__Create: fail: exception <injected fault>\n", true},
+      {configuration().without(property::VS_SWEEP_MANUAL_IR_LEVEL), "", "internal_error",
+       "1 gev_irbox.setup: fail: table::getInt64 (row:VS_SWEEP_MANUAL_IR_LEVEL)\n"
+       "1 gev_camera.CameraApi__Create: fail\n",
+       true},
+      {configuration().pin(0, 1, 1, 1), "", "internal_error",
+       "1 gev_irbox.gev_irbox: fail: unsupported (pin-source:1, col:0)\n1 gev_camera.CameraApi__Create: "
+       "fail\n",
+       false},
+  };
+  for (const auto& c : cases) {
+    sim::clear_faults();
+    sim::inject(c.fault);
+    const table_ptr table = c.rows.table();
+    EXPECT_EQ(raised([&] { gigev2::CameraApi__Create(table.get()); }), c.exception);
+    EXPECT_EQ(sim::open_now().cameras, 0);
+    const std::string all = seen();
+    std::string log;
+    for (std::size_t from = 1, to = 0; (to = all.find('\n', from)) != std::string::npos; from = to + 1) {
+      log += all[from] == '>' ? "" : all.substr(from, to - from + 1);
+    }
+    EXPECT_TRUE(log.ends_with(c.end)) << log << "instead of\n" << c.end;
+    EXPECT_EQ(all.find("> GevCloseCamera") != std::string::npos, c.opened) << all;
+  }
+  EXPECT_EQ(raised([] { gigev2::CameraApi__Create(nullptr); }), "unsupported_error");
+  EXPECT_EQ(seen(), "\n5 gev_camera.CameraApi__Create: exec\n");
+}
+
+class connected : public connection {
+ protected:
+  connected() : camera(connect(configuration())) { seen(); }
+
+  void setupStream(const settings& rows) { camera->setupStream(config_view(rows.table().get())); }
+  void setupPixelFormat(const settings& rows) { camera->setupPixelFormat(config_view(rows.table().get())); }
+
+  std::shared_ptr<gigev2::camera_api> camera;
+};
+
+// Catches a packet size that is limited elsewhere or cut otherwise, and options that are set wrongly or
+// overwritten.
+TEST_F(connected, sets_the_stream_options) {
+  const std::map<std::int64_t, const char*> sizes = {{8192, "8192"}, {9180, "9180"},
+                                                     {9181, "1500"}, {std::int64_t{1} << 40U, "1500"},
+                                                     {0, "0"},       {-1, "4294967295"}};
+  for (const auto& [configured, written] : sizes) {
+    setupStream(settings().set(property::MISC_STREAM_PACKET_SIZE_BYTES_MAX, configured));
+    const std::string all = seen();
+    EXPECT_TRUE(all.starts_with("\n> GevGetCameraInterfaceOptions\n> GevSetCameraInterfaceOptions ")) << all;
+    for (const std::string option :
+         {"heartbeat_timeout_ms:5000,", "streamPktDelay:10,", "streamNumFramesBuffered:4,",
+          "streamMemoryLimitMax:67108864,", "streamFrame_timeout_ms:1001,",
+          "numRetries:3, command_timeout_ms:", "streamPktSize:"}) {
+      EXPECT_NE(all.find(option == "streamPktSize:" ? option + written + "," : option), std::string::npos)
+          << option << all;
+    }
+  }
+  sim::inject("GevSetCameraInterfaceOptions: status -5; GevGetCameraInterfaceOptions: status -1");
+  setupStream(settings());
+  EXPECT_EQ(logged(), R"(
+4 gev_camera.setupStream: fail: getInt64 (param:MISC_STREAM_PACKET_SIZE_BYTES_MAX)
+2 gev_camera.setupStream: Can't configure packet options (packet size 0)
+)");
+}
+
+// Catches a format that is accepted though it is not 8-bit monochrome, or not though it is.
+TEST_F(connected, sets_the_pixel_format) {
+  for (const std::int64_t format : {std::int64_t{1}, (std::int64_t{1} << 32U) + 1}) {
+    setupPixelFormat(settings().set(property::VS_ACQ_FRAME_FORMAT, format));
+    EXPECT_EQ(seen(), "\n> GevSetFeatureValue PixelFormat 17301505\n");
+  }
+  for (const auto& [format, text] : std::map<std::int64_t, std::string>{{0, "0"}, {2, "2"}, {-1, "-1"}}) {
+    EXPECT_EQ(
+        raised([&, code = format] { setupPixelFormat(settings().set(property::VS_ACQ_FRAME_FORMAT, code)); }),
+        "unsupported_error");
+    EXPECT_EQ(seen(), "\n1 gev_camera.setupPixelFormat: fail: unsupported (frame-format:" + text + ")\n");
+  }
+  EXPECT_EQ(raised([&] { setupPixelFormat(settings().set(property::VS_ACQ_FRAME_FORMAT, 1.0F)); }),
+            "params_error");
+  sim::inject("GevSetFeatureValue: status -9");
+  EXPECT_EQ(raised([&] { setupPixelFormat(configuration()); }), "internal_error");
+  EXPECT_EQ(logged(), R"(
+1 gev_camera.setupPixelFormat: fail: table::getInt64 (row:VS_ACQ_FRAME_FORMAT)
+1 gev_camera.setupPixelFormat: fail: GevSetFeatureValue (gev-pixel-format:fmtMono8)
+)");
+}
+
+// Catches a transfer with an end, a state that is guessed, and a refusal that is raised or logged at another
+// level.
+TEST_F(connected, starts_and_stops_the_transfer) {
+  EXPECT_TRUE(camera->startGrabber());
+  EXPECT_TRUE(camera->stopGrabber());
+  sim::inject("GevStartTransfer: status -1; GevAbortTransfer: status 171 x1");
+  EXPECT_FALSE(camera->startGrabber() || camera->stopGrabber());
+  GevFreeTransfer(camera->handle.get());
+  camera->handle.close();
+  EXPECT_FALSE(camera->startGrabber() || camera->stopGrabber());
+  EXPECT_EQ(seen(), R"(
+5 gev_camera.startGrabber: exec
+> GevStartTransfer 4294967295
+4 gev_camera.startGrabber: done
+5 gev_camera.stopGrabber: exec
+> GevAbortTransfer
+4 gev_camera.stopGrabber: done
+5 gev_camera.startGrabber: exec
+> GevStartTransfer 4294967295
+1 gev_camera.startGrabber: fail: GevStartTransfer (answer:0xffffffff)
+5 gev_camera.stopGrabber: exec
+> GevAbortTransfer
+2 gev_camera.stopGrabber: fail: GevAbortTransfer (answer:0xab)
+> GevFreeTransfer
+> GevCloseCamera
+5 gev_camera.startGrabber: exec
+1 gev_camera.startGrabber: fail: handle:null
+5 gev_camera.stopGrabber: exec
+1 gev_camera.stopGrabber: fail: handle:null
+)");
+}
+
+// Catches chunks that are skipped or forced, another order, and a write before all nodes are known.
+TEST_F(connected, enables_the_chunks_that_the_camera_has) {
+  camera->setupCamChunks();
+  EXPECT_EQ(seen(), R"(
+> write ChunkModeActive=1
+> access ChunkSelector.Gain
+> write ChunkSelector=Gain
+> access ChunkEnable
+> write ChunkEnable=1
+> access ChunkSelector.ExposureTime
+> write ChunkSelector=ExposureTime
+> access ChunkEnable
+> write ChunkEnable=1
+> access ChunkSelector.Timestamp
+> write ChunkSelector=Timestamp
+> access ChunkEnable
+> write ChunkEnable=1
+)");
+  sim::alter_feature("CAM1", "ChunkEnable", "access", "RO");
+  sim::alter_feature("CAM1", "ChunkSelector.ExposureTime", "access", "NI");
+  camera->setupCamChunks();
+  EXPECT_EQ(done("write"), R"(
+> write ChunkModeActive=1
+> write ChunkSelector=Gain
+> write ChunkSelector=Timestamp
+)");
+  for (const char* missing : {"ChunkSelector", "ChunkEnable", "ChunkModeActive"}) {
+    sim::alter_feature("CAM1", missing, "kind", "string");
+    EXPECT_EQ(raised([&] { camera->setupCamChunks(); }), "unsupported_error");
+    EXPECT_EQ(seen(), "\n1 gev_camera.setupCamChunks: fail: CNodeMapRef::_GetNode (name:" +
+                          std::string(missing) + ")\n");
+  }
+}
+
+// Catches a brightness that stays automatic in silence.
+TEST_F(connected, switches_automatic_brightness_off) {
+  camera->setBrightnessMode();
+  sim::alter_feature("CAM1", "autoBrightnessMode", "kind", "boolean");
+  EXPECT_EQ(raised([&] { camera->setBrightnessMode(); }), "internal_error");
+  EXPECT_EQ(seen(), R"(
+> write autoBrightnessMode=Off
+2 gev_camera.setBrightnessMode: fail: INodeMap::GetNode (name:autoBrightnessMode)
+)");
+}
+
+// Catches a selector that is written without need, and a reading that ends a run or is made up.
+TEST_F(connected, reads_the_temperature_or_says_that_there_is_none) {
+  sim::set_feature("CAM1", "DeviceTemperature", "41.5");
+  for (const char* calls :
+       {"access DeviceTemperatureSelector.Internal\n> read DeviceTemperatureSelector\n> write "
+        "DeviceTemperatureSelector=Internal\n> read DeviceTemperature\n",
+        "access DeviceTemperatureSelector.Internal\n> read DeviceTemperatureSelector\n> read "
+        "DeviceTemperature\n"}) {
+    EXPECT_EQ(camera->getSensorTempC(), 41.5F);
+    EXPECT_EQ(seen(), std::string("\n> ") + calls);
+  }
+  sim::inject("read DeviceTemperature: timeout x1; read DeviceTemperature: std @2 x1");
+  EXPECT_TRUE(camera->getSensorTempC() == -321.0F && camera->getSensorTempC() == -321.0F);
+  sim::set_feature("CAM1", "DeviceTemperatureSelector", "Mainboard");
+  sim::inject("write DeviceTemperatureSelector: access x1");
+  EXPECT_EQ(raised([&] { camera->getSensorTempC(); }).substr(0, 16), "AccessException:");
+  sim::alter_feature("CAM1", "DeviceTemperature", "kind", "integer");
+  EXPECT_EQ(camera->getSensorTempC(), -321.0F);
+  sim::alter_feature("CAM1", "DeviceTemperatureSelector.Internal", "access", "NI");
+  EXPECT_EQ(camera->getSensorTempC(), -321.0F);
+  sim::alter_feature("CAM1", "DeviceTemperatureSelector", "kind", "string");
+  EXPECT_EQ(camera->getSensorTempC(), -321.0F);
+  EXPECT_EQ(logged(), "\n");
+}
+
+}  // namespace
+}  // namespace test

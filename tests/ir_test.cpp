@@ -1,0 +1,191 @@
+// IR outputs: the pins of the table, and what each set-up writes to the camera's lines.
+#include "src/gev_irbox.h"
+#include "tests/support.h"
+
+namespace test {
+namespace {
+
+class ir_outputs : public bundle_test {
+ protected:
+  ir_outputs() { openCamera(); }
+
+  gigev2::gev_irbox box(const settings& rows) { return {this, rows.table().get()}; }
+  static void setup(gigev2::gev_irbox& box, const settings& rows) { box.setup(rows.table().get()); }
+};
+
+// Catches a write that is missing, superfluous or out of order, on either line.
+TEST_F(ir_outputs, follow_the_exposure_or_are_off) {
+  gigev2::gev_irbox irBox = box(settings().pin(0, 5, 2, 1).pin(1, 6, 3, 2, 40));
+  EXPECT_EQ(seen(), "\n4 gev_irbox.gev_irbox: exec\n4 gev_irbox.gev_irbox: done\n");
+  setup(irBox, sweep(5000.7F, 3));
+  EXPECT_EQ(seen(), R"(
+4 gev_irbox.setup: exec
+> write LineSelector=Line3
+> write outputLineSource=ExposureActive
+> write LineInverter=0
+> access outputLinePulseDelay
+> min outputLinePulseDelay
+> max outputLinePulseDelay
+> write outputLinePulseDelay=0
+> access outputLinePulseDuration
+> min outputLinePulseDuration
+> max outputLinePulseDuration
+> write outputLinePulseDuration=5000
+> write LineSelector=Line4
+> write outputLineSource=ExposureActive
+> write LineInverter=1
+> access outputLinePulseDelay
+> min outputLinePulseDelay
+> max outputLinePulseDelay
+> write outputLinePulseDelay=0
+> access outputLinePulseDuration
+> min outputLinePulseDuration
+> max outputLinePulseDuration
+> write outputLinePulseDuration=2000
+4 gev_irbox.setup: done
+)");
+  setup(irBox, sweep(5000, 0));
+  EXPECT_EQ(done("write"), R"(
+> write LineSelector=Line3
+> write outputLineSource=Off
+> write LineSelector=Line4
+> write outputLineSource=Off
+)");
+}
+
+// Catches another arithmetic, rounding, clamping, and a level whose size counts.
+TEST_F(ir_outputs, last_a_share_of_the_exposure) {
+  struct {
+    float exposureUs;
+    std::int64_t ratio;
+    std::int64_t irLevel;
+    const char* duration;  // of the line, 77 before
+  } const cases[] = {{8000, 50, 1, "4000"},
+                     {333, 50, 255, "166"},
+                     {29, 100, 1, "28"},
+                     {10'000, 100, -1, "10000"},
+                     {10'000, 0, 1, "0"},
+                     {-1, 1, 1, "77"},
+                     {1e30F, 100, 1, "0"},
+                     {5000, INT64_MAX, 1, "0"},
+                     {1e6F, 10'000, 1, "77"},
+                     {1000, -5, 1, "77"},
+                     {5000, 10, std::int64_t{1} << 32U, "77"}};
+  for (const auto& c : cases) {
+    sim::set_feature("CAM1", "LineSelector", "Line3");
+    sim::set_feature("CAM1", "outputLinePulseDuration", "77");
+    gigev2::gev_irbox irBox = box(settings().pin(0, 5, 3, 1, c.ratio));
+    setup(irBox, sweep(c.exposureUs, c.irLevel));
+    EXPECT_EQ(feature("outputLinePulseDuration", "Line3"), c.duration) << c.exposureUs << " " << c.ratio;
+  }
+}
+
+// Catches a pin that is built from an absent or unknown row, rows that are read without need, and other words
+// for it.
+TEST_F(ir_outputs, refuse_pins_that_are_not_whole) {
+  struct {
+    settings rows;
+    const char* line;
+  } const cases[] = {
+      {settings(), "4 gev_irbox.gev_irbox: done: pin-count:0"},
+      {settings().set(property::PIN_COUNT, "2"), "4 gev_irbox.gev_irbox: done: pin-count:0"},
+      {settings().set(property::PIN_COUNT, 0), "4 gev_irbox.gev_irbox: done"},
+      {settings().set(property::PIN_COUNT, -3), "4 gev_irbox.gev_irbox: done"},
+      {settings().set(property::PIN_COUNT, 1),
+       "1 gev_irbox.gev_irbox: fail: table::getIntEnum (row:PINx_REF, col:0)"},
+      {settings().pin(0, 5, 2, 1).set(property::PIN_COUNT, 300),
+       "1 gev_irbox.gev_irbox: fail: table::getIntEnum (row:PINx_REF, col:1)"},
+      {settings().pin(0, 9, 9, 9).without(property::PINx_INVERTER, 0),
+       "1 gev_irbox.gev_irbox: fail: table::getIntEnum (row:PINx_INVERTER, col:0)"},
+      {settings().pin(0, 9, 9, 3), "1 gev_irbox.gev_irbox: fail: unsupported (pin-inverter:3)"},
+      {settings().pin(0, 9, 9, 0), "1 gev_irbox.gev_irbox: fail: unsupported (pin-inverter:0)"},
+      {settings().pin(0, 5, 2, 1).pin(1, 9, 9, 2).without(property::PINx_SOURCE, 1),
+       "1 gev_irbox.gev_irbox: fail: table::getIntEnum (row:PINx_SOURCE, col:1)"},
+      {settings().pin(0, 9, 3, 1), "1 gev_irbox.gev_irbox: fail: table::getInt64 (row:PINx_EXPOSURE_RATIO)"},
+      {settings().pin(0, 9, 4, 1), "1 gev_irbox.gev_irbox: fail: unsupported (pin-source:4, col:0)"},
+      {settings().pin(0, 5, 2, 1).pin(1, 9, 1, 1, 50),
+       "1 gev_irbox.gev_irbox: fail: unsupported (pin-source:1, col:1)"},
+      {settings().pin(0, 4, 2, 1), "1 gev_irpin.gev_irpin: fail: unsupported (pin-ref:4)"},
+      {settings().pin(0, 5, 2, 1).pin(1, 7, 3, 2, 100),
+       "1 gev_irpin.gev_irpin: fail: unsupported (pin-ref:7)"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(raised([&] { box(c.rows); }), c.line[0] == '4' ? "none" : "internal_error");
+    EXPECT_EQ(seen(), std::string("\n4 gev_irbox.gev_irbox: exec\n") + c.line + "\n");
+  }
+  settings all;
+  for (int col = 0; col < 256; ++col) {
+    all.pin(static_cast<std::uint8_t>(col), 5 + col % 2, 2, 1);
+  }
+  EXPECT_EQ(raised([&] { box(all.set(property::PIN_COUNT, 300)); }), "none");  // columns come round again
+  seen();
+  EXPECT_EQ(raised([&] { gigev2::gev_irbox null(this, nullptr); }), "unsupported_error");
+  EXPECT_EQ(seen(), "\n4 gev_irbox.gev_irbox: exec\n");
+}
+
+// Catches a set-up that goes on without its rows, and a table reference that is kept.
+TEST_F(ir_outputs, need_level_and_exposure_even_without_pins) {
+  gigev2::gev_irbox empty = box(settings());
+  seen();
+  const table_ptr noLevel = sweep(1, 1).without(property::VS_SWEEP_MANUAL_IR_LEVEL).table();
+  const table_ptr noExposure = sweep(1, 1).without(property::VS_SWEEP_MANUAL_EXPOSURE_USEC).table();
+  EXPECT_EQ(raised([&] { empty.setup(noLevel.get()); }), "internal_error");
+  EXPECT_EQ(raised([&] { empty.setup(noExposure.get()); }), "internal_error");
+  EXPECT_EQ(raised([&] { empty.setup(nullptr); }), "unsupported_error");
+  setup(empty, sweep(1, 1));
+  EXPECT_EQ(seen(), R"(
+4 gev_irbox.setup: exec
+1 gev_irbox.setup: fail: table::getInt64 (row:VS_SWEEP_MANUAL_IR_LEVEL)
+4 gev_irbox.setup: exec
+1 gev_irbox.setup: fail: table::getFloat (row:VS_SWEEP_MANUAL_EXPOSURE_USEC)
+4 gev_irbox.setup: exec
+4 gev_irbox.setup: exec
+4 gev_irbox.setup: done
+)");
+}
+
+// Catches look-ups in another order, or before they are needed, and nodes that are written though they must
+// not be.
+TEST_F(ir_outputs, take_the_camera_as_it_is) {
+  gigev2::gev_irbox irBox = box(settings().pin(0, 5, 2, 1));
+  const std::string selected = "\n> write LineSelector=Line3\n";
+  struct {
+    const char* missing;
+    std::string writes;
+  } const cases[] = {{"outputLinePulseDuration", selected},
+                     {"outputLinePulseDelay", selected},
+                     {"LineInverter", selected},
+                     {"outputLineSource", "\n"},
+                     {"LineSelector", "\n"}};
+  for (const auto& [name, property, value, kept] : std::vector<std::array<const char*, 4>>{
+           {"outputLinePulseDuration", "access", "RO", "outputLinePulseDuration"},
+           {"outputLinePulseDuration", "access", "RW", ""},
+           {"outputLinePulseDelay", "min", "1", "outputLinePulseDelay"},
+           {"outputLinePulseDelay", "access", "WO", "outputLinePulseDelay"}}) {
+    sim::alter_feature("CAM1", name, property, value);
+    setup(irBox, sweep(500, 1));
+    EXPECT_EQ(done("write ").find(std::string("write ") + kept + "=") == std::string::npos, true)
+        << name << value;
+  }
+  for (const auto& c : cases) {
+    sim::alter_feature("CAM1", c.missing, "kind", "string");
+    seen();
+    EXPECT_EQ(raised([&] { setup(irBox, sweep(500, 1)); }), "internal_error");
+    const std::string all = seen();
+    EXPECT_TRUE(
+        all.ends_with(std::string("\n1 gev_irpin.setup: fail: INodeMap::GetNode (name:") + c.missing + ")\n"))
+        << all;
+    EXPECT_EQ(all.find("write LineSelector") != std::string::npos, c.writes == selected);
+    EXPECT_EQ(all.find("write outputLineSource"), std::string::npos);
+    if (c.writes == selected) {
+      EXPECT_EQ(raised([&] { setup(irBox, sweep(500, 0)); }), "none");  // off needs none of them
+    }
+  }
+  nodeMap = nullptr;
+  EXPECT_EQ(raised([&] { setup(irBox, sweep(500, 1)); }), "internal_error");
+  const std::string log = logged();
+  EXPECT_TRUE(log.ends_with("\n1 gev_irpin.setup: fail: param_provider_like::getDevParams\n")) << log;
+}
+
+}  // namespace
+}  // namespace test

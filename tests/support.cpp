@@ -1,0 +1,250 @@
+#include "tests/support.h"
+
+#include <filesystem>
+#include <mutex>
+
+#include "platform/log2/log_sink.h"
+#include "src/gev_driver.h"
+
+namespace {
+bool clockIsDriven = false;
+}
+
+extern "C" {
+int __real_clock_gettime(clockid_t clock, timespec* time);
+// Put in the place of clock_gettime, for all that is linked into the tests, by the linker's --wrap.
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+  if (clock != CLOCK_REALTIME || !(test::pretendedTime || clockIsDriven)) {
+    return __real_clock_gettime(clock, time);
+  }
+  const auto us = static_cast<std::int64_t>(sim::clock_us());
+  *time = test::pretendedTime.value_or(timespec{us / 1'000'000, us % 1'000'000 * 1000});
+  return 0;
+}
+}
+
+namespace test {
+
+std::optional<timespec> pretendedTime;
+
+namespace {
+
+std::mutex linesLock;  // the threaded tests write from several threads
+std::vector<std::string> lines;
+
+void append(const std::string& line) {
+  const std::lock_guard guard(linesLock);
+  lines.push_back(line);
+}
+
+void appendLogLine(void*, const log_line* line) {
+  const std::filesystem::path file = line->file;
+  EXPECT_TRUE(std::filesystem::exists(SOURCE_DIR / file) && line->line > 0)
+      << "no path from the root: " << file;
+  append(std::to_string(line->level) + " " + file.stem().string() + "." + line->function + ": " + line->text);
+}
+
+}  // namespace
+
+settings& settings::pin(std::uint8_t col, std::int64_t ref, std::int64_t source, std::int64_t inverter,
+                        std::optional<std::int64_t> ratio) {
+  set(property::PIN_COUNT, std::int64_t{col} + 1);
+  set(property::PINx_REF, ref, col).set(property::PINx_SOURCE, source, col);
+  set(property::PINx_INVERTER, inverter, col);
+  return ratio ? set(property::PINx_EXPOSURE_RATIO, *ratio, col) : *this;
+}
+
+void settings::fill(rw_table_like& table) const {
+  for (const auto& [key, value] : cells_) {
+    const auto row = static_cast<std::uint8_t>(key.first);
+    const std::uint8_t col = key.second;
+    if (const auto* flag = std::get_if<bool>(&value)) {
+      table.setBool(row, col, *flag);
+    } else if (const auto* number = std::get_if<float>(&value)) {
+      table.setFloat(row, col, *number);
+    } else if (const auto* integer = std::get_if<std::int64_t>(&value)) {
+      table.setInt64(row, col, *integer);
+    } else {
+      table.setString(row, col, std::get<std::string>(value));
+    }
+  }
+}
+
+table_ptr settings::table() const {
+  table_ptr made(Zavik::Support::Table__Create());
+  fill(*made);
+  return made;
+}
+
+settings configuration() {
+  settings config = sweep(4000, 0);
+  config.set(property::DEV_SERIAL, "CAM1").set(property::MISC_STREAM_PACKET_SIZE_BYTES_MAX, 8192);
+  config.set(property::VS_ACQ_FPS_HZ, 25.0F).set(property::VS_ACQ_FRAME_FORMAT, 1);
+  config.set(property::VS_ACQ_ROTATE180, false).set(property::VS_ACQ_SENSOR_X, 0);
+  config.set(property::VS_ACQ_SENSOR_Y, 0).set(property::VS_ACQ_SENSOR_W, 640);
+  return config.set(property::VS_ACQ_SENSOR_H, 480);
+}
+
+settings sweep(float exposureUs, std::int64_t irLevel) {
+  settings rows;
+  return rows.set(property::VS_SWEEP_MANUAL_EXPOSURE_USEC, exposureUs)
+      .set(property::VS_SWEEP_MANUAL_IR_LEVEL, irLevel);
+}
+
+void host::note(const std::string& call, const std::string& details) {
+  append("host " + call + details);
+  if (const auto hook = during.find(call); hook != during.end()) {
+    hook->second();
+  }
+}
+
+void host::heartbeat() {
+  note("heartbeat");
+}
+
+std::int32_t host::getPendingSignal() {
+  note("getPendingSignal");
+  if (signals.empty()) {
+    return mg::kPENDING_SIGNAL__SIGTERM;
+  }
+  const std::int32_t signal = signals.front();
+  signals.pop_front();
+  return signal;
+}
+
+bool host::tryPopPendingSweepConf(rw_table_like* table) {
+  note("tryPopPendingSweepConf");
+  if (sweeps.empty()) {
+    return false;
+  }
+  sweeps.front().fill(*table);
+  sweeps.pop_front();
+  return true;
+}
+
+void host::onFrameTick(float sensorTempC) {
+  note("onFrameTick", " " + std::to_string(sensorTempC));
+}
+
+void host::onFrame(const mg::cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
+  frames.push_back(*info);
+  picture.assign(data, data + byteCount);
+  note("onFrame");
+}
+
+void host::onNoFrame() {
+  note("onNoFrame");
+}
+
+bundle_test::bundle_test() {
+  cameras("serial=CAM1 sensor=640x480 picture=still");
+  lines.clear();
+  LogSetSink(appendLogLine, nullptr);
+}
+
+bundle_test::~bundle_test() {
+  closeCamera();
+  LogSetSink(nullptr, nullptr);
+  const sim::open_counts open = sim::open_now();
+  EXPECT_TRUE(open.cameras == 0 && open.transfers == 0 && open.frames == 0) << "something is left open";
+  sim::reset();
+  clockIsDriven = false;
+}
+
+GenApi::CNodeMapRef* bundle_test::getDevParams() {
+  if (lookupsLeft_ > 0 && --lookupsLeft_ == 0) {
+    atLookup_();
+  }
+  return nodeMap;
+}
+
+void bundle_test::atLookup(int n, std::function<void()> action) {
+  lookupsLeft_ = n;
+  atLookup_ = std::move(action);
+}
+
+void bundle_test::cameras(const std::string& description, bool driven) {
+  sim::reset();
+  sim::add_cameras(description);
+  clockIsDriven = driven;
+  if (driven) {
+    sim::drive_clock(1'000'000);
+  }
+  EXPECT_EQ(GevApiInitialize(), 0);
+  sim::journal([](const std::string& line) { append("> " + line); });
+}
+
+void bundle_test::openCamera() {
+  GEV_DEVICE_INTERFACE record{};
+  int count = 0;
+  ASSERT_EQ(GevGetCameraList(&record, 1, &count), 0);
+  ASSERT_EQ(GevOpenCamera(&record, GevControlMode, &handle), 0);
+  nodeMap = static_cast<GenApi::CNodeMapRef*>(GevGetFeatureNodeMap(handle));
+  seen();
+}
+
+void bundle_test::closeCamera() {
+  if (handle != nullptr) {
+    GevCloseCamera(&handle);
+  }
+}
+
+std::string bundle_test::take(const std::function<bool(const std::string&)>& wanted) {
+  const std::lock_guard guard(linesLock);
+  std::string text = "\n";
+  for (const std::string& line : lines) {
+    text += wanted(line) ? line + "\n" : "";
+  }
+  lines.clear();
+  return text;
+}
+
+std::string bundle_test::seen() {
+  return take([](const std::string&) { return true; });
+}
+
+std::string bundle_test::logged() {
+  return take([](const std::string& line) { return line[0] >= '1' && line[0] <= '5'; });
+}
+
+std::string bundle_test::done(const std::string& prefix) {
+  return take([&](const std::string& line) { return line.starts_with("> " + prefix); });
+}
+
+std::string bundle_test::feature(const std::string& name, const std::string& selected) {
+  return sim::feature("CAM1", name, selected);
+}
+
+std::string raised(const std::function<void()>& action) {
+  try {
+    action();
+    return "none";
+  } catch (const Zavik::not_found_error&) {
+    return "not_found_error";
+  } catch (const Zavik::params_error&) {
+    return "params_error";
+  } catch (const Zavik::external_error&) {
+    return "external_error";
+  } catch (const Zavik::unsupported_error&) {
+    return "unsupported_error";
+  } catch (const Zavik::internal_error&) {
+    return "internal_error";
+  } catch (const GenICam::GenericException& error) {
+    return error.what();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+std::int32_t runDevice(host& host, const settings& config) {
+  const table_ptr table = config.table();
+  mg::device_like* device = gigev2::Driver__CreateDevice(&host, table.get());
+  if (device == nullptr) {
+    return -1;
+  }
+  const std::int32_t result = device->run(&host);
+  device->destroy();
+  return result;
+}
+
+}  // namespace test
