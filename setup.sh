@@ -1,0 +1,28 @@
+# Sourced by ./demo and ./test: the packages that they need, and how a tree is built.
+# shellcheck shell=bash
+
+packages=(g++ cmake ninja-build pkg-config libgtest-dev)
+
+# Installs the packages that are missing, if any.
+install_missing() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  ((${#missing[@]})) || return 0
+  echo "== Installing ${missing[*]}"
+  local sudo=()
+  ((EUID == 0)) || sudo=(sudo)
+  "${sudo[@]}" apt-get update -qq
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build NAME [TARGET...]: configures and builds a preset of CMakePresets.json; says nothing but what fails.
+build() {
+  local preset=$1
+  shift
+  echo "== Building ($preset)"
+  cmake --preset "$preset" >"build-$preset.log" 2>&1 || { cat "build-$preset.log"; rm "build-$preset.log"; return 1; }
+  rm "build-$preset.log"
+  cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet
+}
