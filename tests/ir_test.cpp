@@ -78,6 +78,10 @@ TEST_F(ir_outputs, last_a_share_of_the_exposure) {
     setup(irBox, sweep(c.exposureUs, c.irLevel));
     EXPECT_EQ(feature("outputLinePulseDuration", "Line3"), c.duration) << c.exposureUs << " " << c.ratio;
   }
+  sim::alter_feature("CAM1", "outputLinePulseDuration", "max", "4000");
+  gigev2::gev_irbox irBox = box(settings().pin(0, 5, 3, 1, 50));
+  setup(irBox, sweep(8000, 1));
+  EXPECT_EQ(feature("outputLinePulseDuration", "Line3"), "4000");  // the limit itself is within the range
 }
 
 // Catches a pin that is built from an absent or unknown row, rows that are read without need, and other words
