@@ -1,7 +1,8 @@
 # Sourced by ./demo and ./test: the packages that they need, and how a tree is built.
 # shellcheck shell=bash
 
-packages=(g++ cmake ninja-build pkg-config libgtest-dev)
+packages=(g++ cmake ninja-build pkg-config libgtest-dev
+  libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libcpp-httplib-dev libsystemd-dev nlohmann-json3-dev)
 
 # Installs the packages that are missing, if any.
 install_missing() {

@@ -1,0 +1,63 @@
+// What the arrival times of frames tell: how evenly they come, and how many never came.
+#ifndef HOST_INTERVALS_H
+#define HOST_INTERVALS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace host {
+
+/// Counts intervals from 10 us to about 100 s in steps of 1 percent; what lies outside goes to the ends.
+class interval_histogram {
+ public:
+  void add(std::uint64_t us);
+
+  std::uint64_t count() const { return count_; }
+  std::uint64_t sum_us() const { return sumUs_; }
+  std::uint64_t max_us() const { return maxUs_; }
+  /// The interval that this part (0 to 1) of all of them does not exceed, within 1 percent and never above
+  /// the longest; 0 without any.
+  std::uint64_t quantile_us(double part) const;
+
+ private:
+  std::array<std::uint64_t, 1621> buckets_{};
+  std::uint64_t count_ = 0;
+  std::uint64_t sumUs_ = 0;
+  std::uint64_t maxUs_ = 0;
+};
+
+/// Judges the arrival times of one camera against its frame period. A frame is missed when an interval is
+/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush: frames
+/// that follow within half a period are taken off the gap before them.
+class interval_tracker {
+ public:
+  explicit interval_tracker(double periodUs) : periodUs_(periodUs) {}
+
+  /// A frame arrived; times of any clock that does not go backwards. Gives the interval before it; none for
+  /// the first frame of a run.
+  std::optional<std::uint64_t> arrived(std::uint64_t nowUs);
+  /// The run ended: the time until the next frame is no interval.
+  void interrupt();
+  /// From now on frames are expected so often, microseconds.
+  void set_period(double periodUs) { periodUs_ = periodUs; }
+
+  const interval_histogram& histogram() const { return histogram_; }
+  /// Only ever grows.
+  std::uint64_t missed() const { return missed_; }
+
+ private:
+  void judge(double periods);
+  void settle();
+
+  double periodUs_;
+  std::optional<std::uint64_t> lastUs_;
+  std::uint64_t missed_ = 0;
+  std::uint64_t doubtful_ = 0;  // missed by the last gap, unless they still come in a rush
+  interval_histogram histogram_;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,193 @@
+#include "host/options.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <iostream>
+#include <map>
+
+#include "host/console.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kLoopback = "127.0.0.1";
+
+std::optional<int> port_of(const std::string& text) {
+  int port = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  const bool isPort = error == std::errc() && end == text.data() + text.size() && port >= 0 && port <= 65535;
+  return isPort ? std::optional(port) : std::nullopt;
+}
+
+// "PORT", ":PORT", "ADDRESS:PORT" or "[ADDRESS]:PORT".
+endpoint endpoint_of(const std::string& text) {
+  const auto colon = text.rfind(':');
+  const std::string portText = colon == std::string::npos ? text : text.substr(colon + 1);
+  std::string address = colon == std::string::npos ? "" : text.substr(0, colon);
+  if (address.size() > 2 && address.front() == '[' && address.back() == ']') {
+    address = address.substr(1, address.size() - 2);
+  }
+  const auto port = port_of(portText);
+  if (!port) {
+    throw CLI::ValidationError(
+        "--metrics", fmt::format("'{}' must be ADDRESS:PORT or PORT, with a port from 0 to 65535", text));
+  }
+  return {address.empty() ? kLoopback : address, *port};
+}
+
+std::uint64_t count_of(const char* option, const std::string& text) {
+  std::uint64_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error != std::errc() || end != text.data() + text.size() || count == 0) {
+    throw CLI::ValidationError(option, fmt::format("'{}' must be a whole number, 1 or more", text));
+  }
+  return count;
+}
+
+double seconds_of(const std::string& text) {
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0) || seconds > 1e9) {
+    throw CLI::ValidationError("--seconds", fmt::format("'{}' must be a number above 0, at most 1e9", text));
+  }
+  return seconds;
+}
+
+image_format format_of(const std::string& text) {
+  for (const auto format : {image_format::png, image_format::pgm, image_format::raw}) {
+    if (text == format_name(format)) {
+      return format;
+    }
+  }
+  throw CLI::ValidationError("--format", fmt::format("'{}' must be png, pgm or raw", text));
+}
+
+int level_of(const std::string& text) {
+  const int level = log_level_of(text);
+  if (level == 0) {
+    throw CLI::ValidationError(
+        "--log-level", fmt::format("'{}' must be 1 to 5, or error, warning, state, done or exec", text));
+  }
+  return level;
+}
+
+// An option whose text goes through `convert`, which names what is wrong with it.
+template <class Target, class Convert>
+void add_converted(CLI::App& app, const std::string& names, Target& target, Convert convert,
+                   const char* valueName, const char* help) {
+  app.add_option_function<std::string>(
+         names, [&target, convert](const std::string& text) { target = convert(text); }, help)
+      ->type_name(valueName);
+}
+
+void add_text(CLI::App& app, const char* names, std::string& target, const char* valueName,
+              const char* help) {
+  app.add_option(names, target, help)->type_name(valueName);
+}
+
+template <class Target>
+void add_count(CLI::App& app, const char* names, const char* name, Target& target, const char* help) {
+  add_converted(
+      app, names, target, [name](const std::string& text) { return count_of(name, text); }, "N", help);
+}
+
+void add_config(CLI::App& app, options& to, bool isRequired) {
+  app.add_option("CONFIG", to.configPath, "configuration file (see 'mediagrabber config')")
+      ->type_name("")
+      ->required(isRequired);
+}
+
+// What is the same for every command that uses cameras.
+void add_common(CLI::App& app, options& to) {
+  add_text(app, "-F,--framework", to.framework, "LIB", "sim, gigevision (default), or a path");
+  add_text(app, "-B,--bundle", to.bundle, "PATH", "the camera driver bundle, when another");
+  app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
+      ->type_name("SERIAL")
+      ->expected(1);
+  add_converted(app, "-l,--log-level", to.logLevel, level_of, "LEVEL",
+                "1-5 or error,warning,state,done,exec");
+}
+
+void add_run(CLI::App& app, options& to) {
+  add_count(app, "-n,--frames", "--frames", to.frames, "end after N frames of each camera");
+  add_converted(app, "-t,--seconds", to.seconds, seconds_of, "S", "end after S seconds");
+  add_text(app, "-r,--record", to.recordDirectory, "DIR", "record into DIR/SERIAL");
+  add_converted(app, "-f,--format", to.format, format_of, "FORMAT", "png (default), pgm or raw");
+  add_count(app, "-e,--every", "--every", to.every, "record every Nth frame");
+  add_text(app, "-y,--y4m", to.y4mPath, "FILE", "video of the one camera, '-': standard output");
+  add_text(app, "-s,--stats", to.statsPath, "FILE", "append statistics, a JSON object a line");
+  add_converted(app, "-m,--metrics", to.metrics, endpoint_of, "ADDR:PORT", "serve Prometheus metrics");
+  app.add_flag_callback(
+      "--restart", [&to] { to.restart = true; }, "create a failed device again (default)");
+  app.add_flag_callback(
+      "--no-restart", [&to] { to.restart = false; }, "end with 1 when a device fails");
+  add_count(app, "--max-failures", "--max-failures", to.maxFailures, "end with 1 after N failures in a row");
+}
+
+void add_verbosity(CLI::App& app, options& to) {
+  app.add_flag_callback(
+      "-q,--quiet",
+      [&to] {
+        to.isQuiet = true;
+        to.logLevel = 1;
+      },
+      "errors only");
+  app.add_flag_function(
+      "-v,--verbose", [&to](std::int64_t times) { to.logLevel = times > 1 ? 5 : 4; },
+      "more log lines, twice: all");
+}
+
+std::string version_text() {
+  return fmt::format("mediagrabber {}", MEDIAGRABBER_VERSION);
+}
+
+}  // namespace
+
+command_line parse_command_line(int argc, const char* const* argv) {
+  command_line result;
+  options& to = result.value;
+  CLI::App app("mediagrabber: acquires images from cameras through a camera driver bundle.");
+  app.get_formatter()->column_width(30);
+  app.set_version_flag("-V,--version", version_text());
+  app.require_subcommand(1);
+  app.footer(
+      "'mediagrabber COMMAND --help' lists a command's options.\n"
+      "Exit codes: 0 done, 1 failed, 2 wrong usage or configuration.");
+
+  const std::array commands = {
+      std::pair{command::run, app.add_subcommand("run", "acquire until stopped")},
+      std::pair{command::check, app.add_subcommand("check", "acceptance test of the configured cameras")},
+      std::pair{command::cameras,
+                app.add_subcommand("cameras", "list the cameras, or say why there are none")},
+      std::pair{command::config, app.add_subcommand("config", "write a commented configuration")}};
+  for (const auto& [what, sub] : commands) {
+    if (what == command::config) {
+      continue;
+    }
+    add_config(*sub, to, what != command::cameras);
+    if (what == command::run) {
+      add_run(*sub, to);
+    }
+    add_common(*sub, to);
+    add_verbosity(*sub, to);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    result.exitCode = app.exit(error) == 0 ? 0 : 2;
+    return result;
+  }
+  for (const auto& [what, sub] : commands) {
+    if (sub->parsed()) {
+      to.what = what;
+    }
+  }
+  return result;
+}
+
+}  // namespace host

@@ -1,0 +1,54 @@
+// The command line.
+#ifndef HOST_OPTIONS_H
+#define HOST_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/image_files.h"
+
+namespace host {
+
+enum class command : std::uint8_t { run, check, cameras, config };
+
+/// Where the metrics are served.
+struct endpoint {
+  std::string address;
+  int port = 0;  ///< 0: any that is free
+};
+
+struct options {
+  std::string configPath;  ///< may be empty for `cameras`
+  std::string framework = "gigevision";
+  std::string bundle;
+  std::vector<std::string> cameras;  ///< serial numbers; empty: all
+
+  std::string recordDirectory;  ///< empty: no recording
+  std::string y4mPath;          ///< empty: no video
+  std::string statsPath;        ///< empty: none
+  std::optional<endpoint> metrics;
+  std::optional<std::uint64_t> frames;
+  std::optional<double> seconds;
+  std::optional<std::uint64_t> maxFailures;
+  std::uint64_t every = 1;
+  int logLevel = 0;  ///< 0: what suits the command
+  command what = command::run;
+  image_format format = image_format::png;
+  bool restart = true;
+  bool isQuiet = false;
+};
+
+/// What the command line asks for; or, where it was answered or is wrong, the exit code (0 or 2).
+struct command_line {
+  options value;
+  std::optional<int> exitCode;
+};
+
+/// Writes help and version to standard output and errors to standard error.
+command_line parse_command_line(int argc, const char* const* argv);
+
+}  // namespace host
+
+#endif

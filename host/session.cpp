@@ -1,0 +1,299 @@
+#include "host/session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "core/log.h"
+#include "host/signals.h"
+#include "host/y4m.h"
+
+namespace host {
+namespace {
+
+using namespace std::chrono_literals;
+using Zavik::Support::MediaGrabber::kPENDING_SIGNAL__SIGHUP;
+using Zavik::Support::MediaGrabber::kPENDING_SIGNAL__SIGTERM;
+
+constexpr auto kTick = 50ms;
+constexpr auto kStatusOnTerminal = 500ms;
+constexpr auto kStatusElsewhere = 10s;
+constexpr auto kStatsEvery = 1s;
+constexpr auto kDrainAfterSignal = 400ms;  // within the second that an end may take
+
+std::vector<std::string> serials_of(const config& all) {
+  std::vector<std::string> serials;
+  std::transform(all.cameras.begin(), all.cameras.end(), std::back_inserter(serials),
+                 [](const camera_config& camera) { return camera.serial; });
+  return serials;
+}
+
+void keep_chosen(config& all, const std::vector<std::string>& chosen) {
+  const auto isLeftOut = [&](const camera_config& camera) {
+    return std::find(chosen.begin(), chosen.end(), camera.serial) == chosen.end();
+  };
+  if (!chosen.empty()) {
+    std::erase_if(all.cameras, isLeftOut);
+  }
+}
+
+}  // namespace
+
+config_result load_config(const options& chosen) {
+  config_result result = load_config(chosen.configPath);
+  if (!result.errors.empty()) {
+    return result;
+  }
+  const std::vector<std::string> serials = serials_of(result.value);
+  for (const std::string& serial : chosen.cameras) {
+    if (std::find(serials.begin(), serials.end(), serial) == serials.end()) {
+      result.errors.push_back(fmt::format("--camera: {} has no camera '{}', but {}", chosen.configPath,
+                                          serial, fmt::join(serials, ", ")));
+    }
+  }
+  keep_chosen(result.value, chosen.cameras);
+  if (!chosen.y4mPath.empty() && result.errors.empty() && result.value.cameras.size() != 1) {
+    result.errors.push_back(
+        fmt::format("--y4m: video is of one camera, and {} has {}: choose one with --camera",
+                    chosen.configPath, result.value.cameras.size()));
+  }
+  return result;
+}
+
+session::session(const options& chosen, config configuration, const bundle_session& bundle, console& screen)
+    : options_(chosen), config_(std::move(configuration)), bundle_(bundle), console_(screen) {
+  for (const camera_config& camera : config_.cameras) {
+    slot_for(camera);
+  }
+  if (!options_.statsPath.empty()) {
+    stats_.reset(std::fopen(options_.statsPath.c_str(), "ae"));
+    if (!stats_) {
+      throw output_error(
+          fmt::format("--stats: {} can't be opened: {}", options_.statsPath, write_failure(errno)));
+    }
+  }
+  if (options_.metrics) {
+    metrics_ =
+        std::make_unique<metrics_server>(*options_.metrics, [this] { return metrics_text(figures()); });
+  }
+}
+
+session::~session() = default;
+
+std::vector<camera_figures> session::figures() const {
+  const std::lock_guard lock(slotsMutex_);
+  std::vector<camera_figures> all;
+  std::transform(slots_.begin(), slots_.end(), std::back_inserter(all),
+                 [](const auto& slot) { return figures_of(*slot); });
+  return all;
+}
+
+// The slot of a camera stays when its device is made anew; a camera that is new in the configuration gets
+// one.
+camera_slot& session::slot_for(const camera_config& camera) {
+  const auto found = std::find_if(slots_.begin(), slots_.end(),
+                                  [&](const auto& slot) { return slot->serial == camera.serial; });
+  if (found != slots_.end()) {
+    return **found;
+  }
+  auto slot = std::make_unique<camera_slot>(camera.serial, 1e6 / camera.frameRateHz);
+  if (!options_.recordDirectory.empty()) {
+    const std::filesystem::path directory = std::filesystem::path(options_.recordDirectory) / camera.serial;
+    slot->files = std::make_unique<frame_writer>(camera.serial,
+                                                 std::make_unique<image_files>(directory, options_.format),
+                                                 camera.frame_bytes(), options_.every);
+  }
+  if (!options_.y4mPath.empty()) {
+    slot->video = std::make_unique<frame_writer>(
+        camera.serial, std::make_unique<y4m_stream>(options_.y4mPath, camera.frameRateHz),
+        camera.frame_bytes(), 1);
+  }
+  const std::lock_guard lock(slotsMutex_);
+  return *slots_.emplace_back(std::move(slot));
+}
+
+void session::start_cameras() {
+  const run_limits limits{
+      .frames = options_.frames, .restart = options_.restart, .failuresMax = options_.maxFailures};
+  for (const camera_config& camera : config_.cameras) {
+    runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), bundle_,
+                                                       slot_for(camera), limits));
+  }
+}
+
+void session::end_cameras(std::int32_t signal) {
+  for (const auto& runner : runners_) {
+    runner->request_end(signal);
+  }
+  runners_.clear();
+}
+
+void session::reload() {
+  LOG(3, "SIGHUP: %s is read again", options_.configPath.c_str());
+  service_notifier::reloading();
+  config_result fresh = load_config(options_);
+  for (const std::string& error : fresh.errors) {
+    LOG(1, "%s", error.c_str());
+  }
+  if (!fresh.errors.empty()) {
+    LOG(2, "the configuration that runs stays in place");
+  } else {
+    end_cameras(kPENDING_SIGNAL__SIGHUP);
+    config_ = std::move(fresh.value);
+    try {
+      start_cameras();
+    } catch (const output_error& error) {
+      LOG(1, "fail: %s", error.what());
+      hasFailed_ = true;
+    }
+  }
+  service_notifier::reloaded();
+}
+
+bool session::is_over() {
+  if (options_.seconds && std::chrono::duration<double>(clock::now() - start_).count() >= *options_.seconds) {
+    return true;
+  }
+  bool areDone = true;
+  for (const auto& runner : runners_) {
+    const run_outcome outcome = runner->outcome();
+    hasFailed_ = hasFailed_ || outcome == run_outcome::failed;
+    areDone = areDone && outcome == run_outcome::done;
+  }
+  return areDone || hasFailed_;
+}
+
+int session::run() {
+  start_cameras();
+  bool isInterrupted = false;
+  while (!is_over() && !isInterrupted) {
+    const int signal = wait_signal(kTick);
+    if (signal == SIGHUP) {
+      reload();
+    } else if (signal != 0) {
+      LOG(3, "SIG%s: the end", sigabbrev_np(signal));
+      isInterrupted = true;
+    } else {
+      look_after();
+    }
+  }
+  service_notifier::stopping();
+  write_stats();
+  end_cameras(kPENDING_SIGNAL__SIGTERM);
+  finish_outputs(isInterrupted);
+  print_summary();
+  return hasFailed_ ? 1 : 0;
+}
+
+void session::look_after() {
+  const auto now = clock::now();
+  if (have_cameras_begun()) {
+    service_.ready();
+  }
+  service_.watchdog(steady_us(), [this] { return are_cameras_alive(); });
+  if (now >= nextStatus_) {
+    nextStatus_ =
+        now + (console_.is_terminal() ? std::chrono::milliseconds(kStatusOnTerminal) : kStatusElsewhere);
+    show_status();
+  }
+  if (now >= nextStats_) {
+    nextStats_ = now + kStatsEvery;
+    write_stats();
+  }
+}
+
+void session::show_status() {
+  std::vector<std::string> lines;
+  double framesPerSecond = 0;
+  std::uint64_t missed = 0;
+  for (const camera_figures& each : figures()) {
+    const rate_meter::rates rates = meters_[each.serial].update(each);
+    framesPerSecond += rates.framesPerSecond;
+    missed += each.totals.missed;
+    lines.push_back(status_line(each, rates));
+  }
+  service_notifier::status(
+      fmt::format("{} cameras, {:.1f} frames/s, {} missed", lines.size(), framesPerSecond, missed));
+  if (options_.isQuiet) {
+    return;
+  }
+  if (console_.is_terminal()) {
+    console_.set_status(std::move(lines));
+    return;
+  }
+  for (const std::string& line : lines) {
+    LOG(3, "%s", line.c_str());
+  }
+}
+
+void session::write_stats() {
+  if (!stats_) {
+    return;
+  }
+  bool isWritten = true;
+  for (const camera_figures& each : figures()) {
+    const auto runner = std::find_if(runners_.begin(), runners_.end(),
+                                     [&](const auto& one) { return one->serial() == each.serial; });
+    const std::string bundleStats = runner == runners_.end() ? "" : (*runner)->device_stats();
+    const std::string line = stats_line(each, meters_[each.serial].update(each), bundleStats) + "\n";
+    isWritten = std::fputs(line.c_str(), stats_.get()) >= 0 && isWritten;
+  }
+  isWritten = std::fflush(stats_.get()) == 0 && isWritten;
+  if (!isWritten && !isStatsBroken_) {
+    LOG(1, "fail: %s can't be written: %s. Statistics are missing until that is over",
+        options_.statsPath.c_str(), write_failure(errno).c_str());
+  }
+  isStatsBroken_ = !isWritten;
+}
+
+bool session::have_cameras_begun() const {
+  return std::all_of(runners_.begin(), runners_.end(),
+                     [](const auto& runner) { return runner->has_begun(); });
+}
+
+// Whether every camera's thread did something since this was asked last.
+bool session::are_cameras_alive() {
+  bool areAlive = true;
+  for (const auto& runner : runners_) {
+    const std::uint64_t now = runner->activity();
+    std::uint64_t& before = activity_[runner->serial()];
+    areAlive = areAlive && now != before;
+    before = now;
+  }
+  return areAlive;
+}
+
+void session::finish_outputs(bool isInterrupted) {
+  const auto deadline = clock::now() + kDrainAfterSignal;
+  const auto isIdle = [](const auto& slot) {
+    return (!slot->files || slot->files->is_idle()) && (!slot->video || slot->video->is_idle());
+  };
+  while (!std::all_of(slots_.begin(), slots_.end(), isIdle) && !(isInterrupted && clock::now() >= deadline)) {
+    isInterrupted = wait_signal(10ms) != 0 || isInterrupted;
+  }
+  for (const auto& slot : slots_) {
+    for (frame_writer* writer : {slot->files.get(), slot->video.get()}) {
+      if (writer != nullptr) {
+        writer->stop();
+      }
+    }
+  }
+}
+
+void session::print_summary() {
+  console_.set_status({});
+  if (options_.isQuiet) {
+    return;
+  }
+  for (const auto& slot : slots_) {
+    console_.print(summary(figures_of(*slot), slot->monitor.sweeps()));
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,80 @@
+// `mediagrabber run`: all cameras of a configuration until the end, and everything that goes on beside them.
+#ifndef HOST_SESSION_H
+#define HOST_SESSION_H
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/camera_runner.h"
+#include "host/config.h"
+#include "host/console.h"
+#include "host/library.h"
+#include "host/metrics_server.h"
+#include "host/options.h"
+#include "host/service.h"
+#include "host/status.h"
+
+namespace host {
+
+/// The configuration of the command line: with the cameras of --camera only. Its errors go for those of a
+/// file.
+config_result load_config(const options& chosen);
+
+/// Lives on the main thread; the cameras, their writers and the metrics server have threads of their own.
+class session {
+ public:
+  /// output_error or std::runtime_error when something of the command line can't be opened.
+  session(const options& chosen, config configuration, const bundle_session& bundle, console& screen);
+  ~session();
+  session(const session&) = delete;
+  session& operator=(const session&) = delete;
+
+  /// Runs to the end and gives the exit code.
+  int run();
+
+ private:
+  using clock = std::chrono::steady_clock;
+
+  std::vector<camera_figures> figures() const;
+  camera_slot& slot_for(const camera_config& camera);
+  void start_cameras();
+  void end_cameras(std::int32_t signal);
+  void reload();
+  bool is_over();
+  void look_after();
+  void show_status();
+  void write_stats();
+  bool are_cameras_alive();
+  bool have_cameras_begun() const;
+  void finish_outputs(bool isInterrupted);
+  void print_summary();
+
+  const options options_;
+  config config_;
+  const bundle_session& bundle_;
+  console& console_;
+  service_notifier service_;
+
+  mutable std::mutex slotsMutex_;  // guards the list against the metrics server
+  std::vector<std::unique_ptr<camera_slot>> slots_;
+  std::vector<std::unique_ptr<camera_runner>> runners_;
+
+  clock::time_point start_ = clock::now();
+  clock::time_point nextStatus_ = start_;
+  clock::time_point nextStats_ = start_;
+  std::map<std::string, rate_meter> meters_;
+  std::map<std::string, std::uint64_t> activity_;
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> stats_{nullptr, std::fclose};
+  bool isStatsBroken_ = false;
+  bool hasFailed_ = false;
+  std::unique_ptr<metrics_server> metrics_;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,410 @@
+// The built program, end to end, with simulated cameras.
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using clock_type = std::chrono::steady_clock;
+
+constexpr auto kPatience = 20s;
+
+std::string camera_text(const std::string& serial, const std::string& more = "") {
+  return fmt::format(
+      "[[camera]]\nserial = \"{}\"\nframe_rate_hz = 50\nwidth = 160\nheight = 120\nexposure_us = 5000\n"
+      "gain_db = 0\n{}\n",
+      serial, more);
+}
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+std::size_t count(const std::string& text, const std::string& part) {
+  std::size_t found = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++found;
+  }
+  return found;
+}
+
+std::string content(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+// The program, started; its standard output and error go to files, or its error to a terminal.
+class program {
+ public:
+  program(const fs::path& directory, const std::vector<std::string>& arguments, const std::string& cameras,
+          int terminal = -1)
+      : out_(directory / "out"), error_(directory / "error") {
+    std::vector<std::string> words = {MEDIAGRABBER};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
+    for (std::string& word : words) {
+      argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    child_ = fork();
+    if (child_ == 0) {
+      setenv("GEVSIM_CAMERAS", cameras.c_str(), 1);
+      dup2(open(out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+      dup2(terminal >= 0 ? terminal : open(error_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
+           STDERR_FILENO);
+      execv(MEDIAGRABBER, argv.data());
+      _exit(127);
+    }
+  }
+  ~program() {
+    if (child_ > 0) {
+      kill(child_, SIGKILL);
+      waitpid(child_, nullptr, 0);
+    }
+  }
+  program(const program&) = delete;
+  program& operator=(const program&) = delete;
+
+  void signal(int number) const { kill(child_, number); }
+  // Waits until standard error says it so often.
+  bool says(const std::string& text, std::size_t times = 1) const {
+    return until([&] { return count(error(), text) >= times; });
+  }
+  static bool until(const std::function<bool()>& isMet) {
+    for (const auto end = clock_type::now() + kPatience; clock_type::now() < end;) {
+      if (isMet()) {
+        return true;
+      }
+      std::this_thread::sleep_for(10ms);
+    }
+    return false;
+  }
+  // The exit code; -1 when it did not end by itself.
+  int wait() {
+    int status = -1;
+    pid_t ended = 0;
+    until([&] { return (ended = waitpid(child_, &status, WNOHANG)) != 0; });
+    if (ended != child_) {
+      return -1;
+    }
+    child_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  // Sends the signal and gives the seconds until the program has ended, which must be without a failure.
+  double end(int number) {
+    const auto asked = clock_type::now();
+    signal(number);
+    EXPECT_EQ(wait(), 0) << error();
+    return std::chrono::duration<double>(clock_type::now() - asked).count();
+  }
+  std::string out() const { return content(out_); }
+  std::string error() const { return content(error_); }
+
+ private:
+  fs::path out_;
+  fs::path error_;
+  pid_t child_ = 0;
+};
+
+class mediagrabber : public testing::Test {
+ protected:
+  mediagrabber() {
+    std::string name = fs::temp_directory_path() / "mediagrabber_test.XXXXXX";
+    directory = mkdtemp(name.data());
+  }
+  ~mediagrabber() override { fs::remove_all(directory); }
+
+  std::string configure(const std::string& text) const {
+    std::ofstream(directory / "c.toml") << text;
+    return directory / "c.toml";
+  }
+  program start(std::vector<std::string> arguments, const std::string& cameras = "sensor=320x240") const {
+    arguments.insert(arguments.end(), {"-F", "sim"});
+    return {directory, arguments, cameras};
+  }
+  std::size_t images(const std::string& serial, const std::string& extension) const {
+    std::size_t found = 0;
+    for (const auto& entry : fs::directory_iterator(directory / "rec" / serial)) {
+      found += entry.path().extension() == extension ? 1U : 0U;
+    }
+    return found;
+  }
+
+  fs::path directory;
+};
+
+constexpr const char* kTwo = "serial=A sensor=320x240\nserial=B sensor=320x240";
+
+TEST_F(mediagrabber, records_every_frame_of_every_camera) {
+  for (const auto& [every, expected] : {std::pair{"1", 30U}, {"7", 5U}, {"30", 1U}}) {
+    auto run = start({"run", configure(camera_text("A") + camera_text("B")), "-n", "30", "-r",
+                      directory / "rec", "-f", "pgm", "-e", every, "-s", directory / "stats"},
+                     kTwo);
+    EXPECT_EQ(run.wait(), 0) << run.error();
+    for (const char* serial : {"A", "B"}) {
+      EXPECT_EQ(images(serial, ".pgm"), expected);
+      EXPECT_EQ(count(content(directory / "rec" / serial / "frames.jsonl"), "\n"), expected);
+      EXPECT_EQ(fs::file_size(directory / "rec" / serial / "000000000.pgm"), 160U * 120 + 15);
+      EXPECT_TRUE(has(run.error(), fmt::format("{}: 31 frames", serial))) << run.error();
+    }
+    EXPECT_EQ(count(run.error(), fmt::format("files: {} frames written, 0 dropped", expected)), 2U)
+        << run.error();
+    fs::remove_all(directory / "rec");
+  }
+  std::istringstream lines(content(directory / "stats"));
+  for (std::string line; std::getline(lines, line);) {
+    const auto json = nlohmann::json::parse(line);
+    EXPECT_TRUE(json["camera"] == "A" || json["camera"] == "B");
+    EXPECT_TRUE(json["bundle"].is_null() || json["bundle"]["stat"].contains("temp")) << line;
+  }
+}
+
+TEST_F(mediagrabber, ends_within_a_second_of_a_signal) {
+  const std::string path = configure(camera_text("SIM00001"));
+  for (const char* camera : {"sensor=320x240", "sensor=320x240 fault=frame:_silent_@4",
+                             "sensor=320x240 fault=GevOpenCamera:_status_-6"}) {
+    for (const int number : {SIGINT, SIGTERM}) {
+      auto run = start({"run", path, "-y", directory / "v.y4m"}, camera);
+      ASSERT_TRUE(run.says(has(camera, "Open") ? "created again in 1 s" : "acquisition starts"))
+          << run.error();
+      std::this_thread::sleep_for(300ms);
+      EXPECT_LT(run.end(number), 1.3) << camera;  // the bundle's wait, and the start and end of processes
+      EXPECT_EQ(count(run.error(), "silent waits"), 1U) << "no summary: " << run.error();
+    }
+  }
+  auto run = start({"run", path, "-t", "0.5"});
+  const auto began = clock_type::now();
+  EXPECT_EQ(run.wait(), 0);
+  EXPECT_LT(clock_type::now() - began, 3s);
+}
+
+TEST_F(mediagrabber, creates_a_failed_device_again) {
+  const std::string path = configure(camera_text("SIM00001"));
+  // The tenth frame's gain can't be read, once.
+  auto flaky = start({"run", path, "-n", "30", "-r", directory / "rec"},
+                     "sensor=320x240 fault=read_Gain:_timeout_@10_x1");
+  EXPECT_EQ(flaky.wait(), 0) << flaky.error();
+  EXPECT_EQ(images("SIM00001", ".png"), 30U);
+  EXPECT_TRUE(has(flaky.error(), "the device failed (1 in a row): run2: fail: exception <")) << flaky.error();
+  EXPECT_TRUE(has(flaky.error(), "0 missed, 0 silent waits, 1 device failures")) << flaky.error();
+
+  auto absent = start({"run", path, "--max-failures", "2"}, "serial=OTHER");
+  EXPECT_EQ(absent.wait(), 1);
+  EXPECT_EQ(count(absent.error(), "the device failed"), 2U);
+  EXPECT_TRUE(has(absent.error(), "[SIM00001] src/camera/gev_camera.cpp")) << absent.error();
+  auto once = start({"run", path, "--no-restart"}, "serial=OTHER");
+  EXPECT_EQ(once.wait(), 1);
+  EXPECT_EQ(count(once.error(), "the device failed"), 1U);
+}
+
+TEST_F(mediagrabber, reads_its_configuration_again_on_sighup) {
+  const std::string path = configure(camera_text("A"));
+  auto run = start({"run", path, "-r", directory / "rec", "-f", "raw"}, kTwo);
+  const auto isRecorded = [&](const char* serial, const char* what) {
+    return program::until([&] { return has(content(directory / "rec" / serial / "frames.jsonl"), what); });
+  };
+  ASSERT_TRUE(isRecorded("A", R"("width":160)")) << run.error();
+  configure(camera_text("A", "ir_level = \"bright\""));
+  run.signal(SIGHUP);
+  ASSERT_TRUE(run.says("c.toml:8: camera[1].ir_level: found 'bright'")) << run.error();
+  ASSERT_TRUE(run.says("stays in place"));
+  EXPECT_EQ(count(run.error(), "acquisition starts"), 1U);
+
+  const std::string other = camera_text("A") + camera_text("B");
+  configure(std::string(other).replace(other.find("160"), 3, "192"));
+  run.signal(SIGHUP);
+  EXPECT_TRUE(isRecorded("A", R"("width":192)") && isRecorded("B", R"("width":160)")) << run.error();
+  EXPECT_LT(run.end(SIGTERM), 1.3);
+  EXPECT_FALSE(has(run.error(), "device failed")) << run.error();
+}
+
+TEST_F(mediagrabber, serves_metrics_and_streams_video) {
+  const std::string sweep = "[[sweep]]\nafter_frames = 5\nexposure_us = 2500\n";
+  auto run = start({"run", configure(camera_text("SIM00001") + sweep), "-n", "100", "-y", "-", "-m", "0"});
+  ASSERT_TRUE(run.says("metrics are served at http://127.0.0.1:")) << run.error();
+  const std::string error = run.error();
+  const int port = std::stoi(error.substr(error.find("http://127.0.0.1:") + 17));
+  httplib::Client client("127.0.0.1", port);
+  ASSERT_TRUE(program::until([&] {
+    const auto answer = client.Get("/metrics");
+    return answer && has(answer->body, "mediagrabber_exposure_seconds{camera=\"SIM00001\"} 0.0025");
+  }));
+  EXPECT_EQ(client.Get("/")->status, 404);
+  EXPECT_EQ(run.wait(), 0) << run.error();
+  const std::string video = run.out();
+  const std::string head = "YUV4MPEG2 W160 H120 F50000:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\n";
+  EXPECT_TRUE(video.starts_with(head));
+  EXPECT_EQ(video.size(), head.size() + std::size_t{100} * (6 + 160 * 120));
+  EXPECT_TRUE(has(run.error(), "sweep 1: exposure 2500 us: applied 1 times, shown after at most 1 frames"))
+      << run.error();
+}
+
+TEST_F(mediagrabber, a_full_disk_does_not_stop_acquisition) {
+  fs::create_directories(directory / "rec/SIM00001");
+  fs::create_symlink("/dev/full", directory / "rec/SIM00001/frames.jsonl");
+  auto run = start(
+      {"run", configure(camera_text("SIM00001")), "-n", "20", "-r", directory / "rec", "-s", "/dev/full"});
+  EXPECT_EQ(run.wait(), 0) << run.error();
+  EXPECT_EQ(count(run.error(), "frames.jsonl"), 1U) << "one message, not one a frame: " << run.error();
+  EXPECT_EQ(count(run.error(), "the disk is full"), 2U) << run.error();
+  EXPECT_TRUE(has(run.error(), "21 frames") && has(run.error(), "0 frames written, 20 dropped"))
+      << run.error();
+  EXPECT_EQ(images("SIM00001", ".png"), 0U);
+}
+
+TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
+  const std::string good = configure(camera_text("SIM00001"));
+  std::ofstream(directory / "bad.toml") << "[[camera]]\n";
+  std::ofstream(directory / "two.toml") << camera_text("A") << camera_text("B");
+  struct {
+    std::vector<std::string> arguments;
+    int exitCode;
+    std::string says;
+  } const cases[] = {
+      // A wrong configuration is found before any library is looked for.
+      {{"run", directory / "bad.toml", "-F", "/nowhere"}, 2, "camera[1].serial: found nothing"},
+      {{"run", directory / "none.toml"}, 2, "none.toml: cannot be read: No such file"},
+      {{"run", directory}, 2, "cannot be read: Is a directory"},
+      {{"run", good, "-c", "X"}, 2, "has no camera 'X', but SIM00001"},
+      {{"run", directory / "two.toml", "-y", "v"}, 2, "choose one with --camera"},
+      {{"run", good, "-F", "/nowhere"}, 1, "--framework: there is no file /nowhere"},
+      {{"run", good, "-F", good}, 1, "can't be loaded"},
+      {{"run", good, "-F", "sim", "-B", "/nowhere"}, 1, "--bundle: there is no file /nowhere"},
+      {{"run", good, "-F", "sim", "-B", CAMERA_LIBRARY}, 1, "it has no function MgBundleInit"},
+      {{"run", good, "-F", "sim", "-r", "/proc/x"}, 1, "/proc/x"},
+      {{"run", good, "-F", "sim", "-m", "203.0.113.1:9100"}, 1, "metrics can't be served"},
+      {{"run", good, "-F", "sim", "-s", "/nowhere/s"}, 1, "--stats: /nowhere/s can't be opened"},
+      {{"run", good, "-F", "sim", "-q", "-n", "2"}, 0, ""},
+  };
+  for (const auto& each : cases) {
+    program run(directory, each.arguments, "sensor=320x240");
+    EXPECT_EQ(run.wait(), each.exitCode) << fmt::format("{}", fmt::join(each.arguments, " "));
+    EXPECT_TRUE(each.says.empty() ? run.error().empty() : has(run.error(), each.says)) << run.error();
+  }
+}
+
+TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
+  auto all = start({"cameras"}, kTwo);
+  EXPECT_EQ(all.wait(), 0);
+  EXPECT_TRUE(has(all.out(), "\nA  ") && has(all.out(), "\nB  ") && has(all.out(), "169.254.77."))
+      << all.out();
+  auto missing = start({"cameras", configure(camera_text("CAM-17"))}, "serial=cam-17");
+  EXPECT_EQ(missing.wait(), 1);
+  EXPECT_TRUE(has(missing.out(), "camera 'CAM-17' did not answer; others did: cam-17")) << missing.out();
+  EXPECT_TRUE(has(missing.out(), "did you mean 'cam-17'?")) << missing.out();
+  program broken(directory, {"cameras", "-F", BROKEN_CAMERA_LIBRARY}, "");
+  EXPECT_EQ(broken.wait(), 1);
+  EXPECT_TRUE(has(broken.error(), "GevApiInitialize gave -1")) << broken.error();
+}
+
+TEST_F(mediagrabber, check_tells_good_cameras_from_bad_ones) {
+  const std::string pins = "[[camera.pin]]\nline = \"Line3\"\n";
+  const std::string sweep = "[[sweep]]\nafter_seconds = 60\nexposure_us = 2500\ngain_db = 3\n";
+  struct {
+    std::string camera;
+    std::vector<std::string> rows;  // beginnings of them, without runs of blanks
+    int exitCode;
+  } const cases[] = {
+      {"sensor=320x240",
+       {"passed library starts", "passed camera found", "passed device created",
+        "passed frames arrive 150 of 150", "passed frame interval", "passed timestamps increase",
+        "passed exposure read back 5000 us", "passed gain read back 0.00 dB",
+        "passed sweeps take effect exposure 2500 us, gain 3 dB: read back with frame 1",
+        "passed IR off and on", "passed temperature", "passed ends on a signal"},
+       0},
+      {"serial=OTHER", {"FAILED camera found camera 'SIM00001' did not answer", "skipped device created"}, 1},
+      {"sensor=64x64", {"FAILED device created", "skipped frames arrive"}, 1},
+      {"sensor=320x240 fault=frame:_silent_@9",
+       {"FAILED frames arrive 7 of 150", "passed ends on a signal"},
+       1},
+      {"sensor=320x240 fault=frame:_lost_@40_x3", {"FAILED frame interval"}, 1},
+      {"sensor=320x240 missing=DeviceTemperature", {"FAILED temperature none", "passed IR off and on"}, 1},
+  };
+  program broken(directory, {"check", configure(camera_text("SIM00001")), "-F", BROKEN_CAMERA_LIBRARY}, "");
+  EXPECT_EQ(broken.wait(), 1);
+  EXPECT_TRUE(has(broken.out(), "FAILED   library starts") && has(broken.out(), "skipped  temperature"));
+  for (const auto& each : cases) {
+    auto run = start({"check", configure(camera_text("SIM00001", pins) + sweep)}, each.camera);
+    EXPECT_EQ(run.wait(), each.exitCode) << run.out() << run.error();
+    std::string table = run.out();
+    for (std::size_t at = 0; (at = table.find("  ")) != std::string::npos;) {
+      table.erase(at, 1);
+    }
+    for (const std::string& row : each.rows) {
+      EXPECT_TRUE(has(table, "\n " + row)) << each.camera << ": no row '" << row << "' in\n" << table;
+    }
+  }
+}
+
+TEST_F(mediagrabber, draws_its_status_on_a_terminal) {
+  int master = -1;
+  int slave = -1;
+  winsize size{.ws_row = 24, .ws_col = 40, .ws_xpixel = 0, .ws_ypixel = 0};
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+  program run(directory, {"run", configure(camera_text("SIM00001")), "-F", "sim", "-n", "80"},
+              "sensor=320x240", slave);
+  close(slave);
+  std::string screen;
+  std::array<char, 4096> part{};
+  for (ssize_t got = 0; (got = read(master, part.data(), part.size())) > 0;) {
+    screen.append(part.data(), static_cast<std::size_t>(got));
+  }
+  close(master);
+  EXPECT_EQ(run.wait(), 0);
+  const std::string redrawn = "\x1b[1A\r\x1b[JSIM00001 #";
+  EXPECT_GE(count(screen, redrawn), 2U) << screen;
+  const std::size_t line = screen.find(redrawn) + redrawn.size() - 10;
+  EXPECT_LE(screen.find('\r', line) - line, 40U) << "a status line must not wrap";
+}
+
+TEST_F(mediagrabber, tells_systemd_that_it_lives) {
+  const int socketFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = directory / "notify";
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(socketFd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  setenv("WATCHDOG_USEC", "200000", 1);
+  auto run = start({"run", configure(camera_text("SIM00001")), "-t", "1"});
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  std::string told;
+  std::array<char, 256> part{};
+  const auto listen = [&] {
+    const ssize_t got = recv(socketFd, part.data(), part.size(), MSG_DONTWAIT);
+    told += got > 0 ? std::string(part.data(), static_cast<std::size_t>(got)) + "|" : "";
+    return has(told, "STOPPING=1");
+  };
+  EXPECT_TRUE(program::until(listen)) << told;
+  EXPECT_EQ(run.wait(), 0);
+  close(socketFd);
+  EXPECT_EQ(count(told, "READY=1|"), 1U) << told;
+  EXPECT_GE(count(told, "WATCHDOG=1|"), 4U) << told;
+  EXPECT_TRUE(has(told, "STATUS=1 cameras, ") && told.ends_with("STOPPING=1|")) << told;
+}
+
+}  // namespace
