@@ -28,7 +28,9 @@ void check_limits(const feature& of, Number number, Number min, Number max) {
 void check_integer(const feature& of, std::int64_t number, std::int64_t min, std::int64_t max,
                    std::int64_t inc) {
   check_limits(of, number, min, max);
-  const std::int64_t excess = inc > 1 ? (number - min) % inc : 0;
+  // Without a minimum the distance to it takes all 64 bits.
+  const auto distance = static_cast<std::uint64_t>(number) - static_cast<std::uint64_t>(min);
+  const auto excess = inc > 1 ? static_cast<std::int64_t>(distance % static_cast<std::uint64_t>(inc)) : 0;
   if (excess != 0) {
     raise<GenICam::OutOfRangeException>(
         value_of(of, number) + " is off the increment " + std::to_string(inc) + ", next to it are " +

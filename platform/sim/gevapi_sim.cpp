@@ -4,13 +4,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <limits>
-#include <new>
-#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "platform/genapi/by_name.h"
 #include "platform/sim/gate.h"
 #include "platform/sim/registry.h"
 #include "platform/sim/stream_options.h"
@@ -23,24 +20,6 @@ using sim::camera;
 using sim::effect;
 using sim::effect_kind;
 using sim::registry;
-
-// No exception leaves the library: the status that stands for it.
-template <class Work>
-GEV_STATUS guarded(Work work) {
-  try {
-    return work();
-  } catch (const GenICam::AccessException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const GenICam::OutOfRangeException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const GenICam::InvalidArgumentException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const std::bad_alloc&) {
-    return GEVLIB_ERROR_NO_MEMORY;
-  } catch (...) {
-    return GEVLIB_ERROR_GENERIC;
-  }
-}
 
 // `arguments` makes what the journal shows behind the name of the call.
 template <class Arguments>
@@ -58,7 +37,7 @@ GEV_STATUS call(const char* name, const std::string& serial, Arguments arguments
   if (fault.kind == effect_kind::status) {
     return static_cast<GEV_STATUS>(fault.number);
   }
-  return fault.kind == effect_kind::none ? guarded(work) : GEVLIB_OK;
+  return fault.kind == effect_kind::none ? genapi::guarded(work) : GEVLIB_OK;
 }
 
 // A call for an open camera, which `work` gets.
@@ -82,91 +61,6 @@ std::string text_or_null(const char* text) {
   return text == nullptr ? "(null)" : text;
 }
 
-// ---- Values of features as bytes
-
-template <class Number>
-void store(void* to, Number number) {
-  std::memcpy(to, &number, sizeof(number));
-}
-
-template <class Number>
-Number load(const void* from) {
-  Number number{};
-  std::memcpy(&number, from, sizeof(number));
-  return number;
-}
-
-bool is_text(genapi::feature& feature) {
-  return feature.kind() == genapi::value_kind::string;
-}
-bool is_float(genapi::feature& feature) {
-  return feature.kind() == genapi::value_kind::floating;
-}
-
-GEV_STATUS store_text(const std::string& text, std::size_t size, void* to) {
-  if (text.size() + 1 > size) {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
-  std::memcpy(to, text.c_str(), text.size() + 1);
-  return GEVLIB_OK;
-}
-
-GEV_STATUS store_integer(std::int64_t number, std::size_t size, void* to) {
-  const bool small = number >= INT32_MIN && number <= INT32_MAX;
-  if (size == sizeof(std::int64_t)) {
-    store(to, number);
-  } else if (size == sizeof(std::int32_t) && small) {
-    store(to, static_cast<std::int32_t>(number));
-  } else {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
-  return GEVLIB_OK;
-}
-
-GEV_STATUS store_float(double number, std::size_t size, void* to) {
-  if (size == sizeof(double)) {
-    store(to, number);
-  } else if (size == sizeof(float)) {
-    store(to, static_cast<float>(number));
-  } else {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
-  return GEVLIB_OK;
-}
-
-GEV_STATUS read_feature(genapi::feature& feature, int* type, std::size_t size, void* to) {
-  *type = static_cast<int>(feature.kind());
-  const genapi::value now = genapi::read(feature, false, false);
-  return is_text(feature)    ? store_text(genapi::to_text(now), size, to)
-         : is_float(feature) ? store_float(genapi::to_number(now), size, to)
-                             : store_integer(genapi::to_integer(now), size, to);
-}
-
-// Nothing when the size is not one of that kind.
-std::optional<genapi::value> load_value(genapi::feature& feature, std::size_t size, const void* from) {
-  if (is_text(feature)) {
-    const auto* text = static_cast<const char*>(from);
-    return std::string(text, strnlen(text, size));
-  }
-  if (size == sizeof(std::int32_t)) {
-    return is_float(feature) ? genapi::value(static_cast<double>(load<float>(from)))
-                             : genapi::value(std::int64_t{load<std::int32_t>(from)});
-  }
-  if (size == sizeof(std::int64_t)) {
-    return is_float(feature) ? genapi::value(load<double>(from)) : genapi::value(load<std::int64_t>(from));
-  }
-  return std::nullopt;
-}
-
-GEV_STATUS write_feature(genapi::feature& feature, std::size_t size, const void* from) {
-  const auto wanted = load_value(feature, size, from);
-  if (!wanted) {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
-  genapi::write(feature, *wanted, true);
-  return GEVLIB_OK;
-}
-
 // The value as the journal shows it; what it is depends on the kind of the feature.
 std::string told_value(const std::shared_ptr<camera>& of, const char* name, int size, const void* value) {
   std::string told;
@@ -174,7 +68,7 @@ std::string told_value(const std::shared_ptr<camera>& of, const char* name, int 
     return told;
   }
   of->with_feature(name, [&](genapi::feature& feature) {
-    const auto wanted = load_value(feature, static_cast<std::size_t>(size), value);
+    const auto wanted = genapi::value_of_bytes(feature, static_cast<std::size_t>(size), value);
     told = wanted ? " " + genapi::to_text(*wanted) : "";
     return GEVLIB_OK;
   });
@@ -300,7 +194,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
     return of.with_feature(name, [=](genapi::feature& feature) {
-      return read_feature(feature, type, static_cast<std::size_t>(size), value);
+      return genapi::read_bytes(feature, type, static_cast<std::size_t>(size), value);
     });
   });
 }
@@ -318,7 +212,7 @@ GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
     return of.with_feature(name, [=](genapi::feature& feature) {
-      return write_feature(feature, static_cast<std::size_t>(size), value);
+      return genapi::write_bytes(feature, static_cast<std::size_t>(size), value);
     });
   });
 }

@@ -1,0 +1,44 @@
+// Features as GevGetFeatureValue and GevSetFeatureValue pass them: bytes of a size, by name.
+#ifndef PLATFORM_GENAPI_BY_NAME_H
+#define PLATFORM_GENAPI_BY_NAME_H
+
+#include <gevapi.h>
+
+#include <cstddef>
+#include <new>
+#include <optional>
+
+#include "platform/genapi/feature.h"
+
+namespace genapi {
+
+// Reads the feature into `to`, sets *type to its kind. PARAMETER_INVALID when the size does not suit it.
+GEV_STATUS read_bytes(feature& from, int* type, std::size_t size, void* to);
+// Writes, with all checks.
+GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from);
+// The value in the bytes; nothing when the size is not one of the feature's kind.
+std::optional<value> value_of_bytes(feature& feature, std::size_t size, const void* from);
+
+// No exception leaves a library: the status that stands for it.
+template <class Work>
+GEV_STATUS guarded(Work work) {
+  try {
+    return work();
+  } catch (const GenICam::AccessException&) {
+    return GEVLIB_ERROR_FEATURE_REFUSED;
+  } catch (const GenICam::OutOfRangeException&) {
+    return GEVLIB_ERROR_FEATURE_REFUSED;
+  } catch (const GenICam::InvalidArgumentException&) {
+    return GEVLIB_ERROR_FEATURE_REFUSED;
+  } catch (const GenICam::TimeoutException&) {
+    return GEVLIB_ERROR_DEVICE_LOST;
+  } catch (const std::bad_alloc&) {
+    return GEVLIB_ERROR_NO_MEMORY;
+  } catch (...) {
+    return GEVLIB_ERROR_GENERIC;
+  }
+}
+
+}  // namespace genapi
+
+#endif
