@@ -213,7 +213,8 @@ struct cost {
   }
 };
 
-// Both loops in turns, each over the same number of frames: medians, their ratio, and allocations a frame.
+// Both loops in turns, each over the same number of frames: medians, their ratio, and what the bundle itself
+// allocates.
 void frame_of_bundle_against_bare_loop(benchmark::State& state) {
   startCameras(2);
   counting_host host(kFramesARun);
@@ -231,8 +232,8 @@ void frame_of_bundle_against_bare_loop(benchmark::State& state) {
   state.counters["bundle_ns"] = bundledNs;
   state.counters["bare_ns"] = byHandNs;
   state.counters["ratio"] = bundledNs / byHandNs;
-  state.counters["bundle_allocs"] = bundled.allocated;
-  state.counters["bare_allocs"] = byHand.allocated;
+  state.counters["bundle_allocs"] =
+      bundled.allocated - byHand.allocated;  // the rest are the camera library's
 }
 BENCHMARK(frame_of_bundle_against_bare_loop)->Unit(benchmark::kMillisecond)->MinTime(3);
 
