@@ -129,46 +129,15 @@ TEST_F(controls, set_window_and_rotation) {
 > write ReverseX=True
 > write ReverseY=True
 )");
+  // The window of now leaves room for it: four writes.
   build<gigev2::sensor_api>(configuration());
-  EXPECT_EQ(seen(), R"(
-5 gev_sensor.sensor_api: exec
-> min OffsetX
-4 int64_param.getHardMin: done: name:OffsetX, hard-min:0
-> max OffsetX
-4 int64_param.getHardMax: done: name:OffsetX, hard-max:576
-> inc OffsetX
-4 int64_param.getHardInc: done: name:OffsetX, hard-inc:4
+  EXPECT_EQ(done("write"), R"(
 > write OffsetX=0
-3 int64_param.setValue: done: PvGenInteger::SetValue (name:OffsetX, old-value:unknown, new-value:0)
-> min Width
-4 int64_param.getHardMin: done: name:Width, hard-min:64
-> max Width
-4 int64_param.getHardMax: done: name:Width, hard-max:640
-> inc Width
-4 int64_param.getHardInc: done: name:Width, hard-inc:16
 > write Width=640
-3 int64_param.setValue: done: PvGenInteger::SetValue (name:Width, old-value:unknown, new-value:640)
-> min OffsetY
-4 int64_param.getHardMin: done: name:OffsetY, hard-min:0
-> max OffsetY
-4 int64_param.getHardMax: done: name:OffsetY, hard-max:416
-> inc OffsetY
-4 int64_param.getHardInc: done: name:OffsetY, hard-inc:4
 > write OffsetY=0
-3 int64_param.setValue: done: PvGenInteger::SetValue (name:OffsetY, old-value:unknown, new-value:0)
-> min Height
-4 int64_param.getHardMin: done: name:Height, hard-min:64
-> max Height
-4 int64_param.getHardMax: done: name:Height, hard-max:480
-> inc Height
-4 int64_param.getHardInc: done: name:Height, hard-inc:4
 > write Height=480
-3 int64_param.setValue: done: PvGenInteger::SetValue (name:Height, old-value:unknown, new-value:480)
 > write ReverseX=False
-4 bool_param.setValue: done: SetEnumValue (name:ReverseX, value:False)
 > write ReverseY=False
-4 bool_param.setValue: done: SetEnumValue (name:ReverseY, value:False)
-4 gev_sensor.sensor_api: done
 )");
   sim::inject("write Height: runtime x2");
   EXPECT_EQ(raised([&] { build<gigev2::sensor_api>(window); }), "internal_error");
