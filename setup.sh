@@ -2,7 +2,8 @@
 # shellcheck shell=bash
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev
-  libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libcpp-httplib-dev libsystemd-dev nlohmann-json3-dev)
+  libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libcpp-httplib-dev libsystemd-dev nlohmann-json3-dev
+  libaravis-dev libusb-1.0-0-dev libxml2-dev aravis-tools iproute2)
 
 # Installs the packages that are missing, if any.
 install_missing() {

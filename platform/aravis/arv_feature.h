@@ -1,0 +1,96 @@
+// A feature of a camera on the network: a node of the camera's description.
+#ifndef PLATFORM_ARAVIS_ARV_FEATURE_H
+#define PLATFORM_ARAVIS_ARV_FEATURE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/aravis/node_graph.h"
+#include "platform/aravis/wire.h"
+#include "platform/genapi/feature.h"
+
+namespace gige {
+
+// What all features of a camera share.
+struct feature_host {
+  wire& camera;
+  node_graph& graph;
+  bool monitoring = false;  // nothing may be written
+  bool asking = false;      // the camera may be asked; not while its nodes are made
+};
+
+// A value, a limit or an access mode is asked of the camera once and remembered until a write may have
+// changed it. What the camera changes itself is not remembered; then the wire is asked each time, which
+// knows the registers that did not change.
+class arv_feature final : public genapi::feature {
+ public:
+  arv_feature(ArvGcFeatureNode* node, genapi::value_kind kind, feature_host& host);
+
+  const std::string& name() const override { return name_; }
+  genapi::value_kind kind() const override { return kind_; }
+  const std::string& unit() const override { return unit_; }
+  GenApi::EAccessMode access() override;
+  const char* obstacle() override;
+  genapi::value get(bool ignoreCache) override;
+  void set(const genapi::value& to) override;
+  genapi::value min() override;
+  genapi::value max() override;
+  genapi::value inc() override;
+  const std::vector<genapi::entry>& entries() override;
+
+ private:
+  template <class Known>
+  struct remembered {
+    std::optional<Known> known{};
+    moment when = 0;
+  };
+
+  const dependencies& sources();
+  template <class Known, class Ask>
+  const Known& recall(remembered<Known>& memory, Ask ask);
+  template <class Ask>
+  auto ask_wire(moment oldest, Ask ask);
+  void mark_moving_registers();
+
+  genapi::value read_value();
+  void write_value(const genapi::value& to);
+  GenApi::EAccessMode read_access();
+  bool is_locked();
+  void read_entries();
+  void refresh_offered_entries();
+  bool already_is(const genapi::value& to) const;
+
+  template <class Interface>
+  Interface* as() {
+    return reinterpret_cast<Interface*>(node_);
+  }
+
+  ArvGcFeatureNode* const node_;
+  feature_host& host_;
+  const std::string name_;
+  const genapi::value_kind kind_;
+  std::string unit_;
+  std::vector<genapi::entry> entries_;
+  const bool selector_;
+  const bool entriesVary_;
+
+  std::optional<dependencies> sources_;  // found out with the first question
+  moment checkedAt_ = 0;                 // the last change of the sources was looked up then
+  moment lastChange_ = 0;
+  moment markedAt_ = 0;
+
+  remembered<genapi::value> value_;
+  remembered<genapi::value> min_;
+  remembered<genapi::value> max_;
+  remembered<genapi::value> inc_;
+  remembered<GenApi::EAccessMode> access_;
+  remembered<bool> offered_;
+};
+
+// The kind of the node; nothing when it has no value (a category, a command, a port).
+std::optional<genapi::value_kind> kind_of(ArvGcFeatureNode* node);
+
+}  // namespace gige
+
+#endif

@@ -1,0 +1,14 @@
+// The GenICam description that is built into the program.
+#ifndef PLATFORM_ARAVIS_EMULATOR_DESCRIPTION_H
+#define PLATFORM_ARAVIS_EMULATOR_DESCRIPTION_H
+
+#include <string_view>
+
+namespace gvcam {
+
+// The text of gvcam.xml.
+std::string_view built_in_description();
+
+}  // namespace gvcam
+
+#endif

@@ -1,0 +1,127 @@
+// gvcam: runs emulated network cameras until it is told to end.
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include "platform/aravis/emulator/commands.h"
+#include "platform/aravis/emulator/description.h"
+#include "platform/aravis/emulator/memory_file.h"
+#include "platform/aravis/emulator/options.h"
+
+namespace gvcam {
+namespace {
+
+constexpr int tickMs = 250;
+
+void tell(const std::string& what) {
+  std::cout << "gvcam: " << what << std::endl;  // flushed, for whoever waits for the line
+}
+
+void complain(const std::exception& error) {
+  std::cerr << "gvcam: " << error.what() << std::endl;
+}
+
+// A descriptor that is readable once the program is to end. To be made before any thread.
+int end_signals() {
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, SIGTERM);
+  sigaddset(&ends, SIGINT);
+  sigprocmask(SIG_BLOCK, &ends, nullptr);
+  return signalfd(-1, &ends, SFD_CLOEXEC);
+}
+
+// The lines of standard input as they come. Its end is no reason to end.
+class command_reader {
+ public:
+  int descriptor() const { return open_ ? STDIN_FILENO : -1; }
+
+  void read_some(const camera_list& cameras) {
+    std::array<char, 512> text{};
+    const ssize_t size = read(STDIN_FILENO, text.data(), text.size());
+    open_ = size > 0;
+    pending_.append(text.data(), open_ ? static_cast<std::size_t>(size) : 0);
+    for (std::size_t end = pending_.find('\n'); end != std::string::npos; end = pending_.find('\n')) {
+      const std::string line = pending_.substr(0, end);
+      pending_.erase(0, end + 1);
+      try {
+        obey(line, cameras, tell);
+      } catch (const std::exception& error) {
+        complain(error);
+      }
+    }
+  }
+
+ private:
+  bool open_ = true;
+  std::string pending_;
+};
+
+void run(const camera_list& cameras, int endSignals) {
+  command_reader commands;
+  for (;;) {
+    std::array<pollfd, 2> ready = {pollfd{endSignals, POLLIN, 0}, pollfd{commands.descriptor(), POLLIN, 0}};
+    poll(ready.data(), ready.size(), tickMs);
+    if (ready[0].revents != 0) {
+      return;
+    }
+    if (ready[1].revents != 0) {
+      commands.read_some(cameras);
+    }
+    for (const auto& camera : cameras) {
+      camera->tick();
+    }
+  }
+}
+
+void run(options& wanted) {
+  const int endSignals = end_signals();
+  std::signal(SIGPIPE, SIG_IGN);  // who does not listen any more need not
+  std::optional<memory_file> builtIn;
+  if (wanted.setup.description.empty()) {
+    wanted.setup.description = builtIn.emplace(built_in_description()).path();
+  }
+  const sim::scene scene = wanted.scene.empty()
+                               ? sim::scene(wanted.setup.width, wanted.setup.height)
+                               : sim::scene(wanted.scene, wanted.setup.width, wanted.setup.height);
+  camera_list cameras;
+  for (const auto& [serial, address] : wanted.cameras) {
+    cameras.push_back(std::make_unique<camera>(serial, address, wanted.setup, scene));
+    cameras.back()->power_on();
+  }
+  for (const std::string& fault : wanted.faults) {
+    obey(fault, cameras, tell);
+  }
+  for (const auto& camera : cameras) {
+    tell(camera->serial() + " on " + camera->address());
+  }
+  run(cameras, endSignals);
+}
+
+}  // namespace
+}  // namespace gvcam
+
+int main(int argc, char** argv) {
+  gvcam::parsed commandLine = gvcam::parse(argc, argv);
+  if (commandLine.exitStatus) {
+    return *commandLine.exitStatus;
+  }
+  if (commandLine.wanted.dumpDescription) {
+    std::cout << gvcam::built_in_description();
+    return 0;
+  }
+  try {
+    gvcam::run(commandLine.wanted);
+    return 0;
+  } catch (const std::exception& error) {
+    gvcam::complain(error);
+    return 1;
+  }
+}

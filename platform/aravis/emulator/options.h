@@ -1,0 +1,35 @@
+// The command line.
+#ifndef PLATFORM_ARAVIS_EMULATOR_OPTIONS_H
+#define PLATFORM_ARAVIS_EMULATOR_OPTIONS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/aravis/emulator/camera.h"
+
+namespace gvcam {
+
+struct options {
+  struct identity {
+    std::string serial;
+    std::string address;
+  };
+  std::vector<identity> cameras;
+  camera_setup setup;  // its description is the path that was given, empty for the built-in one
+  std::string scene;   // path, empty for the default
+  std::vector<std::string> faults;
+  bool dumpDescription = false;
+};
+
+// What the command line says. When that is all there is to do (help, or a mistake, which is then on
+// standard error) the exit status comes instead.
+struct parsed {
+  std::optional<int> exitStatus;
+  options wanted;
+};
+parsed parse(int argc, char** argv);
+
+}  // namespace gvcam
+
+#endif

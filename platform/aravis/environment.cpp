@@ -1,0 +1,89 @@
+#include "platform/aravis/environment.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+namespace gige {
+namespace {
+
+std::string variable(const char* name) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? "" : text;
+}
+
+std::vector<std::string> words_of(const std::string& text) {
+  std::vector<std::string> words;
+  std::istringstream rest(text);
+  for (std::string word; std::getline(rest, word, ',');) {
+    if (!word.empty()) {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
+[[noreturn]] void refuse(const char* name, const std::string& value, const std::string& right) {
+  throw std::invalid_argument(std::string(name) + ": '" + value + "' is not " + right);
+}
+
+std::uint32_t number_of(const char* name, std::uint32_t otherwise, std::uint32_t min, std::uint32_t max) {
+  const std::string text = variable(name);
+  if (text.empty()) {
+    return otherwise;
+  }
+  std::uint32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number < min || number > max) {
+    refuse(name, text, "a whole number from " + std::to_string(min) + " to " + std::to_string(max));
+  }
+  return number;
+}
+
+std::vector<std::uint32_t> addresses_of(const char* name) {
+  std::vector<std::uint32_t> addresses;
+  for (const std::string& word : words_of(variable(name))) {
+    in_addr address{};
+    if (inet_pton(AF_INET, word.c_str(), &address) != 1) {
+      refuse(name, word, "an IPv4 address such as 192.168.0.10");
+    }
+    addresses.push_back(ntohl(address.s_addr));
+  }
+  return addresses;
+}
+
+packet_socket_use packet_socket_of(const char* name) {
+  const std::string text = variable(name);
+  if (text.empty() || text == "auto") {
+    return packet_socket_use::automatic;
+  }
+  if (text == "on" || text == "off") {
+    return text == "on" ? packet_socket_use::on : packet_socket_use::off;
+  }
+  refuse(name, text, "auto, on or off");
+}
+
+}  // namespace
+
+environment read_environment() {
+  environment read;
+  read.interfaces = words_of(variable("GEVARAVIS_INTERFACES"));
+  read.addresses = addresses_of("GEVARAVIS_ADDRESSES");
+  read.packetSocket = packet_socket_of("GEVARAVIS_PACKET_SOCKET");
+  read.socketBufferBytes = number_of("GEVARAVIS_SOCKET_BUFFER", read.socketBufferBytes, 65'536, 1U << 30);
+  read.discoveryMs = number_of("GEVARAVIS_DISCOVERY_MS", read.discoveryMs, 1, 10'000);
+  return read;
+}
+
+std::string address_text(std::uint32_t address) {
+  const in_addr network{htonl(address)};
+  char text[INET_ADDRSTRLEN] = {};
+  return inet_ntop(AF_INET, &network, text, sizeof text);
+}
+
+}  // namespace gige

@@ -1,0 +1,45 @@
+// Aravis objects and errors as C++ holds them.
+#ifndef PLATFORM_ARAVIS_GLIB_H
+#define PLATFORM_ARAVIS_GLIB_H
+
+#include <arv.h>
+
+#include <memory>
+#include <string>
+
+namespace gige {
+
+struct unreference {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+template <class Object>
+using owned = std::unique_ptr<Object, unreference>;
+
+// Where a call of Aravis leaves its error.
+class glib_error {
+ public:
+  glib_error() = default;
+  glib_error(const glib_error&) = delete;
+  glib_error& operator=(const glib_error&) = delete;
+  ~glib_error() { g_clear_error(&error_); }
+
+  // To be passed to one call.
+  GError** out() {
+    g_clear_error(&error_);
+    return &error_;
+  }
+  explicit operator bool() const { return error_ != nullptr; }
+  bool is(GQuark domain, int code) const { return g_error_matches(error_, domain, code) != 0; }
+  const char* text() const { return error_ == nullptr ? "no reason given" : error_->message; }
+
+  // Raises the exception of the GenICam tree that stands for the error, about the feature; returns when
+  // there is none.
+  void raise_if_set(const std::string& feature) const;
+
+ private:
+  GError* error_ = nullptr;
+};
+
+}  // namespace gige
+
+#endif
