@@ -17,6 +17,15 @@ constexpr std::chrono::milliseconds kPauseFirst{1000};
 constexpr std::chrono::milliseconds kPauseLongest{30'000};
 constexpr std::chrono::milliseconds kPauseStep{250};  // shows that the thread is alive
 
+// A camera may be silent for this long, and for this many of its frames, before its device is given up.
+constexpr double kSilenceLongestS = 3;
+constexpr double kSilenceLongestFrames = 10;
+
+std::uint64_t silence_limit_us(double frameRateHz, double exposureUs) {
+  const double frameUs = std::max(1e6 / frameRateHz, exposureUs);
+  return static_cast<std::uint64_t>(std::max(kSilenceLongestS * 1e6, kSilenceLongestFrames * frameUs));
+}
+
 std::chrono::milliseconds pause_after(std::uint64_t failuresInRow) {
   const auto doublings = std::min<std::uint64_t>(failuresInRow - 1, 5);
   return std::min(kPauseFirst * (1U << doublings), kPauseLongest);
@@ -97,6 +106,8 @@ bool camera_runner::run_device() {
   const std::unique_ptr<device_like, device_closer> closing(created, device_closer{this});
   LOG(3, "acquisition starts");
   framesOfRun_ = 0;
+  lastFrameUs_ = steady_us();
+  exposureUs_ = camera_.initial.exposureUs.value_or(0);
   isSignalGiven_ = false;
   slot_.monitor.run_started(schedule_.names(), 1e6 / camera_.frameRateHz);
   created->run(this);
@@ -147,12 +158,14 @@ bool camera_runner::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep)
   }
   LOG(3, "%s", schedule_.names()[step->index].c_str());
   write_settings(step->settings, *sweep);
+  exposureUs_ = step->settings.exposureUs.value_or(exposureUs_);
   slot_.monitor.sweep_applied(*step);
   return true;
 }
 
 void camera_runner::onFrameTick(float sensorTempC) {
   const std::uint64_t nowUs = steady_us();
+  lastFrameUs_ = nowUs;
   if (++framesOfRun_ == 1) {
     schedule_.start(nowUs);
   }
@@ -177,6 +190,9 @@ void camera_runner::onNoFrame() {
   if (is_end_wanted()) {
     isSignalGiven_ = true;
     throw silent_end();
+  }
+  if (steady_us() - lastFrameUs_ >= silence_limit_us(camera_.frameRateHz, exposureUs_)) {
+    throw camera_silent();
   }
 }
 

@@ -97,6 +97,8 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   const run_limits limits_;
   sweep_schedule schedule_;
   std::uint64_t framesOfRun_ = 0;
+  std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
+  float exposureUs_ = 0;           // as told to the camera last
   bool isSignalGiven_ = false;
 
   std::mutex deviceMutex_;  // guards the device against being destroyed while its statistics are read

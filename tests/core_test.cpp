@@ -135,7 +135,7 @@ class counting_table : public table_like {
   bool getBool(std::uint8_t, std::uint8_t, bool&) const override { return false; }
   bool getFloat(std::uint8_t, std::uint8_t, float&) const override { return false; }
   bool getInt64(std::uint8_t row, std::uint8_t col, std::int64_t& out) const override {
-    out = (std::int64_t{1} << 32U) + row * 256 + col;
+    out = (std::int64_t{1} << 32U) + std::int64_t{row} * 256 + col;
     return true;
   }
   bool getString(std::uint8_t, std::uint8_t, std::string&) const override { return false; }

@@ -301,7 +301,8 @@ host onNoFrame
 )");
   const mg::cam_frame_info& info = host_.frames.at(0);
   EXPECT_TRUE(host_.frames.size() == 2 && info.width == 640 && info.height == 480 && info.format == 1 &&
-              info.exposureUs == 4000.0F && info.gainDb == 0.0F && host_.picture.size() == 640U * 480U);
+              info.exposureUs == 4000.0F && info.gainDb == 0.0F &&
+              host_.picture.size() == std::size_t{640} * 480);
 }
 
 // Catches a signal that ends with another result, and one on the first frame that hands a frame over.

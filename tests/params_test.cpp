@@ -64,9 +64,15 @@ TEST_F(params, validate_integers_against_limits_and_grid) {
   for (const auto& c : cases) {
     integerLimits(c.min, c.max, c.inc);
     gigev2::rw_int64_param param(this, "OffsetX");
-    if (c.softMin != 0) param.setMin(c.softMin);
-    if (c.softMax != 0) param.setMax(c.softMax);
-    if (c.softInc != 0) param.setInc(c.softInc);
+    if (c.softMin != 0) {
+      param.setMin(c.softMin);
+    }
+    if (c.softMax != 0) {
+      param.setMax(c.softMax);
+    }
+    if (c.softInc != 0) {
+      param.setInc(c.softInc);
+    }
     param.validate(c.value);
     seen();
     const bool valid = *c.refusal == '\0';

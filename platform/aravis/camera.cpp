@@ -376,12 +376,14 @@ void camera::start_acquisition() {
   }
 }
 
-// As far as the camera still takes it.
+// As far as the camera still takes it. One that is lost is not told: that would only wait for its answer.
 void camera::stop_acquisition() {
   stream_.close();
   try {
-    execute("AcquisitionStop");
-    write_if_present("TLParamsLocked", std::int64_t{0});
+    if (!link_->lost()) {
+      execute("AcquisitionStop");
+      write_if_present("TLParamsLocked", std::int64_t{0});
+    }
   } catch (const GenICam::GenericException& error) {
     LOG(2, "fail: stopping %s (reason:%s)", link_->serial().c_str(), error.what());
   }

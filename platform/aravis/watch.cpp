@@ -10,7 +10,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A camera that died is noticed 0.8 s later.
+// A camera that died is noticed within a second: up to two intervals, then all attempts.
 constexpr milliseconds lookInterval(200);
 constexpr milliseconds patience(200);
 constexpr int attempts = 3;

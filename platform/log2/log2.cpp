@@ -46,15 +46,14 @@ void LogWrite(const char* file, int line, const char* function, int level, const
   std::string whole;
   va_list arguments;
   va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
   const int length = std::vsnprintf(brief.data(), brief.size(), format, arguments);
+  va_end(arguments);
   if (length >= static_cast<int>(brief.size())) {
     whole.resize(static_cast<std::size_t>(length));
-    std::vsnprintf(whole.data(), whole.size() + 1, format, again);
+    va_start(arguments, format);
+    std::vsnprintf(whole.data(), whole.size() + 1, format, arguments);
+    va_end(arguments);
   }
-  va_end(again);
-  va_end(arguments);
   const log_line entry{file, line, function, level, whole.empty() ? brief.data() : whole.c_str()};
   currentSink(currentContext, &entry);
 } catch (...) {
