@@ -28,3 +28,7 @@ build() {
   rm "build-$preset.log"
   cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet
 }
+
+# What unshare needs to give a command a network of its own: who is not root gets a user namespace with it.
+own_network=(--net)
+((EUID == 0)) || own_network+=(--map-root-user)
