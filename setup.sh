@@ -3,7 +3,7 @@
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev
   libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libcpp-httplib-dev libsystemd-dev nlohmann-json3-dev
-  libaravis-dev libusb-1.0-0-dev libxml2-dev aravis-tools iproute2)
+  libaravis-dev libusb-1.0-0-dev libxml2-dev aravis-tools aravis-tools-cli iproute2)
 
 # Installs the packages that are missing, if any.
 install_missing() {
