@@ -1,6 +1,7 @@
 #include "platform/aravis/emulator/camera.h"
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cmath>
@@ -288,9 +289,26 @@ void camera::draw(const registers& now, std::uint8_t* pixels) const {
 
 }  // namespace gvcam
 
-// Stands in front of the library's own function of that name, which does the same but for the last step: the
-// library has no other way to tell when control is released, by a client or for the lack of its heartbeat,
-// and a client that lets go of the camera and opens it again at once must find the power-up settings.
+// ---- In front of functions of the libraries
+
+// These stand before the libraries' own functions of their names, which they call or do the same as.
+
+namespace {
+
+template <class Function>
+Function* behind(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// When the camera whose thread this is sends its next frame, microseconds of the realtime clock; 0 when it is
+// not known.
+thread_local guint64 frameDueUs = 0;
+
+}  // namespace
+
+// The library has no other way to tell when control is released, by a client or for the lack of its
+// heartbeat, and a client that lets go of the camera and opens it again at once must find the power-up
+// settings.
 gboolean arv_fake_camera_write_register(ArvFakeCamera* fake, guint32 address, guint32 value) {
   const guint32 wire = htonl(value);
   const gboolean done = arv_fake_camera_write_memory(fake, address, sizeof wire, &wire);
@@ -299,4 +317,23 @@ gboolean arv_fake_camera_write_register(ArvFakeCamera* fake, guint32 address, gu
     camera->on_control_released();
   }
   return done;
+}
+
+// The library takes a frame that became due while it looked at the clock for one that is due in ages, and
+// waits for 100 ms: about one of a thousand frames would be late.
+guint64 arv_fake_camera_get_sleep_time_for_next_frame(ArvFakeCamera* fake, guint64* nextUs) {
+  static auto* const original =
+      behind<guint64(ArvFakeCamera*, guint64*)>("arv_fake_camera_get_sleep_time_for_next_frame");
+  const guint64 sleepUs = original(fake, nextUs);
+  frameDueUs = nextUs == nullptr ? 0 : *nextUs;
+  return sleepUs;
+}
+
+__attribute__((visibility("default"))) gint g_poll(GPollFD* descriptors, guint count, gint timeoutMs) {
+  static auto* const original = behind<gint(GPollFD*, guint, gint)>("g_poll");
+  if (frameDueUs != 0 && static_cast<guint64>(g_get_real_time()) >= frameDueUs) {
+    frameDueUs = 0;
+    timeoutMs = 0;
+  }
+  return original(descriptors, count, timeoutMs);
 }
