@@ -113,18 +113,38 @@ std::uint16_t frame_stream::port() const {
   return arv_gv_stream_get_port(ARV_GV_STREAM(stream_.get()));
 }
 
-// The receiver of a stream is never left stopped: Aravis cannot end such a stream properly. A new transfer
-// starts it over, since it would take frames that are numbered from 1 again for late ones.
-void frame_stream::prepare(ArvDevice& camera, const stream_setup& setup) {
+bool frame_stream::prepare(ArvDevice& camera, const stream_setup& setup) {
   if (stream_ != nullptr && setup == setup_) {
-    arv_stream_stop_thread(stream_.get(), TRUE);  // drops its references to the buffers
-    arv_stream_start_thread(stream_.get());
-  } else {
-    clear();
-    setup_ = setup;
-    make_buffers();
-    make_stream(camera);
+    if (!can_go_on()) {
+      restart_receiver();
+    }
+    return false;
   }
+  clear();
+  setup_ = setup;
+  make_buffers();
+  make_stream(camera);
+  give_all_back();
+  return true;
+}
+
+// Frames of the next transfer are numbered from 1 again. The receiver takes up to a hundred numbers below the
+// last one, which counts around, for late packets of earlier frames.
+bool frame_stream::can_go_on() const {
+  constexpr std::uint64_t lateNumbers = 100;
+  const bool around = lastId_ > lastShortId - lateNumbers && lastId_ <= lastShortId;
+  return lastId_ > lateNumbers && !around;
+}
+
+// Tens of milliseconds on a packet socket, whose ring is made anew. The receiver is never left stopped:
+// Aravis cannot end a stream properly whose receiver is.
+void frame_stream::restart_receiver() {
+  arv_stream_stop_thread(stream_.get(), TRUE);  // drops its references to the buffers
+  arv_stream_start_thread(stream_.get());
+  give_all_back();
+}
+
+void frame_stream::give_all_back() {
   for (slot& each : slots_) {
     if (!each.out) {
       give_back(each);
@@ -170,12 +190,13 @@ void frame_stream::tell_what_was_granted(bool packetSocket) const {
       serial, setup_.socketBufferBytes, granted, enough ? "" : ", limit: sysctl net.core.rmem_max");
 }
 
-// Written to once, so that no page of them has to be found while a frame comes in.
 void frame_stream::make_buffers() {
   slots_ = std::vector<slot>(setup_.bufferCount);
-  for (slot& each : slots_) {
-    each.pixels = std::make_unique<std::uint8_t[]>(setup_.payloadBytes);
-    each.buffer.reset(arv_buffer_new_full(setup_.payloadBytes, each.pixels.get(), &each, nullptr));
+  pixels_ = frame_memory(setup_.bufferCount, setup_.payloadBytes);
+  for (std::size_t at = 0; at < slots_.size(); ++at) {
+    slot& each = slots_[at];
+    each.pixels = pixels_.frame(at);
+    each.buffer.reset(arv_buffer_new_full(setup_.payloadBytes, each.pixels, &each, nullptr));
   }
 }
 
@@ -186,6 +207,9 @@ void frame_stream::give_back(slot& to) {
 
 void frame_stream::open(std::uint64_t frames) {
   const std::scoped_lock lock(link_->mutex());
+  while (ArvBuffer* const late = arv_stream_try_pop_buffer(stream_.get())) {
+    arv_stream_push_buffer(stream_.get(), late);  // of the transfer before
+  }
   running_ = true;
   framesLeft_ = frames;
   whole_ = broken_ = missing_ = lastId_ = brokenBefore_ = 0;
@@ -224,12 +248,13 @@ void frame_stream::clear() {
   lateBefore_ = 0;
   if (stream_ != nullptr && link_->lost()) {
     // Aravis tries for seconds to tell the camera, and may do so alone.
-    std::thread([left = std::move(stream_), buffers = std::move(slots_)]() mutable {
+    std::thread([left = std::move(stream_), buffers = std::move(slots_), pixels = std::move(pixels_)]() mutable {
       left.reset();
     }).detach();
   }
   stream_.reset();
   slots_.clear();
+  pixels_ = {};
 }
 
 // ---- Frames
@@ -317,7 +342,7 @@ void frame_stream::describe(slot& in) const {
   frame.h = setup_.height;
   frame.format = arv_buffer_get_image_pixel_format(buffer);
   frame.d = (bits_per_pixel(frame.format) + 7) / 8;
-  frame.address = in.pixels.get();
+  frame.address = in.pixels;
 }
 
 // Numbers between two whole frames that no broken one stands for.
@@ -339,9 +364,7 @@ GEV_STATUS frame_stream::release(const GEV_BUFFER_OBJECT* frame) {
     return GEVLIB_ERROR_PARAMETER_INVALID;
   }
   of->out = false;
-  if (running_) {
-    give_back(*of);
-  }
+  give_back(*of);
   return GEVLIB_OK;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/aravis/environment.h"
+#include "platform/aravis/frame_memory.h"
 #include "platform/aravis/glib.h"
 #include "platform/aravis/link.h"
 
@@ -42,10 +43,11 @@ class frame_stream {
   frame_stream& operator=(const frame_stream&) = delete;
   ~frame_stream();
 
-  // Makes the stream and its buffers, if those from before do not fit; frames that are out stay out. Says in
-  // the log which socket and which buffer was granted. Raises std::bad_alloc, or RuntimeException when the
-  // camera or the network refuses. Afterwards the receiver runs, for the camera to be told to send.
-  void prepare(ArvDevice& camera, const stream_setup& setup);
+  // Makes the stream and its buffers, if those from before do not fit, and tells whether it did; frames that
+  // are out stay out. Says in the log which socket and which buffer was granted. Raises std::bad_alloc, or
+  // RuntimeException when the camera or the network refuses. Afterwards the receiver runs, for the camera to
+  // be told to send.
+  bool prepare(ArvDevice& camera, const stream_setup& setup);
   // Lets the waits have frames, so many at most.
   void open(std::uint64_t frames);
   // Ends the waits, at once; what comes from here on is for nobody.
@@ -68,12 +70,15 @@ class frame_stream {
  private:
   struct slot {
     GEV_BUFFER_OBJECT frame{};
-    std::unique_ptr<std::uint8_t[]> pixels;
+    std::uint8_t* pixels = nullptr;
     owned<ArvBuffer> buffer;
     bool out = false;  // with the consumer
   };
 
   void make_stream(ArvDevice& camera);
+  bool can_go_on() const;
+  void restart_receiver();
+  void give_all_back();
   void tell_what_was_granted(bool packetSocket) const;
   void make_buffers();
   void give_back(slot& to);
@@ -86,6 +91,7 @@ class frame_stream {
   const std::shared_ptr<link> link_;
   stream_setup setup_;
   owned<ArvStream> stream_;
+  frame_memory pixels_;
   std::vector<slot> slots_;
   std::shared_ptr<std::atomic<std::uint64_t>> arrivals_ = std::make_shared<std::atomic<std::uint64_t>>(0);
 
