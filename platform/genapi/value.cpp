@@ -54,11 +54,15 @@ std::int64_t nearest_integer(double number) {
   return std::llround(std::clamp(number, -limit, limit));
 }
 
+[[noreturn]] void refuse(const std::string& feature, std::string_view text, const std::string& right) {
+  raise<GenICam::InvalidArgumentException>(feature + ": value '" + std::string(text) + "' is not " + right);
+}
+
 template <class Parsed>
 value parsed_or_refused(const std::string& feature, std::string_view text, const Parsed& parsed,
-                        const std::string& right) {
+                        const char* right) {
   if (!parsed) {
-    raise<GenICam::InvalidArgumentException>(feature + ": value '" + std::string(text) + "' is not " + right);
+    refuse(feature, text, right);
   }
   return *parsed;
 }
@@ -115,11 +119,11 @@ value parse(const std::string& feature, value_kind kind, const std::vector<entry
       return parsed_or_refused(feature, text, whole_text_as<double>(text), "a number");
     case value_kind::boolean:
       return parsed_or_refused(feature, text, parse_boolean(text), "one of 1, 0, true, false, True, False");
-    case value_kind::enumeration: {
-      const entry* named = find_entry(entries, text);
-      const auto number = named != nullptr ? std::optional(named->number) : std::nullopt;
-      return parsed_or_refused(feature, text, number, "one of its entries: " + entry_names(entries));
-    }
+    case value_kind::enumeration:
+      if (const entry* named = find_entry(entries, text)) {
+        return named->number;
+      }
+      refuse(feature, text, "one of its entries: " + entry_names(entries));
     case value_kind::string:
       break;
   }
