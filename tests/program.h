@@ -1,6 +1,6 @@
 // A program that a test runs end to end, and what to look for in its output.
-#ifndef TESTS_WIRE_PROGRAM_H
-#define TESTS_WIRE_PROGRAM_H
+#ifndef TESTS_PROGRAM_H
+#define TESTS_PROGRAM_H
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-namespace wire_test {
+namespace tests {
 
 using clock_type = std::chrono::steady_clock;
 using words = std::vector<std::string>;
@@ -41,11 +41,11 @@ inline std::string content(const std::filesystem::path& path) {
   return text.str();
 }
 
-// The program, started; its standard output and error go to the files `log` with .out and .err. One that was
-// not waited for is killed with the test.
+// The program, started; its standard output and error go to the files `log` with .out and .err, or its error
+// to a terminal. One that was not waited for is killed with the test.
 class program {
  public:
-  program(const std::filesystem::path& log, words line)
+  program(const std::filesystem::path& log, words line, int terminal = -1)
       : out_(log.string() + ".out"), error_(log.string() + ".err") {
     std::vector<char*> argv;
     for (std::string& word : line) {
@@ -60,7 +60,8 @@ class program {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       dup2(input[0], STDIN_FILENO);
       dup2(open(out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-      dup2(open(error_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+      dup2(terminal >= 0 ? terminal : open(error_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
+           STDERR_FILENO);
       execvp(argv.front(), argv.data());
       _exit(127);
     }
@@ -122,6 +123,6 @@ class program {
   pid_t child_ = 0;
 };
 
-}  // namespace wire_test
+}  // namespace tests
 
 #endif

@@ -95,7 +95,8 @@ const dependencies& arv_feature::sources() {
   }
   if (checkedAt_ != host_.camera.now()) {
     checkedAt_ = host_.camera.now();
-    lastChange_ = host_.graph.last_change(*sources_);
+    valueChange_ = host_.graph.last_change(sources_->ofValue);
+    accessChange_ = host_.graph.last_change(sources_->ofAccess);
   }
   return *sources_;
 }
@@ -108,10 +109,10 @@ auto arv_feature::ask_wire(moment oldest, Ask ask) {
 }
 
 template <class Known, class Ask>
-const Known& arv_feature::recall(remembered<Known>& memory, Ask ask) {
+const Known& arv_feature::recall(remembered<Known>& memory, const change& last, Ask ask) {
   const bool moves = !sources().moving.empty();
-  if (moves || !memory.known || memory.when < lastChange_) {
-    memory.known = ask_wire(lastChange_, ask);
+  if (moves || !memory.known || memory.when < last.any) {
+    memory.known = ask_wire(last.byCamera, ask);
     memory.when = host_.camera.now();
   }
   return *memory.known;
@@ -133,7 +134,7 @@ void arv_feature::mark_moving_registers() {
 // ---- Access
 
 GenApi::EAccessMode arv_feature::access() {
-  const auto mode = recall(access_, [this] { return read_access(); });
+  const auto mode = recall(access_, accessChange_, [this] { return read_access(); });
   if (!host_.monitoring || mode == GenApi::NI || mode == GenApi::NA) {
     return mode;
   }
@@ -165,7 +166,7 @@ const char* arv_feature::obstacle() {
   if (host_.monitoring) {
     return "the camera is open for monitoring only";
   }
-  const bool locked = ask_wire(lastChange_, [this] { return is_locked(); });
+  const bool locked = ask_wire(accessChange_.byCamera, [this] { return is_locked(); });
   return locked ? "locked by the camera, as while frames are transferred" : nullptr;
 }
 
@@ -176,7 +177,7 @@ value arv_feature::get(bool ignoreCache) {
     value_.known.reset();
     return ask_wire(wire::nothing, [this] { return read_value(); });
   }
-  return recall(value_, [this] { return read_value(); });
+  return recall(value_, valueChange_, [this] { return read_value(); });
 }
 
 value arv_feature::read_value() {
@@ -200,7 +201,13 @@ value arv_feature::read_value() {
 
 // Writing what a selector has is nothing, as long as only we can change it.
 bool arv_feature::already_is(const value& to) const {
-  return selector_ && value_.known && value_.when >= lastChange_ && *value_.known == to;
+  return selector_ && value_.known && value_.when >= valueChange_.any && *value_.known == to;
+}
+
+// A number may have become another one that the camera can do; a choice was taken as it is.
+bool arv_feature::keeps_what_is_written() {
+  const bool choice = kind_ == value_kind::enumeration || kind_ == value_kind::boolean;
+  return (choice || selector_) && sources().moving.empty() && !sources().readBack;
 }
 
 void arv_feature::set(const value& to) {
@@ -216,10 +223,13 @@ void arv_feature::set(const value& to) {
   };
   {
     const noted afterwards{host_, node_};
-    ask_wire(lastChange_, [&] { write_value(to); });
+    ask_wire(accessChange_.byCamera, [&] { write_value(to); });
   }
-  if (selector_ && ours && !sources().readBack) {
-    value_ = {to, host_.camera.now()};
+  if (keeps_what_is_written()) {
+    host_.camera.keep_written();
+    if (selector_) {
+      value_ = {to, host_.camera.now()};
+    }
   }
 }
 
@@ -267,7 +277,7 @@ value limit_of(const std::string& feature, Number (*question)(Node*, GError**), 
 }  // namespace
 
 value arv_feature::min() {
-  return recall(min_, [this]() -> value {
+  return recall(min_, valueChange_, [this]() -> value {
     return kind_ == value_kind::floating
                ? limit_of(name_, arv_gc_float_get_min, as<ArvGcFloat>(),
                           std::numeric_limits<double>::lowest())
@@ -276,7 +286,7 @@ value arv_feature::min() {
 }
 
 value arv_feature::max() {
-  return recall(max_, [this]() -> value {
+  return recall(max_, valueChange_, [this]() -> value {
     return kind_ == value_kind::floating
                ? limit_of(name_, arv_gc_float_get_max, as<ArvGcFloat>(), std::numeric_limits<double>::max())
                : limit_of(name_, arv_gc_integer_get_max, as<ArvGcInteger>(), std::int64_t{INT64_MAX});
@@ -284,7 +294,7 @@ value arv_feature::max() {
 }
 
 value arv_feature::inc() {
-  return recall(inc_, [this]() -> value {
+  return recall(inc_, valueChange_, [this]() -> value {
     return kind_ == value_kind::floating
                ? limit_of(name_, arv_gc_float_get_inc, as<ArvGcFloat>(), 0.0)
                : limit_of(name_, arv_gc_integer_get_inc, as<ArvGcInteger>(), std::int64_t{1});
@@ -315,7 +325,7 @@ void arv_feature::refresh_offered_entries() {
 
 const std::vector<genapi::entry>& arv_feature::entries() {
   if (entriesVary_ && host_.asking) {
-    recall(offered_, [this] {
+    recall(offered_, accessChange_, [this] {
       refresh_offered_entries();
       return true;
     });

@@ -48,7 +48,7 @@ class arv_feature final : public genapi::feature {
 
   const dependencies& sources();
   template <class Known, class Ask>
-  const Known& recall(remembered<Known>& memory, Ask ask);
+  const Known& recall(remembered<Known>& memory, const change& last, Ask ask);
   template <class Ask>
   auto ask_wire(moment oldest, Ask ask);
   void mark_moving_registers();
@@ -60,6 +60,7 @@ class arv_feature final : public genapi::feature {
   void read_entries();
   void refresh_offered_entries();
   bool already_is(const genapi::value& to) const;
+  bool keeps_what_is_written();
 
   template <class Interface>
   Interface* as() {
@@ -76,8 +77,9 @@ class arv_feature final : public genapi::feature {
   const bool entriesVary_;
 
   std::optional<dependencies> sources_;  // found out with the first question
-  moment checkedAt_ = 0;                 // the last change of the sources was looked up then
-  moment lastChange_ = 0;
+  moment checkedAt_ = 0;                 // the last changes of the sources were looked up then
+  change valueChange_;
+  change accessChange_;
   moment markedAt_ = 0;
 
   remembered<genapi::value> value_;

@@ -219,8 +219,11 @@ void camera::write_if_present(const char* name, const genapi::value& to) {
   }
 }
 
-void camera::anything_may_have_changed() {
-  graph_.all_changed(wire_.advance());
+// It was written past the nodes.
+void camera::register_changed(std::uint32_t address) {
+  constexpr std::uint32_t size = 4;
+  wire_.forget(address, size);
+  graph_.registers_changed(address, size, wire_.advance());
 }
 
 // ---- Options
@@ -232,16 +235,10 @@ GEV_CAMERA_OPTIONS camera::options() {
 
 // What the camera has; the rest is the library's.
 void camera::read_options() {
-  const auto read = [this](std::uint32_t address) {
-    glib_error none;
-    std::uint32_t value = 0;
-    arv_device_read_register(wire_.device(), address, &value, none.out());
-    return value;
-  };
-  if (const std::uint32_t heartbeat = read(gvcp::heartbeatTimeoutRegister); heartbeat != 0) {
+  if (const std::uint32_t heartbeat = read_register(gvcp::heartbeatTimeoutRegister); heartbeat != 0) {
     options_.heartbeat_timeout_ms = heartbeat;
   }
-  if (const std::uint32_t size = read(packetSizeRegister) & packetSizeMask; size != 0) {
+  if (const std::uint32_t size = read_register(packetSizeRegister) & packetSizeMask; size != 0) {
     options_.streamPktSize = size;
   }
 }
@@ -252,18 +249,28 @@ GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
   }
   const std::scoped_lock lock(mutex_);
   options_ = wanted;
+  packetOptionsWritten_ = false;
   if (host_.monitoring) {
     return GEVLIB_OK;
   }
-  // The packet options are the camera's from the next start on.
+  // While frames are transferred the packet options wait for the next start.
   const bool written = write_heartbeat() && (stream_.running() || write_packet_options());
   return written ? GEVLIB_OK : link_->lost() ? GEVLIB_ERROR_DEVICE_LOST : GEVLIB_ERROR_GENERIC;
+}
+
+// 0 when it cannot be read. Only writes change the registers that are asked for here, and are noticed.
+std::uint32_t camera::read_register(std::uint32_t address) {
+  glib_error none;
+  std::uint32_t value = 0;
+  wire_.trust_since(0);
+  arv_device_read_register(wire_.device(), address, &value, none.out());
+  return value;
 }
 
 bool camera::write_register(const char* what, std::uint32_t address, std::uint32_t value) {
   glib_error error;
   const bool written = arv_device_write_register(wire_.device(), address, value, error.out()) != 0;
-  anything_may_have_changed();
+  register_changed(address);
   if (!written) {
     LOG(2, "fail: %s of %s (value:%u, reason:%s)", what, link_->serial().c_str(), value, error.text());
   }
@@ -275,14 +282,16 @@ bool camera::write_heartbeat() {
 }
 
 bool camera::write_packet_options() {
+  if (packetOptionsWritten_) {
+    return true;
+  }
   const std::uint32_t wanted = options_.streamPktSize == 0 ? packetSizeOfChoice : options_.streamPktSize;
-  std::uint32_t flags = 0;
-  glib_error none;
-  arv_device_read_register(wire_.device(), packetSizeRegister, &flags, none.out());
+  const std::uint32_t flags = read_register(packetSizeRegister) & ~packetSizeMask;
   const double ticks = options_.streamPktDelay * 1e-6 * static_cast<double>(ticksPerSecond_);
-  return write_register("packet size", packetSizeRegister, (flags & ~packetSizeMask) | wanted) &&
-         write_register("packet delay", packetDelayRegister,
-                        static_cast<std::uint32_t>(std::min(ticks, 4e9)));
+  packetOptionsWritten_ = write_register("packet size", packetSizeRegister, flags | wanted) &&
+                          write_register("packet delay", packetDelayRegister,
+                                         static_cast<std::uint32_t>(std::min(ticks, 4e9)));
+  return packetOptionsWritten_;
 }
 
 // ---- Transfer
@@ -296,14 +305,11 @@ stream_setup camera::setup_of_transfer() {
     }
     return static_cast<std::uint32_t>(*found);
   };
-  glib_error none;
-  std::uint32_t packet = 0;
-  arv_device_read_register(wire_.device(), packetSizeRegister, &packet, none.out());
   return {.bufferCount = options_.streamNumFramesBuffered,
           .payloadBytes = needed("PayloadSize"),
           .width = needed("Width"),
           .height = needed("Height"),
-          .packetBytes = packet & packetSizeMask,
+          .packetBytes = read_register(packetSizeRegister) & packetSizeMask,
           .socketBufferBytes = options_.streamSocketBufferSize != 0 ? options_.streamSocketBufferSize
                                                                     : surroundings_.socketBufferBytes,
           .maxPacketResends = options_.streamMaxPacketResends,
@@ -336,8 +342,10 @@ GEV_STATUS camera::start(std::uint32_t numFrames) {
     return GEVLIB_ERROR_NO_MEMORY;
   }
   watch_.reset();
-  stream_.prepare(*device_, setup);
-  anything_may_have_changed();  // the stream's registers
+  if (stream_.prepare(*device_, setup)) {
+    register_changed(gvcp::streamPortRegister);  // as a new stream does
+    register_changed(gvcp::streamAddressRegister);
+  }
   commandsBefore_ = wire_.round_trips();
   stream_.open(numFrames == UINT32_MAX ? UINT64_MAX : numFrames);
   try {

@@ -70,8 +70,9 @@ class camera final : private genapi::gate {
   genapi::feature* find(std::string_view name);
   std::optional<std::int64_t> number(const char* name);
   void write_if_present(const char* name, const genapi::value& to);
+  std::uint32_t read_register(std::uint32_t address);
   bool write_register(const char* what, std::uint32_t address, std::uint32_t value);
-  void anything_may_have_changed();
+  void register_changed(std::uint32_t address);
   void read_options();
   bool write_heartbeat();
   bool write_packet_options();
@@ -98,6 +99,7 @@ class camera final : private genapi::gate {
   GenApi::CNodeMapRef reference_;
 
   GEV_CAMERA_OPTIONS options_;
+  bool packetOptionsWritten_ = false;
   std::uint64_t ticksPerSecond_ = 0;
   frame_stream stream_;
   std::uint64_t commandsBefore_ = 0;  // the transfer

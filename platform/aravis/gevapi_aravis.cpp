@@ -35,11 +35,9 @@ GEV_STATUS told(const char* call, Work work) {
 template <class Work>
 GEV_STATUS camera_call(const char* name, GEV_CAMERA_HANDLE handle, Work work) {
   return told(name, [&]() -> GEV_STATUS {
-    if (!library::instance().initialized()) {
-      return GEVLIB_ERROR_NOT_INITIALIZED;
-    }
-    const auto called = library::instance().by_handle(handle);
-    return called == nullptr ? GEVLIB_ERROR_INVALID_HANDLE : work(*called);
+    std::shared_ptr<camera> called;
+    const GEV_STATUS status = library::instance().find(handle, called);
+    return status == GEVLIB_OK ? work(*called) : status;
   });
 }
 
@@ -137,8 +135,8 @@ GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, 
 }
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
-  const auto of = library::instance().by_handle(handle);
-  return of == nullptr || !library::instance().initialized() ? nullptr : of->node_map();
+  std::shared_ptr<camera> of;
+  return library::instance().find(handle, of) == GEVLIB_OK ? of->node_map() : nullptr;
 }
 
 GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size,

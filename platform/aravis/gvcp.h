@@ -20,6 +20,7 @@ constexpr std::uint32_t controlRegister = 0x0a00;           // who may control i
 constexpr std::uint32_t controllerPortRegister = 0x0a04;    // of the client in control; optional
 constexpr std::uint32_t controllerAddressRegister = 0x0a14;
 constexpr std::uint32_t streamPortRegister = 0x0d00;  // where the image stream goes to
+constexpr std::uint32_t streamAddressRegister = 0x0d18;
 
 constexpr std::uint32_t exclusiveControl = 1U << 0;
 constexpr std::uint32_t sharedControl = 1U << 1;

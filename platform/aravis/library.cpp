@@ -63,11 +63,18 @@ GEV_STATUS library::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode,
   return GEVLIB_OK;
 }
 
-std::shared_ptr<camera> library::by_handle(GEV_CAMERA_HANDLE handle) const {
+GEV_STATUS library::find(GEV_CAMERA_HANDLE handle, std::shared_ptr<camera>& found) const {
   const std::shared_lock lock(mutex_);
-  const auto found =
+  if (initializations_ == 0) {
+    return GEVLIB_ERROR_NOT_INITIALIZED;
+  }
+  const auto known =
       std::find_if(open_.begin(), open_.end(), [=](const auto& each) { return each.first == handle; });
-  return found == open_.end() ? nullptr : found->second;
+  if (known == open_.end()) {
+    return GEVLIB_ERROR_INVALID_HANDLE;
+  }
+  found = known->second;
+  return GEVLIB_OK;
 }
 
 bool library::close(GEV_CAMERA_HANDLE handle) {

@@ -34,8 +34,8 @@ class library {
   std::vector<GEV_DEVICE_INTERFACE> search();
 
   GEV_STATUS open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode, GEV_CAMERA_HANDLE& handle);
-  // Null when it is no handle.
-  std::shared_ptr<camera> by_handle(GEV_CAMERA_HANDLE handle) const;
+  // Sets `found` to the camera, or tells why there is none.
+  GEV_STATUS find(GEV_CAMERA_HANDLE handle, std::shared_ptr<camera>& found) const;
   // False when the handle is none.
   bool close(GEV_CAMERA_HANDLE handle);
 

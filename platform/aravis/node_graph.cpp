@@ -1,7 +1,6 @@
 #include "platform/aravis/node_graph.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace gige {
 namespace {
@@ -34,6 +33,17 @@ bool leads_to_source(ArvGcPropertyNodeType kind) {
 bool decides_access(ArvGcPropertyNodeType kind) {
   return kind == ARV_GC_PROPERTY_NODE_TYPE_P_IS_IMPLEMENTED ||
          kind == ARV_GC_PROPERTY_NODE_TYPE_P_IS_AVAILABLE;
+}
+
+// A value does not depend on whether it may be written.
+bool leads_to_source_of_value(ArvGcPropertyNodeType kind) {
+  return leads_to_source(kind) && kind != ARV_GC_PROPERTY_NODE_TYPE_P_IS_LOCKED && !decides_access(kind);
+}
+
+// Where a register is.
+bool leads_to_place(ArvGcPropertyNodeType kind) {
+  return kind == ARV_GC_PROPERTY_NODE_TYPE_P_ADDRESS || kind == ARV_GC_PROPERTY_NODE_TYPE_P_INDEX ||
+         kind == ARV_GC_PROPERTY_NODE_TYPE_P_LENGTH;
 }
 
 // What an element says of how long a value that was read holds.
@@ -86,6 +96,21 @@ node_graph::node_graph(ArvGc& description) {
     }
     for_each_child(ARV_DOM_NODE(nodes_[at]), [&](ArvDomNode* child) { link(at, child); });
   }
+  for (std::size_t at = 0; at < nodes_.size(); ++at) {
+    spans_.push_back(fixed_span(at));
+  }
+}
+
+std::optional<node_graph::span> node_graph::fixed_span(std::size_t at) const {
+  const auto& links = edges_[at];
+  if (!ARV_IS_GC_REGISTER(nodes_[at]) ||
+      std::any_of(links.begin(), links.end(), [](const edge& each) { return leads_to_place(each.kind); })) {
+    return std::nullopt;
+  }
+  glib_error none;
+  const span found{arv_gc_register_get_address(ARV_GC_REGISTER(nodes_[at]), none.out()),
+                   arv_gc_register_get_length(ARV_GC_REGISTER(nodes_[at]), none.out())};
+  return found;
 }
 
 // Descends through groups and structures, which hold nodes of their own.
@@ -140,9 +165,25 @@ std::vector<std::size_t> node_graph::reach(std::size_t first, Follow follow) con
   return reached;
 }
 
+template <class Follow>
+dependencies::sources node_graph::sources_of(std::size_t node, Follow follow) const {
+  dependencies::sources found{.nodes = reach(node, follow), .invalidators = {}};
+  for (const std::size_t at : found.nodes) {
+    for (const edge& each : edges_[at]) {
+      if (each.kind == ARV_GC_PROPERTY_NODE_TYPE_P_INVALIDATOR) {
+        const auto further = reach(each.to, leads_to_source);
+        found.invalidators.insert(found.invalidators.end(), further.begin(), further.end());
+      }
+    }
+  }
+  return found;
+}
+
 dependencies node_graph::of(ArvGcFeatureNode* node) const {
   const std::size_t self = indices_.at(ARV_GC_NODE(node));
-  dependencies found{.nodes = reach(self, leads_to_source), .moving = {}};
+  dependencies found{.ofValue = sources_of(self, leads_to_source_of_value),
+                     .ofAccess = sources_of(self, leads_to_source),
+                     .moving = {}};
   const auto moves = [&](std::size_t at, std::chrono::milliseconds lifetime) {
     if (ARV_IS_GC_REGISTER(nodes_[at])) {
       found.moving.push_back({ARV_GC_REGISTER(nodes_[at]), lifetime});
@@ -153,7 +194,7 @@ dependencies node_graph::of(ArvGcFeatureNode* node) const {
       moves(at, std::chrono::milliseconds(0));
     }
   }
-  for (const std::size_t at : found.nodes) {
+  for (const std::size_t at : found.ofAccess.nodes) {
     const declared_caching caching = caching_of(ARV_DOM_NODE(nodes_[at]));
     found.readBack = found.readBack || caching.readBack;
     if (caching.lifetime) {
@@ -193,16 +234,46 @@ bool node_graph::has_optional_entries(ArvGcFeatureNode* node) const {
   return optional;
 }
 
+// Where the value is we wrote; what is behind a selector the camera has exchanged.
 void node_graph::changed(ArvGcFeatureNode* node, moment when) {
-  for (const std::size_t at : reach(indices_.at(ARV_GC_NODE(node)), leads_to_written)) {
-    changes_[at] = when;
+  const std::size_t self = indices_.at(ARV_GC_NODE(node));
+  const std::vector<std::size_t> written = reach(self, leads_to_value);
+  for (const std::size_t at : reach(self, leads_to_written)) {
+    const bool ours = std::find(written.begin(), written.end(), at) != written.end();
+    changes_[at] = {when, ours ? changes_[at].byCamera : when};
+  }
+  for (const std::size_t at : written) {
+    if (spans_[at]) {
+      mark_overlapping(*spans_[at], when);
+    }
   }
 }
 
-moment node_graph::last_change(const dependencies& of) const {
-  moment last = allChanged_;
+void node_graph::mark_overlapping(const span& with, moment when) {
+  for (std::size_t at = 0; at < nodes_.size(); ++at) {
+    if (spans_[at] && spans_[at]->overlaps(with)) {
+      changes_[at].any = when;
+    }
+  }
+}
+
+void node_graph::registers_changed(std::uint64_t address, std::uint64_t size, moment when) {
+  mark_overlapping({address, size}, when);
+  for (std::size_t at = 0; at < nodes_.size(); ++at) {
+    if (!spans_[at] && ARV_IS_GC_REGISTER(nodes_[at])) {
+      changes_[at].any = when;
+    }
+  }
+}
+
+change node_graph::last_change(const dependencies::sources& of) const {
+  change last;
   for (const std::size_t at : of.nodes) {
-    last = std::max(last, changes_[at]);
+    last.any = std::max(last.any, changes_[at].any);
+    last.byCamera = std::max(last.byCamera, changes_[at].byCamera);
+  }
+  for (const std::size_t at : of.invalidators) {
+    last.byCamera = std::max(last.byCamera, changes_[at].any);
   }
   return last;
 }

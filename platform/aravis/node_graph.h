@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -20,12 +22,24 @@ struct moving_register {
   std::chrono::milliseconds lifetime;  // 0: to be read each time
 };
 
-// All that a node's value, limits and access mode are made of: the nodes that it names, the nodes that those
-// name and so on, with the nodes that are declared to invalidate them.
+// All that a node's value and limits are made of, and with them its access mode: the nodes that it names, the
+// nodes that those name and so on, with the nodes that are declared to invalidate them.
 struct dependencies {
-  std::vector<std::size_t> nodes;  // itself among them
+  struct sources {
+    std::vector<std::size_t> nodes;         // itself among them
+    std::vector<std::size_t> invalidators;  // those of them upon which the camera changes others
+  };
+  sources ofValue;
+  sources ofAccess;  // those of the value as well
   std::vector<moving_register> moving;
   bool readBack = false;  // what is written is not known before it is read
+};
+
+// When a node last became another. What was remembered of it was then outdated; the registers behind it were
+// only if the camera may have changed some of them itself.
+struct change {
+  moment any = 0;
+  moment byCamera = 0;
 };
 
 // The entries of an enumeration, in the description's order.
@@ -46,31 +60,44 @@ class node_graph {
   // Whether which of its entries are offered is the camera's to say.
   bool has_optional_entries(ArvGcFeatureNode* node) const;
 
-  // The node was written: it, what it is written through to, and what it selects are of that moment.
+  // The node was written: it, what it is written through to, other nodes of the same registers, and what it
+  // selects are of that moment.
   void changed(ArvGcFeatureNode* node, moment when);
-  // Anything may have changed.
-  void all_changed(moment when) { allChanged_ = when; }
-  // The last moment at which one of them was changed.
-  moment last_change(const dependencies& of) const;
+  // Registers were written past the nodes: those there, and those of which it depends on others where they
+  // are, are of that moment.
+  void registers_changed(std::uint64_t address, std::uint64_t size, moment when);
+  // When one of them last became another.
+  change last_change(const dependencies::sources& of) const;
 
  private:
   void add(ArvDomNode* element, std::size_t parent);
   // All nodes within reach of the first by the links that `follow` accepts.
   template <class Follow>
   std::vector<std::size_t> reach(std::size_t first, Follow follow) const;
+  template <class Follow>
+  dependencies::sources sources_of(std::size_t node, Follow follow) const;
 
   struct edge {
     std::size_t to;
     ArvGcPropertyNodeType kind;
   };
+  struct span {
+    std::uint64_t address = 0;
+    std::uint64_t size = 0;
+    bool overlaps(const span& other) const {
+      return address < other.address + other.size && other.address < address + size;
+    }
+  };
+  std::optional<span> fixed_span(std::size_t at) const;
+  void mark_overlapping(const span& with, moment when);
   void link(std::size_t from, ArvDomNode* element);
 
   std::vector<ArvGcFeatureNode*> nodes_;
   std::vector<std::size_t> parents_;  // the structure that a node is a part of, or itself
   std::unordered_map<ArvGcNode*, std::size_t> indices_;
   std::vector<std::vector<edge>> edges_;
-  std::vector<moment> changes_;
-  moment allChanged_ = 0;
+  std::vector<std::optional<span>> spans_;  // of the registers that always are in the same place
+  std::vector<change> changes_;
 };
 
 }  // namespace gige

@@ -27,14 +27,14 @@ struct wire::front {
 
   static gboolean write_memory(ArvDevice* device, guint64 address, guint32 size, void* from, GError** error) {
     wire& self = of(device);
-    return self.write(address, size, error, [&](GError** failed) {
+    return self.write({address, size, false}, from, error, [&](GError** failed) {
       return arv_device_write_memory(&self.camera_, address, size, from, failed);
     });
   }
 
   static gboolean write_register(ArvDevice* device, guint64 address, guint32 value, GError** error) {
     wire& self = of(device);
-    return self.write(address, sizeof value, error, [&](GError** failed) {
+    return self.write({address, sizeof value, true}, &value, error, [&](GError** failed) {
       return arv_device_write_register(&self.camera_, address, value, failed);
     });
   }
@@ -100,18 +100,34 @@ bool wire::read(const place& where, void* to, GError** error, Ask ask) {
   if (!send(error, ask)) {
     return false;
   }
-  content& read = known_[where];
-  const auto* const bytes = static_cast<const std::uint8_t*>(to);
-  read.bytes.assign(bytes, bytes + where.size);
-  read.readAt = now_;
-  read.readTime = std::chrono::steady_clock::now();
+  remember(where, to);
   return true;
 }
 
 template <class Tell>
-bool wire::write(std::uint64_t address, std::uint32_t size, GError** error, Tell tell) {
-  forget(address, size);
-  return send(error, tell);
+bool wire::write(const place& where, const void* from, GError** error, Tell tell) {
+  forget(where.address, where.size);
+  written_.reset();
+  if (!send(error, tell)) {
+    return false;
+  }
+  const auto* const bytes = static_cast<const std::uint8_t*>(from);
+  written_.emplace(where, std::vector<std::uint8_t>(bytes, bytes + where.size));
+  return true;
+}
+
+void wire::keep_written() {
+  if (written_) {
+    remember(written_->first, written_->second.data());
+  }
+}
+
+void wire::remember(const place& where, const void* bytes) {
+  const auto* const first = static_cast<const std::uint8_t*>(bytes);
+  content& known = known_[where];
+  known.bytes.assign(first, first + where.size);
+  known.readAt = now_;
+  known.readTime = std::chrono::steady_clock::now();
 }
 
 // Also what overlaps in part: registers may be described in pieces.

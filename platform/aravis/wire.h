@@ -6,8 +6,10 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/aravis/glib.h"
@@ -40,6 +42,11 @@ class wire {
   void trust_since(moment oldest) { trusted_ = oldest; }
   static constexpr moment nothing = UINT64_MAX;
 
+  // Registers were written past this; they are read again.
+  void forget(std::uint64_t address, std::uint32_t size);
+  // What was written last is what the camera has now: it needs not be read.
+  void keep_written();
+
   // The camera changes that register itself: what was read holds for so long only.
   void expires(std::uint64_t address, std::chrono::milliseconds after) { lifetimes_[address] = after; }
 
@@ -66,10 +73,10 @@ class wire {
   template <class Ask>
   bool read(const place& where, void* to, GError** error, Ask ask);
   template <class Tell>
-  bool write(std::uint64_t address, std::uint32_t size, GError** error, Tell tell);
+  bool write(const place& where, const void* from, GError** error, Tell tell);
   template <class Command>
   bool send(GError** error, Command command);
-  void forget(std::uint64_t address, std::uint32_t size);
+  void remember(const place& where, const void* bytes);
 
   ArvDevice& camera_;
   link& link_;
@@ -77,6 +84,7 @@ class wire {
   moment now_ = 1;
   moment trusted_ = 0;
   std::map<place, content> known_;
+  std::optional<std::pair<place, std::vector<std::uint8_t>>> written_;  // with the last command
   std::unordered_map<std::uint64_t, std::chrono::milliseconds> lifetimes_;
   std::uint64_t roundTrips_ = 0;
 };

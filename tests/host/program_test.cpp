@@ -1,5 +1,4 @@
 // The built program, end to end, with simulated cameras.
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -7,28 +6,22 @@
 #include <pty.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
+
+#include "tests/program.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using clock_type = std::chrono::steady_clock;
-
-constexpr auto kPatience = 20s;
+using tests::clock_type;
+using tests::content;
+using tests::count;
+using tests::has;
+using tests::words;
 
 std::string camera_text(const std::string& serial, const std::string& more = "") {
   return fmt::format(
@@ -37,96 +30,17 @@ std::string camera_text(const std::string& serial, const std::string& more = "")
       serial, more);
 }
 
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-std::size_t count(const std::string& text, const std::string& part) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++found;
-  }
-  return found;
-}
-
-std::string content(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-// The program, started; its standard output and error go to files, or its error to a terminal.
-class program {
+class program : public tests::program {
  public:
-  program(const fs::path& directory, const std::vector<std::string>& arguments, const std::string& cameras,
-          int terminal = -1)
-      : out_(directory / "out"), error_(directory / "error") {
-    std::vector<std::string> words = {MEDIAGRABBER};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) {
-      argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    child_ = fork();
-    if (child_ == 0) {
-      setenv("GEVSIM_CAMERAS", cameras.c_str(), 1);
-      dup2(open(out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-      dup2(terminal >= 0 ? terminal : open(error_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
-           STDERR_FILENO);
-      execv(MEDIAGRABBER, argv.data());
-      _exit(127);
-    }
-  }
-  ~program() {
-    if (child_ > 0) {
-      kill(child_, SIGKILL);
-      waitpid(child_, nullptr, 0);
-    }
-  }
-  program(const program&) = delete;
-  program& operator=(const program&) = delete;
-
-  void signal(int number) const { kill(child_, number); }
-  // Waits until standard error says it so often.
-  bool says(const std::string& text, std::size_t times = 1) const {
-    return until([&] { return count(error(), text) >= times; });
-  }
-  static bool until(const std::function<bool()>& isMet) {
-    for (const auto end = clock_type::now() + kPatience; clock_type::now() < end;) {
-      if (isMet()) {
-        return true;
-      }
-      std::this_thread::sleep_for(10ms);
-    }
-    return false;
-  }
-  // The exit code; -1 when it did not end by itself.
-  int wait() {
-    int status = -1;
-    pid_t ended = 0;
-    until([&] { return (ended = waitpid(child_, &status, WNOHANG)) != 0; });
-    if (ended != child_) {
-      return -1;
-    }
-    child_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  // Sends the signal and gives the seconds until the program has ended, which must be without a failure.
-  double end(int number) {
-    const auto asked = clock_type::now();
-    signal(number);
-    EXPECT_EQ(wait(), 0) << error();
-    return std::chrono::duration<double>(clock_type::now() - asked).count();
-  }
-  std::string out() const { return content(out_); }
-  std::string error() const { return content(error_); }
+  program(const fs::path& directory, const words& arguments, const std::string& cameras, int terminal = -1)
+      : tests::program(directory / "host", line(arguments, cameras), terminal) {}
 
  private:
-  fs::path out_;
-  fs::path error_;
-  pid_t child_ = 0;
+  static words line(const words& arguments, const std::string& cameras) {
+    words all = {"env", "GEVSIM_CAMERAS=" + cameras, MEDIAGRABBER};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+  }
 };
 
 class mediagrabber : public testing::Test {

@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <optional>
 
+#include "platform/aravis/emulator/registers.h"
 #include "platform/sim/picture.h"
-#include "tests/wire/program.h"
+#include "tests/program.h"
+#include "tests/wire/command_recorder.h"
 
 namespace wire_test {
 namespace {
@@ -16,6 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using sim::picture_settings;
+using tests::clock_type;
+using tests::content;
+using tests::has;
+using tests::program;
+using tests::words;
 
 constexpr const char* kSerial = "GV000001";
 constexpr std::size_t kSensorWidth = 320;
@@ -204,6 +211,38 @@ TEST_F(wire, every_setting_shows_in_every_pixel) {
     const auto shows = [=](const shown& frame) { return frame.state == wanted; };
     EXPECT_GE(std::count_if(frames.begin(), frames.end(), shows), 5) << "frames of state " << wanted;
   }
+}
+
+// Nothing is asked for, and no choice is made anew that stands; the transfer is stopped and started once.
+TEST_F(wire, a_sweep_takes_one_command_for_each_setting) {
+  camera there(directory, gvcam());
+  const command_recorder recorder;
+  auto host = run(camera_text(kSerial, kWhole,
+                              "[[camera.pin]]\nline = \"Line3\"\n[[sweep]]\nafter_frames = 10\n"
+                              "exposure_us = 2500\ngain_db = 3\ngamma = 2.0\nir_level = 1\n"),
+                  {"-n", "20"});
+  EXPECT_EQ(host.wait(), 0) << host.error();
+  std::vector<command> sent;
+  for (const command& each : recorder.take()) {
+    const bool heartbeat = each.address < 0x100 || each.address == gvcam::gev::controlPrivilege;
+    if (!heartbeat) {
+      sent.push_back(each);
+    }
+  }
+  constexpr std::uint32_t line3 = 2 * 4;
+  std::vector<command> sweep;
+  for (const std::uint32_t address :
+       {gvcam::own::gain, gvcam::own::exposureTimeUs, gvcam::emulator::acquisition, gvcam::own::lutType,
+        gvcam::own::lutMode, gvcam::own::gammaCorrection, gvcam::own::lineSource + line3,
+        gvcam::own::lineInverter + line3, gvcam::own::pulseDelayUs + line3,
+        gvcam::own::pulseDurationUs + line3, gvcam::emulator::acquisition}) {
+    sweep.push_back({true, address});
+  }
+  std::string all;
+  for (const command& each : sent) {
+    all += fmt::format("{}{:04x} ", each.isWrite ? "w" : "r", each.address);
+  }
+  EXPECT_NE(std::search(sent.begin(), sent.end(), sweep.begin(), sweep.end()), sent.end()) << all;
 }
 
 TEST_F(wire, a_window_is_written_in_the_order_that_the_camera_takes) {
