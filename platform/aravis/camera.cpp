@@ -288,9 +288,9 @@ bool camera::write_packet_options() {
   const std::uint32_t wanted = options_.streamPktSize == 0 ? packetSizeOfChoice : options_.streamPktSize;
   const std::uint32_t flags = read_register(packetSizeRegister) & ~packetSizeMask;
   const double ticks = options_.streamPktDelay * 1e-6 * static_cast<double>(ticksPerSecond_);
-  packetOptionsWritten_ = write_register("packet size", packetSizeRegister, flags | wanted) &&
-                          write_register("packet delay", packetDelayRegister,
-                                         static_cast<std::uint32_t>(std::min(ticks, 4e9)));
+  packetOptionsWritten_ =
+      write_register("packet size", packetSizeRegister, flags | wanted) &&
+      write_register("packet delay", packetDelayRegister, static_cast<std::uint32_t>(std::min(ticks, 4e9)));
   return packetOptionsWritten_;
 }
 
