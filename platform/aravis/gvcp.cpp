@@ -9,7 +9,7 @@ constexpr std::uint8_t answerMayBeBroadcast = 0x10;
 constexpr std::size_t headerSize = 8;
 
 constexpr std::uint16_t discoveryAnswer = 0x0003;
-constexpr std::uint16_t readAnswer = 0x0081;
+constexpr std::uint16_t readAnswer = 0x0085;
 constexpr std::uint16_t pendingAnswer = 0x0089;
 
 std::uint16_t short_at(std::span<const std::uint8_t> data, std::size_t offset) {
@@ -35,22 +35,26 @@ std::array<std::uint8_t, 8> discovery_command() {
   return {commandKey, wantsAnswer | answerMayBeBroadcast, 0x00, 0x02, 0, 0, 0xff, 0xff};
 }
 
-std::array<std::uint8_t, 12> read_command(std::uint32_t address, std::uint16_t id) {
+std::array<std::uint8_t, 16> read_command(std::uint32_t address, std::uint16_t id) {
   const auto byte = [](std::uint32_t number, unsigned place) {
     return static_cast<std::uint8_t>(number >> (8 * place));
   };
   return {commandKey,
           wantsAnswer,
           0x00,
-          0x80,
+          0x84,
           0,
-          4,
+          8,
           byte(id, 1),
           byte(id, 0),
           byte(address, 3),
           byte(address, 2),
           byte(address, 1),
-          byte(address, 0)};
+          byte(address, 0),
+          0,
+          0,
+          0,
+          4};
 }
 
 std::optional<answer> parse(std::span<const std::uint8_t> message) {

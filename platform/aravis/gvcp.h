@@ -29,8 +29,11 @@ constexpr std::uint32_t sharedControl = 1U << 1;
 std::array<std::uint8_t, 8> discovery_command();
 constexpr std::size_t discovery_size = 0xf8;
 
-// "What is in this register?", answered by four bytes. An id of zero is none.
-std::array<std::uint8_t, 12> read_command(std::uint32_t address, std::uint16_t id);
+// "What is in these four bytes of memory?", answered by their address and them. An id of zero is none.
+// Registers are asked for as memory since there are cameras that take a question for the control register,
+// whoever asks, for the heartbeat of who has control, and so never free themselves of a client that is gone.
+std::array<std::uint8_t, 16> read_command(std::uint32_t address, std::uint16_t id);
+constexpr std::size_t readAnswerSize = 8;
 
 // What a camera sent back.
 struct answer {

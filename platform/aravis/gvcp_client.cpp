@@ -70,8 +70,9 @@ gvcp_client::answer gvcp_client::await(std::uint16_t id, std::chrono::millisecon
       }
       continue;
     }
-    const bool value = got->what == gvcp::answer::kind::read && got->status == 0 && got->data.size() >= 4;
-    return value ? answer{outcome::value, gvcp::number_at(got->data, 0)} : answer{outcome::refused, 0};
+    const bool value =
+        got->what == gvcp::answer::kind::read && got->status == 0 && got->data.size() >= gvcp::readAnswerSize;
+    return value ? answer{outcome::value, gvcp::number_at(got->data, 4)} : answer{outcome::refused, 0};
   }
   return {};
 }
