@@ -18,6 +18,7 @@
 #include "core/log.h"
 #include "platform/aravis/descriptor.h"
 #include "platform/aravis/gvcp.h"
+#include "platform/aravis/sockets.h"
 
 namespace gige {
 namespace {
@@ -30,14 +31,6 @@ struct asking {
   std::vector<std::uint32_t> asked;
   descriptor socket;
 };
-
-sockaddr_in internet_address(std::uint32_t address, std::uint16_t port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_port = htons(port);
-  result.sin_addr.s_addr = htonl(address);
-  return result;
-}
 
 std::uint32_t host_address(const sockaddr* from) {
   sockaddr_in internet{};

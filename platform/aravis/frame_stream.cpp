@@ -248,7 +248,8 @@ void frame_stream::clear() {
   lateBefore_ = 0;
   if (stream_ != nullptr && link_->lost()) {
     // Aravis tries for seconds to tell the camera, and may do so alone.
-    std::thread([left = std::move(stream_), buffers = std::move(slots_), pixels = std::move(pixels_)]() mutable {
+    std::thread([left = std::move(stream_), buffers = std::move(slots_),
+                 pixels = std::move(pixels_)]() mutable {
       left.reset();
     }).detach();
   }

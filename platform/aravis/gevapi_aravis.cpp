@@ -141,32 +141,14 @@ GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
 
 GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size,
                                             void* value) {
-  return camera_call("GevGetFeatureValue", handle, [=](camera& of) -> GEV_STATUS {
-    if (name == nullptr || type == nullptr || value == nullptr) {
-      return GEVLIB_ERROR_PARAMETER_NULL;
-    }
-    if (size <= 0) {
-      return GEVLIB_ERROR_PARAMETER_INVALID;
-    }
-    return of.with_feature(name, [=](genapi::feature& feature) {
-      return genapi::read_bytes(feature, type, static_cast<std::size_t>(size), value);
-    });
-  });
+  return camera_call("GevGetFeatureValue", handle,
+                     [=](camera& of) { return genapi::read_feature(of, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
-  return camera_call("GevSetFeatureValue", handle, [=](camera& of) -> GEV_STATUS {
-    if (name == nullptr || value == nullptr) {
-      return GEVLIB_ERROR_PARAMETER_NULL;
-    }
-    if (size <= 0) {
-      return GEVLIB_ERROR_PARAMETER_INVALID;
-    }
-    return of.with_feature(name, [=](genapi::feature& feature) {
-      return genapi::write_bytes(feature, static_cast<std::size_t>(size), value);
-    });
-  });
+  return camera_call("GevSetFeatureValue", handle,
+                     [=](camera& of) { return genapi::write_feature(of, name, size, value); });
 }
 
 // ---- Frames

@@ -9,20 +9,9 @@
 #include <span>
 
 #include "platform/aravis/gvcp.h"
+#include "platform/aravis/sockets.h"
 
 namespace gige {
-namespace {
-
-sockaddr_in internet_address(std::uint32_t address, std::uint16_t port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_port = htons(port);
-  result.sin_addr.s_addr = htonl(address);
-  return result;
-}
-
-}  // namespace
-
 gvcp_client::gvcp_client(std::uint32_t ownAddress, std::uint32_t cameraAddress)
     : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   const sockaddr_in own = internet_address(ownAddress, 0);

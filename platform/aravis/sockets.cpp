@@ -33,6 +33,14 @@ int number_of(const std::filesystem::path& name) {
 
 }  // namespace
 
+sockaddr_in internet_address(std::uint32_t address, std::uint16_t port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_port = htons(port);
+  result.sin_addr.s_addr = htonl(address);
+  return result;
+}
+
 bool packet_sockets_allowed() {
   return static_cast<bool>(descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)));
 }

@@ -1,10 +1,15 @@
-// What the system granted to the receiver of an image stream.
+// Addresses, and what the system grants to the receiver of an image stream.
 #ifndef PLATFORM_ARAVIS_SOCKETS_H
 #define PLATFORM_ARAVIS_SOCKETS_H
+
+#include <netinet/in.h>
 
 #include <cstdint>
 
 namespace gige {
+
+// IPv4, address in host byte order.
+sockaddr_in internet_address(std::uint32_t address, std::uint16_t port);
 
 // Whether this process may receive on a packet socket, which needs CAP_NET_RAW.
 bool packet_sockets_allowed();

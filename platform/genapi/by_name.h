@@ -19,6 +19,30 @@ GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from);
 // The value in the bytes; nothing when the size is not one of the feature's kind.
 std::optional<value> value_of_bytes(feature& feature, std::size_t size, const void* from);
 
+// GevGetFeatureValue and GevSetFeatureValue of a camera that finds its features by `with_feature`.
+template <class Camera>
+GEV_STATUS read_feature(Camera& of, const char* name, int* type, int size, void* to) {
+  if (name == nullptr || type == nullptr || to == nullptr) {
+    return GEVLIB_ERROR_PARAMETER_NULL;
+  }
+  if (size <= 0) {
+    return GEVLIB_ERROR_PARAMETER_INVALID;
+  }
+  return of.with_feature(
+      name, [=](feature& feature) { return read_bytes(feature, type, static_cast<std::size_t>(size), to); });
+}
+template <class Camera>
+GEV_STATUS write_feature(Camera& of, const char* name, int size, const void* from) {
+  if (name == nullptr || from == nullptr) {
+    return GEVLIB_ERROR_PARAMETER_NULL;
+  }
+  if (size <= 0) {
+    return GEVLIB_ERROR_PARAMETER_INVALID;
+  }
+  return of.with_feature(
+      name, [=](feature& feature) { return write_bytes(feature, static_cast<std::size_t>(size), from); });
+}
+
 // No exception leaves a library: the status that stands for it.
 template <class Work>
 GEV_STATUS guarded(Work work) {
