@@ -143,6 +143,13 @@ class measuring_host final : public mg::device_handler_like, public mg::cam_stre
  public:
   measuring_host(std::uint64_t frames, bool sweeps) : frames_(frames), sweeps_(sweeps) {}
 
+  /// Forgets what was measured in earlier runs.
+  void begin() {
+    got = {};
+    seen_ = missed_ = 0;
+    reads_ = 0;
+  }
+
   void heartbeat() override {
     if (seen_++ == 0) {  // like the bare loop: from the first frame on
       cpuBefore_ = cpu_of(CLOCK_PROCESS_CPUTIME_ID);
@@ -257,7 +264,10 @@ void destroy_device(mg::device_like* device) {
 reception receive_by_bundle(const run_setup& setup) {
   measuring_host host(setup.frames, false);
   mg::device_like* device = create_device(host, setup);
-  device->run(&host);
+  for (int run = 0; run < 2; ++run) {  // the first run asks the camera for what stays, and warms up
+    host.begin();
+    device->run(&host);
+  }
   destroy_device(device);
   return host.got;
 }
@@ -397,7 +407,8 @@ void frame_over_the_wire(benchmark::State& state) {
 BENCHMARK(frame_over_the_wire)->Arg(1)->Arg(0)->Iterations(15)->Unit(benchmark::kSecond);
 
 // The rate is raised step by step; the last is as fast as the camera can. What counts is the highest rate at
-// which whole frames came while no more than one was lost: the first may be, on a UDP socket.
+// which whole frames came in one of the runs while no more than one was lost: the first may be, on a UDP
+// socket.
 void highest_rate_over_the_wire(benchmark::State& state) {
   const bool packetSocket = state.range(0) != 0;
   const emulated_camera camera(kNoRateLimit);
@@ -407,7 +418,7 @@ void highest_rate_over_the_wire(benchmark::State& state) {
       {"arv_camera_test_hz", receive_by_camera_test}};
   std::map<std::string, double> highest;
   for (auto _ : state) {
-    for (const double hz : {200.0, 300.0, 400.0, 500.0, 600.0, 800.0, 1000.0, 50'000.0}) {
+    for (const double hz : {200.0, 400.0, 700.0, 1000.0, 50'000.0}) {
       for (const auto& [name, receive] : receivers) {
         const reception got = receive({packetSocket, hz, 10, 600});
         highest[name] = got.lost <= 1 ? std::max(highest[name], got.hz) : highest[name];
@@ -419,7 +430,7 @@ void highest_rate_over_the_wire(benchmark::State& state) {
   }
   state.SetLabel(packetSocket ? "packet socket" : "UDP socket");
 }
-BENCHMARK(highest_rate_over_the_wire)->Arg(1)->Arg(0)->Iterations(2)->Unit(benchmark::kSecond);
+BENCHMARK(highest_rate_over_the_wire)->Arg(1)->Arg(0)->Iterations(5)->Unit(benchmark::kSecond);
 
 // Commands for each frame in steady state and for a sweep of gain, exposure, gamma and one IR output, and how
 // long that and the creation of a device take.

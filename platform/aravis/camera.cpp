@@ -335,12 +335,14 @@ GEV_STATUS camera::start(std::uint32_t numFrames) {
   if (!write_packet_options()) {
     return link_->lost() ? GEVLIB_ERROR_DEVICE_LOST : GEVLIB_ERROR_GENERIC;
   }
-  const stream_setup setup = setup_of_transfer();
-  if (std::uint64_t{setup.bufferCount} * setup.payloadBytes > options_.streamMemoryLimitMax) {
+  stream_setup setup = setup_of_transfer();
+  const std::uint32_t possible = options_.streamMemoryLimitMax / setup.payloadBytes;
+  if (setup.bufferCount > possible) {
     LOG(1, "fail: %u buffers of %u bytes are more than the %u bytes allowed", setup.bufferCount,
         setup.payloadBytes, options_.streamMemoryLimitMax);
     return GEVLIB_ERROR_NO_MEMORY;
   }
+  setup.bufferCount = std::min(setup.bufferCount + 1, possible);  // for the frame that comes in
   watch_.reset();
   if (stream_.prepare(*device_, setup)) {
     register_changed(gvcp::streamPortRegister);  // as a new stream does

@@ -239,7 +239,7 @@ void frame_stream::tell_statistics() {
   const std::scoped_lock lock(link_->mutex());
   LOG(4,
       "stat: transfer of %s (whole:%" PRIu64 ", incomplete:%" PRIu64 ", missing:%" PRIu64
-      ", without-buffer:%" PRIu64 ")",
+      ", packets-without-buffer:%" PRIu64 ")",
       link_->serial().c_str(), whole_, broken_, missing_, late - lateBefore_);
   lateBefore_ = late;
 }

@@ -108,7 +108,7 @@ class frame_stream {
   std::uint64_t lastId_ = 0;
   std::uint64_t brokenBefore_ = 0;  // frames before the last whole one
 
-  std::uint64_t lateBefore_ = 0;  // frames without a buffer, of earlier transfers
+  std::uint64_t lateBefore_ = 0;  // packets without a buffer, of earlier transfers
 };
 
 }  // namespace gige

@@ -336,7 +336,7 @@ TEST_F(aravis, receives_frames_with_one_command_each) {
     takeLog();
     EXPECT_EQ(GevAbortTransfer(handle), GEVLIB_OK);
     const std::string told = takeLog();
-    EXPECT_NE(told.find("incomplete:0, missing:0, without-buffer:0"), std::string::npos) << told;
+    EXPECT_NE(told.find("incomplete:0, missing:0, packets-without-buffer:0"), std::string::npos) << told;
     // Beside those of the frames: the lock, mode, start, stop and the two values.
     EXPECT_LE(numberAfter(told, "commands to GV000001 during the transfer:"), frames + 12) << told;
     EXPECT_EQ(take(10), GEVLIB_ERROR_TIME_OUT);
