@@ -96,7 +96,7 @@ struct sent_frame {
                : number(0, 2) + number(id, 2) + number(kind << 24U | at, 4) + content;
   }
   void send(std::uint16_t port) const {
-    const std::string size = number(64, 4) + number(64, 4) + number(0, 12);
+    const std::string size = number(64, 4) + number(64, 4) + std::string(12, '\0');
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
