@@ -5,14 +5,15 @@
 namespace gige {
 
 void link::lose(const std::string& why) {
+  if (told_.exchange(true)) {
+    return;
+  }
+  LOG(1, "fail: camera %s is lost: %s", serial_.c_str(), why.c_str());
   {
     const std::scoped_lock lock(mutex_);
-    if (lost_.exchange(true)) {
-      return;
-    }
+    lost_.store(true, std::memory_order_release);
   }
   wake_.notify_all();
-  LOG(1, "fail: camera %s is lost: %s", serial_.c_str(), why.c_str());
 }
 
 }  // namespace gige

@@ -16,7 +16,7 @@ class link {
  public:
   explicit link(std::string serial) : serial_(std::move(serial)) {}
 
-  // Says so in the log the first time, and wakes whoever waits.
+  // The first time, says so in the log, then wakes whoever waits, who thus finds the line there.
   void lose(const std::string& why);
   bool lost() const { return lost_.load(std::memory_order_acquire); }
 
@@ -26,6 +26,7 @@ class link {
 
  private:
   const std::string serial_;
+  std::atomic<bool> told_{false};
   std::atomic<bool> lost_{false};
   std::mutex mutex_;
   std::condition_variable wake_;
