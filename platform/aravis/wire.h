@@ -38,13 +38,16 @@ class wire {
   // Something was changed; what was read before may be outdated.
   moment advance() { return ++now_; }
 
-  // From here on registers that were read before that moment are read again.
-  void trust_since(moment oldest) { trusted_ = oldest; }
+  // A new question: from here on registers that were read before that moment are read again.
+  void trust_since(moment oldest) {
+    trusted_ = oldest;
+    written_.reset();
+  }
   static constexpr moment nothing = UINT64_MAX;
 
   // Registers were written past this; they are read again.
   void forget(std::uint64_t address, std::uint32_t size);
-  // What was written last is what the camera has now: it needs not be read.
+  // What the question wrote last, if anything, is what the camera has now: it needs not be read.
   void keep_written();
 
   // The camera changes that register itself: what was read holds for so long only.
@@ -84,7 +87,7 @@ class wire {
   moment now_ = 1;
   moment trusted_ = 0;
   std::map<place, content> known_;
-  std::optional<std::pair<place, std::vector<std::uint8_t>>> written_;  // with the last command
+  std::optional<std::pair<place, std::vector<std::uint8_t>>> written_;  // by the last command of the question
   std::unordered_map<std::uint64_t, std::chrono::milliseconds> lifetimes_;
   std::uint64_t roundTrips_ = 0;
 };
