@@ -9,6 +9,8 @@ namespace {
 constexpr double kFirstUs = 10;
 constexpr double kStep = 1.01;
 
+constexpr double kRush = 0.9;  // periods; frames that come no faster make up for nothing
+
 std::size_t bucket_of(std::uint64_t us, std::size_t count) {
   const double steps = std::log(std::max(static_cast<double>(us), kFirstUs) / kFirstUs) / std::log(kStep);
   return std::min(static_cast<std::size_t>(std::ceil(steps)), count - 1);
@@ -49,19 +51,15 @@ std::optional<std::uint64_t> interval_tracker::arrived(std::uint64_t nowUs) {
 }
 
 void interval_tracker::judge(double periods) {
-  if (periods < 0.5 && doubtful_ > 0) {
-    --doubtful_;
-    return;
+  if (periods > kRush) {
+    settle();
   }
-  settle();
-  if (periods > 1.5) {
-    doubtful_ = static_cast<std::uint64_t>(std::llround(periods)) - 1;
-  }
+  periodsLate_ = std::max(0.0, periodsLate_ + periods - 1);
 }
 
 void interval_tracker::settle() {
-  missed_ += doubtful_;
-  doubtful_ = 0;
+  missed_ += static_cast<std::uint64_t>(std::llround(periodsLate_));
+  periodsLate_ = 0;
 }
 
 void interval_tracker::interrupt() {

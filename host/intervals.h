@@ -29,8 +29,8 @@ class interval_histogram {
 };
 
 /// Judges the arrival times of one camera against its frame period. A frame is missed when an interval is
-/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush: frames
-/// that follow within half a period are taken off the gap before them.
+/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush: by what
+/// frames then come sooner than after a period, the gap before them shrinks.
 class interval_tracker {
  public:
   explicit interval_tracker(double periodUs) : periodUs_(periodUs) {}
@@ -54,7 +54,7 @@ class interval_tracker {
   double periodUs_;
   std::optional<std::uint64_t> lastUs_;
   std::uint64_t missed_ = 0;
-  std::uint64_t doubtful_ = 0;  // missed by the last gap, unless they still come in a rush
+  double periodsLate_ = 0;  // what is left of the last gap
   interval_histogram histogram_;
 };
 
