@@ -32,7 +32,8 @@ constexpr std::size_t firstInfraredLine = 2;  // Line3 and Line4
 
 constexpr double powerUpExposureUs = 5000;
 constexpr double slowestHz = 0.1;
-constexpr double sensorAboveCase = 6.5;  // degrees
+constexpr std::uint64_t mostLateUs = 500'000;  // frames that are later than that are left out
+constexpr double sensorAboveCase = 6.5;        // degrees
 
 // What is attached to the library's objects.
 constexpr const char* cameraKey = "gvcam-camera";  // to an ArvFakeCamera its camera
@@ -244,9 +245,7 @@ void camera::fill(ArvBuffer* buffer, void* self, guint32 /*exposureUs*/, guint32
 }
 
 void camera::expose(ArvBuffer* buffer) {
-  registers now = memory();
-  // The library reads it when it waits for the next frame.
-  now.set_word(emulator::framePeriodUs, static_cast<std::uint32_t>(std::lround(interval_us(now))));
+  const registers now = memory();
   number(buffer);
   if (!setup_.still || frameId_ == 1) {
     std::size_t unused = 0;
@@ -261,12 +260,20 @@ void camera::number(ArvBuffer* buffer) {
   if (g_object_get_data(object, seenKey) == nullptr) {
     g_object_set_data(object, seenKey, this);
     frameId_ = 0;
+    dueUs_ = 0;
   }
   frameId_ = frameId_ == UINT16_MAX ? std::uint16_t{1} : static_cast<std::uint16_t>(frameId_ + 1);
   arv_buffer_set_frame_id(buffer, frameId_);
   const auto age = std::chrono::steady_clock::now() - poweredOn_;
   arv_buffer_set_timestamp(
       buffer, static_cast<guint64>(std::chrono::duration_cast<std::chrono::nanoseconds>(age).count()));
+}
+
+std::uint64_t camera::schedule_frame(std::uint64_t nowUs) {
+  // Unsigned, so that a clock that was set back counts as late, too.
+  const std::uint64_t from = nowUs - dueUs_ > mostLateUs ? nowUs : dueUs_;
+  dueUs_ = from + static_cast<std::uint64_t>(std::llround(interval_us(memory())));
+  return dueUs_;
 }
 
 // The library sees to it that there is room for the size and format of the moment.
@@ -291,18 +298,17 @@ void camera::draw(const registers& now, std::uint8_t* pixels) const {
 
 // ---- In front of functions of the libraries
 
-// These stand before the libraries' own functions of their names, which they call or do the same as.
+// These stand before the libraries' own functions of their names, instead of which they are called.
 
 namespace {
-
-template <class Function>
-Function* behind(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 // When the camera whose thread this is sends its next frame, microseconds of the realtime clock; 0 when it is
 // not known.
 thread_local guint64 frameDueUs = 0;
+
+gvcam::camera* camera_of(ArvFakeCamera* fake) {
+  return static_cast<gvcam::camera*>(g_object_get_data(G_OBJECT(fake), gvcam::cameraKey));
+}
 
 }  // namespace
 
@@ -312,25 +318,26 @@ thread_local guint64 frameDueUs = 0;
 gboolean arv_fake_camera_write_register(ArvFakeCamera* fake, guint32 address, guint32 value) {
   const guint32 wire = htonl(value);
   const gboolean done = arv_fake_camera_write_memory(fake, address, sizeof wire, &wire);
-  auto* const camera = static_cast<gvcam::camera*>(g_object_get_data(G_OBJECT(fake), gvcam::cameraKey));
+  gvcam::camera* const camera = camera_of(fake);
   if (camera != nullptr && address == gvcam::gev::controlPrivilege && value == gvcam::off) {
     camera->on_control_released();
   }
   return done;
 }
 
-// The library takes a frame that became due while it looked at the clock for one that is due in ages, and
-// waits for 100 ms: about one of a thousand frames would be late.
+// The library leaves out each frame that it has no time for when it is due.
 guint64 arv_fake_camera_get_sleep_time_for_next_frame(ArvFakeCamera* fake, guint64* nextUs) {
-  static auto* const original =
-      behind<guint64(ArvFakeCamera*, guint64*)>("arv_fake_camera_get_sleep_time_for_next_frame");
-  const guint64 sleepUs = original(fake, nextUs);
-  frameDueUs = nextUs == nullptr ? 0 : *nextUs;
-  return sleepUs;
+  const auto nowUs = static_cast<guint64>(g_get_real_time());
+  frameDueUs = camera_of(fake)->schedule_frame(nowUs);
+  if (nextUs != nullptr) {
+    *nextUs = frameDueUs;
+  }
+  return frameDueUs - std::min(frameDueUs, nowUs);
 }
 
+// The library takes a frame that is due already for one that is due in ages, and waits for 100 ms.
 __attribute__((visibility("default"))) gint g_poll(GPollFD* descriptors, guint count, gint timeoutMs) {
-  static auto* const original = behind<gint(GPollFD*, guint, gint)>("g_poll");
+  static auto* const original = reinterpret_cast<decltype(&g_poll)>(dlsym(RTLD_NEXT, "g_poll"));
   if (frameDueUs != 0 && static_cast<guint64>(g_get_real_time()) >= frameDueUs) {
     frameDueUs = 0;
     timeoutMs = 0;

@@ -37,7 +37,6 @@ constexpr register_address sensorHeight = ARV_FAKE_CAMERA_REGISTER_SENSOR_HEIGHT
 constexpr register_address pixelFormat = ARV_FAKE_CAMERA_REGISTER_PIXEL_FORMAT;
 constexpr register_address acquisition = ARV_FAKE_CAMERA_REGISTER_ACQUISITION;  // 1 while frames are sent
 constexpr register_address triggerSource = ARV_FAKE_CAMERA_REGISTER_TRIGGER_SOURCE;
-constexpr register_address framePeriodUs = ARV_FAKE_CAMERA_REGISTER_ACQUISITION_FRAME_PERIOD_US;
 }  // namespace emulator
 
 // Registers of our own, in the manufacturer's range: u32, or f64 where it says so. Several values for one
