@@ -12,6 +12,7 @@
 #include "platform/aravis/sockets.h"
 
 namespace gige {
+
 gvcp_client::gvcp_client(std::uint32_t ownAddress, std::uint32_t cameraAddress)
     : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   const sockaddr_in own = internet_address(ownAddress, 0);
