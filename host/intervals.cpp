@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace host {
 namespace {
@@ -9,7 +10,9 @@ namespace {
 constexpr double kFirstUs = 10;
 constexpr double kStep = 1.01;
 
-constexpr double kRush = 0.9;  // periods; frames that come no faster make up for nothing
+constexpr double kGap = 1.5;  // periods
+constexpr double kNever = std::numeric_limits<double>::infinity();
+constexpr int kRush = 20;  // frames; more than a host buffers, as a rush can be held up, too
 
 std::size_t bucket_of(std::uint64_t us, std::size_t count) {
   const double steps = std::log(std::max(static_cast<double>(us), kFirstUs) / kFirstUs) / std::log(kStep);
@@ -51,19 +54,34 @@ std::optional<std::uint64_t> interval_tracker::arrived(std::uint64_t nowUs) {
 }
 
 void interval_tracker::judge(double periods) {
-  if (periods > kRush) {
-    settle();
+  if (left_ == 0) {
+    if (periods <= kGap) {
+      return;
+    }
+    left_ = kRush;
   }
   periodsLate_ = std::max(0.0, periodsLate_ + periods - 1);
+  leastLate_ = std::min(leastLate_, periodsLate_);
+  if (--left_ == 0) {
+    settle(leastLate_);
+  }
 }
 
-void interval_tracker::settle() {
-  missed_ += static_cast<std::uint64_t>(std::llround(periodsLate_));
-  periodsLate_ = 0;
+// What is late beyond that became so only now, and may still be made up for.
+void interval_tracker::settle(double sure) {
+  const auto missed = std::llround(sure);
+  missed_ += static_cast<std::uint64_t>(missed);
+  periodsLate_ -= static_cast<double>(missed);
+  leastLate_ = kNever;
+  left_ = kRush;
+  if (periodsLate_ < kGap - 1) {
+    periodsLate_ = 0;
+    left_ = 0;
+  }
 }
 
 void interval_tracker::interrupt() {
-  settle();
+  settle(periodsLate_);
   lastUs_.reset();
 }
 

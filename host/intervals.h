@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 
 namespace host {
@@ -29,8 +30,8 @@ class interval_histogram {
 };
 
 /// Judges the arrival times of one camera against its frame period. A frame is missed when an interval is
-/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush: by what
-/// frames then come sooner than after a period, the gap before them shrinks.
+/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush:
+/// as long as the next twenty frames may make up for a gap, it is not counted.
 class interval_tracker {
  public:
   explicit interval_tracker(double periodUs) : periodUs_(periodUs) {}
@@ -49,12 +50,14 @@ class interval_tracker {
 
  private:
   void judge(double periods);
-  void settle();
+  void settle(double sure);
 
   double periodUs_;
   std::optional<std::uint64_t> lastUs_;
   std::uint64_t missed_ = 0;
-  double periodsLate_ = 0;  // what is left of the last gap
+  double periodsLate_ = 0;  // behind the frames that were due, since a gap
+  double leastLate_ = std::numeric_limits<double>::infinity();  // since it may be made up for
+  int left_ = 0;  // frames that may still make up for it; 0 when none is late
   interval_histogram histogram_;
 };
 
