@@ -272,8 +272,9 @@ void camera::number(ArvBuffer* buffer) {
 std::uint64_t camera::schedule_frame(std::uint64_t nowUs) {
   // Unsigned, so that a clock that was set back counts as late, too.
   const std::uint64_t from = nowUs - dueUs_ > mostLateUs ? nowUs : dueUs_;
-  dueUs_ = from + static_cast<std::uint64_t>(std::llround(interval_us(memory())));
-  return dueUs_;
+  const auto interval = static_cast<std::uint64_t>(std::llround(interval_us(memory())));
+  dueUs_ = from + interval;
+  return std::max(dueUs_, nowUs + interval / 2);
 }
 
 // The library sees to it that there is room for the size and format of the moment.

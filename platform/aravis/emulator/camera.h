@@ -58,9 +58,9 @@ class camera {
 
   // For the camera's own thread: puts the power-up settings back, before the client gets its answer.
   void on_control_released();
-  // For the camera's own thread, after each frame: when the next is due, microseconds of the realtime clock.
-  // Goes on from when this frame was due, not from now: what the machine had no time for is sent late, and
-  // all of it, as a sensor does not wait for its host.
+  // For the camera's own thread, after each frame: when to send the next, microseconds of the realtime clock.
+  // Goes on from when this frame was due, not from now, as a sensor does not wait: what the machine had no
+  // time for is sent late, at twice the rate, so that client and commands get their turn.
   std::uint64_t schedule_frame(std::uint64_t nowUs);
 
  private:
@@ -94,8 +94,7 @@ class camera {
   std::vector<std::uint8_t> powerUp_;  // the registers
   std::chrono::steady_clock::time_point poweredOn_;
   std::uint16_t frameId_ = 0;  // of the latest frame; 0 before the first of an acquisition
-  std::uint64_t dueUs_ =
-      0;  // when the latest frame was due, realtime clock; 0 for the first of an acquisition
+  std::uint64_t dueUs_ = 0;    // when the latest frame was due; 0 for the first of an acquisition
 
   std::unique_ptr<ArvGvFakeCamera, unref> device_;  // last, for its thread uses the others
 };
