@@ -147,6 +147,7 @@ class camera_check {
   bool find(const camera_library& library);
   void test_device(probe& camera);
   bool measure(probe& camera);
+  interval_tracker intervals_of(const std::vector<seen_frame>& frames) const;
   void judge_intervals(const std::vector<seen_frame>& frames);
   void judge_timestamps(const std::vector<seen_frame>& frames);
   void judge_settings(const seen_frame& frame);
@@ -207,7 +208,7 @@ bool camera_check::measure(probe& camera) {
   const auto wanted = std::clamp<std::size_t>(static_cast<std::size_t>(kMeasureSeconds * camera_.frameRateHz),
                                               kFramesOfStep, 300);
   const bool isEnough = camera.wait_frames(wanted, time_for(wanted));
-  const std::vector<seen_frame> frames = camera.frames();
+  std::vector<seen_frame> frames = camera.frames();
   const std::string figure =
       fmt::format("{} of {}{}", frames.size(), wanted, camera.is_running() ? "" : ", and the run failed");
   if (!table_.add("frames arrive", isEnough, figure,
@@ -215,19 +216,28 @@ bool camera_check::measure(probe& camera) {
                   "camera that waits for a trigger")) {
     return false;
   }
+  if (intervals_of(frames).is_in_doubt()) {
+    camera.wait_frames(wanted + interval_tracker::kRush, time_for(interval_tracker::kRush));
+    frames = camera.frames();
+  }
   judge_intervals(frames);
   judge_timestamps(frames);
   judge_settings(frames.back());
   return true;
 }
 
-void camera_check::judge_intervals(const std::vector<seen_frame>& frames) {
-  const double periodUs = 1e6 / camera_.frameRateHz;
-  interval_tracker tracker(periodUs);
+interval_tracker camera_check::intervals_of(const std::vector<seen_frame>& frames) const {
+  interval_tracker tracker(1e6 / camera_.frameRateHz);
   for (const seen_frame& each : frames) {
     tracker.arrived(each.arrivalUs);
   }
+  return tracker;
+}
+
+void camera_check::judge_intervals(const std::vector<seen_frame>& frames) {
+  interval_tracker tracker = intervals_of(frames);
   tracker.interrupt();
+  const double periodUs = 1e6 / camera_.frameRateHz;
   const double meanUs = mean_interval_us(frames);
   const bool isRight = std::abs(meanUs / periodUs - 1) <= kIntervalTolerance && tracker.missed() == 0;
   table_.add(

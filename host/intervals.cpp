@@ -12,7 +12,6 @@ constexpr double kStep = 1.01;
 
 constexpr double kGap = 1.5;  // periods
 constexpr double kNever = std::numeric_limits<double>::infinity();
-constexpr int kRush = 20;  // frames; more than a host buffers, as a rush can be held up, too
 
 std::size_t bucket_of(std::uint64_t us, std::size_t count) {
   const double steps = std::log(std::max(static_cast<double>(us), kFirstUs) / kFirstUs) / std::log(kStep);

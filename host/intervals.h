@@ -31,9 +31,12 @@ class interval_histogram {
 
 /// Judges the arrival times of one camera against its frame period. A frame is missed when an interval is
 /// longer than one and a half periods. A host that was held up gets the buffered frames in a rush:
-/// as long as the next twenty frames may make up for a gap, it is not counted.
+/// as long as the next `kRush` frames may make up for a gap, it is not counted.
 class interval_tracker {
  public:
+  /// Frames; more than a host buffers, as a rush can be held up, too.
+  static constexpr int kRush = 20;
+
   explicit interval_tracker(double periodUs) : periodUs_(periodUs) {}
 
   /// A frame arrived; times of any clock that does not go backwards. Gives the interval before it; none for
@@ -47,6 +50,8 @@ class interval_tracker {
   const interval_histogram& histogram() const { return histogram_; }
   /// Only ever grows.
   std::uint64_t missed() const { return missed_; }
+  /// The next `kRush` frames tell whether more were missed.
+  bool is_in_doubt() const { return left_ > 0; }
 
  private:
   void judge(double periods);
