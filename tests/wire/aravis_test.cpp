@@ -310,7 +310,7 @@ TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
 // Catches more than one command a frame, frames that are not the camera's, and buffers that are lost on a
 // restart.
 TEST_F(aravis, receives_frames_with_one_command_each) {
-  const emulator one({"--sensor", "640x480", "--noise", "off"});
+  const emulator one({"--sensor", "640x480", "--picture", "still"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   choice("DeviceTemperatureSelector").FromString("Internal");
   choice("GainSelector").FromString("SensorAll");

@@ -246,6 +246,7 @@ void camera::fill(ArvBuffer* buffer, void* self, guint32 /*exposureUs*/, guint32
 
 void camera::expose(ArvBuffer* buffer) {
   const registers now = memory();
+  exposedUs_ = static_cast<std::uint64_t>(g_get_real_time());
   number(buffer);
   if (!setup_.still || frameId_ == 1) {
     std::size_t unused = 0;
@@ -274,7 +275,7 @@ std::uint64_t camera::schedule_frame(std::uint64_t nowUs) {
   const std::uint64_t from = nowUs - dueUs_ > mostLateUs ? nowUs : dueUs_;
   const auto interval = static_cast<std::uint64_t>(std::llround(interval_us(memory())));
   dueUs_ = from + interval;
-  return std::max(dueUs_, nowUs + interval / 2);
+  return std::max(dueUs_, exposedUs_ + interval / 2);
 }
 
 // The library sees to it that there is room for the size and format of the moment.

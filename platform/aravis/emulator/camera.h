@@ -93,8 +93,9 @@ class camera {
 
   std::vector<std::uint8_t> powerUp_;  // the registers
   std::chrono::steady_clock::time_point poweredOn_;
-  std::uint16_t frameId_ = 0;  // of the latest frame; 0 before the first of an acquisition
-  std::uint64_t dueUs_ = 0;    // when the latest frame was due; 0 for the first of an acquisition
+  std::uint16_t frameId_ = 0;    // of the latest frame; 0 before the first of an acquisition
+  std::uint64_t dueUs_ = 0;      // when the latest frame was due; 0 for the first of an acquisition
+  std::uint64_t exposedUs_ = 0;  // when it was drawn
 
   std::unique_ptr<ArvGvFakeCamera, unref> device_;  // last, for its thread uses the others
 };
