@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -18,6 +19,7 @@
 
 #include "platform/log2/log_sink.h"
 #include "tests/program.h"
+#include "tests/wire/command_recorder.h"
 
 namespace {
 
@@ -280,6 +282,7 @@ TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
              "<Sign>Unsigned</Sign><Endianess>BigEndian</Endianess></IntReg>\n";
   };
   extra += "<Integer Name=\"Where\"><Value>0xE000</Value></Integer>\n";
+  extra += "<Boolean Name=\"Constant\"><Value>0</Value></Boolean>\n";
   add("Behind", "<pAddress>Where</pAddress>");
   add("Same", fixed);
   add("Kept", fixed);
@@ -305,6 +308,14 @@ TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
   EXPECT_EQ(values(), (expected{2, 2, 2, 2}));
   integer("Same").SetValue(3);
   EXPECT_EQ(values(), (expected{3, 3, 3, 3}));
+
+  const wire_test::command_recorder recorder;
+  integer("Same").SetValue(4);
+  node<GenApi::IBoolean>("Constant").SetValue(true);  // a choice, but no command
+  EXPECT_EQ(integer("Same").GetValue(), 4);
+  const auto sent = recorder.take();
+  EXPECT_EQ(std::count(sent.begin(), sent.end(), wire_test::command{false, 0xE000}), 1)
+      << "what the camera made of a number has to be asked";
 }
 
 // Catches more than one command a frame, frames that are not the camera's, and buffers that are lost on a
