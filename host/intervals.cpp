@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace host {
 namespace {
@@ -11,7 +10,6 @@ constexpr double kFirstUs = 10;
 constexpr double kStep = 1.01;
 
 constexpr double kGap = 1.5;  // periods
-constexpr double kNever = std::numeric_limits<double>::infinity();
 
 std::size_t bucket_of(std::uint64_t us, std::size_t count) {
   const double steps = std::log(std::max(static_cast<double>(us), kFirstUs) / kFirstUs) / std::log(kStep);

@@ -30,8 +30,8 @@ class interval_histogram {
 };
 
 /// Judges the arrival times of one camera against its frame period. A frame is missed when an interval is
-/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush:
-/// as long as the next `kRush` frames may make up for a gap, it is not counted.
+/// longer than one and a half periods. A host that was held up gets the buffered frames in a rush: a gap is
+/// counted, as far as they did not make up for it, once `kRush` frames have come.
 class interval_tracker {
  public:
   /// Frames; more than a host buffers, as a rush can be held up, too.
@@ -48,21 +48,23 @@ class interval_tracker {
   void set_period(double periodUs) { periodUs_ = periodUs; }
 
   const interval_histogram& histogram() const { return histogram_; }
-  /// Only ever grows.
+  /// Only ever grows, for a gap `kRush` frames later, or twice as many where gaps do not end.
   std::uint64_t missed() const { return missed_; }
   /// The next `kRush` frames tell whether more were missed.
   bool is_in_doubt() const { return left_ > 0; }
 
  private:
+  static constexpr double kNever = std::numeric_limits<double>::infinity();
+
   void judge(double periods);
   void settle(double sure);
 
   double periodUs_;
   std::optional<std::uint64_t> lastUs_;
   std::uint64_t missed_ = 0;
-  double periodsLate_ = 0;  // behind the frames that were due, since a gap
-  double leastLate_ = std::numeric_limits<double>::infinity();  // since it may be made up for
-  int left_ = 0;  // frames that may still make up for it; 0 when none is late
+  double periodsLate_ = 0;     // behind the frames that were due, since a gap
+  double leastLate_ = kNever;  // since it may be made up for
+  int left_ = 0;               // frames that may still make up for it; 0 when none is late
   interval_histogram histogram_;
 };
 

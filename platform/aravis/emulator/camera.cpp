@@ -300,7 +300,7 @@ void camera::draw(const registers& now, std::uint8_t* pixels) const {
 
 // ---- In front of functions of the libraries
 
-// These stand before the libraries' own functions of their names, instead of which they are called.
+// The libraries call these instead of their own functions of the same names.
 
 namespace {
 
