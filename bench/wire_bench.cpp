@@ -235,7 +235,7 @@ void watch_log(void* host, const log_line* line) {
 }
 
 mg::device_like* create_device(measuring_host& host, const run_setup& setup) {
-  setenv("GEVARAVIS_PACKET_SOCKET", setup.packetSocket ? "on" : "off", 1);
+  setenv("GIGE_PACKET_SOCKET", setup.packetSocket ? "on" : "off", 1);
   LogSetSink(watch_log, &host);
   MgBundleInit();
   Zavik::Support::rw_table_like* config = Zavik::Support::Table__Create();

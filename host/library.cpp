@@ -59,9 +59,9 @@ fs::path find_framework(const std::string& framework) {
   if (framework == "sim") {
     return find_own("the library of simulated cameras", "sim/libGevApi.so.2");
   }
-  if (framework == "gigevision") {
+  if (framework == "gige") {
     return find_own("the library of GigE Vision cameras (--framework sim has simulated ones)",
-                    "aravis/libGevApi.so.2");
+                    "gige/libGevApi.so.2");
   }
   return find_given("--framework", framework);
 }

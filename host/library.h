@@ -18,9 +18,9 @@ class library_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Where the libraries are. `framework` is "sim", "gigevision" or a path; an empty `bundle` is the one that
+/// Where the libraries are. `framework` is "sim", "gige" or a path; an empty `bundle` is the one that
 /// belongs to this program. They are looked for beside the executable, as in a build tree
-/// (sim/libGevApi.so.2, aravis/libGevApi.so.2, libdriver-dalsa.so), and then where an
+/// (sim/libGevApi.so.2, gige/libGevApi.so.2, libdriver-dalsa.so), and then where an
 /// installation has them (../lib/mediagrabber). library_error when one is not there.
 std::filesystem::path find_framework(const std::string& framework);
 std::filesystem::path find_bundle(const std::string& bundle);

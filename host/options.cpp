@@ -104,7 +104,7 @@ void add_config(CLI::App& app, options& to, bool isRequired) {
 
 // What is the same for every command that uses cameras.
 void add_common(CLI::App& app, options& to) {
-  add_text(app, "-F,--framework", to.framework, "LIB", "sim, gigevision (default), or a path");
+  add_text(app, "-F,--framework", to.framework, "LIB", "sim, gige (default), or a path");
   add_text(app, "-B,--bundle", to.bundle, "PATH", "the camera driver bundle, when another");
   app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
       ->type_name("SERIAL")

@@ -21,7 +21,7 @@ struct endpoint {
 
 struct options {
   std::string configPath;  ///< may be empty for `cameras`
-  std::string framework = "gigevision";
+  std::string framework = "gige";
   std::string bundle;
   std::vector<std::string> cameras;  ///< serial numbers; empty: all
 

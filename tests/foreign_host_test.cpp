@@ -148,7 +148,7 @@ void* load(const char* path) {
 
 // Catches a moved slot, a changed row or field, and an object that either side frees wrongly.
 TEST(foreign_host, drives_a_camera_through_slots) {
-  setenv("GEVSIM_CAMERAS", "serial=WIRED sensor=640x480 pacing=free", 1);
+  setenv("SIM_CAMERAS", "serial=WIRED sensor=640x480 pacing=free", 1);
   setenv("LOG2_LEVEL", "2", 1);
   load(GEVAPI_LIBRARY);
   load(LOG2_LIBRARY);

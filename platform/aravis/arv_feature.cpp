@@ -4,13 +4,13 @@
 #include <limits>
 #include <type_traits>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
 namespace gige {
 namespace {
 
-using genapi::value;
-using genapi::value_kind;
+using gev::value;
+using gev::value_kind;
 
 const char* unit_of(ArvGcFeatureNode* node, value_kind kind) {
   const char* unit = nullptr;
@@ -237,19 +237,19 @@ void arv_feature::write_value(const value& to) {
   answered(name_, [&](GError** error) {
     switch (kind_) {
       case value_kind::integer:
-        arv_gc_integer_set_value(as<ArvGcInteger>(), genapi::to_integer(to), error);
+        arv_gc_integer_set_value(as<ArvGcInteger>(), gev::to_integer(to), error);
         break;
       case value_kind::floating:
-        arv_gc_float_set_value(as<ArvGcFloat>(), genapi::to_number(to), error);
+        arv_gc_float_set_value(as<ArvGcFloat>(), gev::to_number(to), error);
         break;
       case value_kind::enumeration:
-        arv_gc_enumeration_set_int_value(as<ArvGcEnumeration>(), genapi::to_integer(to), error);
+        arv_gc_enumeration_set_int_value(as<ArvGcEnumeration>(), gev::to_integer(to), error);
         break;
       case value_kind::boolean:
-        arv_gc_boolean_set_value(as<ArvGcBoolean>(), genapi::to_integer(to) != 0, error);
+        arv_gc_boolean_set_value(as<ArvGcBoolean>(), gev::to_integer(to) != 0, error);
         break;
       case value_kind::string:
-        arv_gc_string_set_value(as<ArvGcString>(), genapi::to_text(to).c_str(), error);
+        arv_gc_string_set_value(as<ArvGcString>(), gev::to_text(to).c_str(), error);
         break;
     }
   });
@@ -323,7 +323,7 @@ void arv_feature::refresh_offered_entries() {
   }
 }
 
-const std::vector<genapi::entry>& arv_feature::entries() {
+const std::vector<gev::entry>& arv_feature::entries() {
   if (entriesVary_ && host_.asking) {
     recall(offered_, accessChange_, [this] {
       refresh_offered_entries();

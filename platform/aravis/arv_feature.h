@@ -8,7 +8,7 @@
 
 #include "platform/aravis/node_graph.h"
 #include "platform/aravis/wire.h"
-#include "platform/genapi/feature.h"
+#include "platform/gev/feature.h"
 
 namespace gige {
 
@@ -23,21 +23,21 @@ struct feature_host {
 // A value, a limit or an access mode is asked of the camera once and remembered until a write may have
 // changed it. What the camera changes itself is not remembered; then the wire is asked each time, which
 // knows the registers that did not change.
-class arv_feature final : public genapi::feature {
+class arv_feature final : public gev::feature {
  public:
-  arv_feature(ArvGcFeatureNode* node, genapi::value_kind kind, feature_host& host);
+  arv_feature(ArvGcFeatureNode* node, gev::value_kind kind, feature_host& host);
 
   const std::string& name() const override { return name_; }
-  genapi::value_kind kind() const override { return kind_; }
+  gev::value_kind kind() const override { return kind_; }
   const std::string& unit() const override { return unit_; }
   GenApi::EAccessMode access() override;
   const char* obstacle() override;
-  genapi::value get(bool ignoreCache) override;
-  void set(const genapi::value& to) override;
-  genapi::value min() override;
-  genapi::value max() override;
-  genapi::value inc() override;
-  const std::vector<genapi::entry>& entries() override;
+  gev::value get(bool ignoreCache) override;
+  void set(const gev::value& to) override;
+  gev::value min() override;
+  gev::value max() override;
+  gev::value inc() override;
+  const std::vector<gev::entry>& entries() override;
 
  private:
   template <class Known>
@@ -53,13 +53,13 @@ class arv_feature final : public genapi::feature {
   auto ask_wire(moment oldest, Ask ask);
   void mark_moving_registers();
 
-  genapi::value read_value();
-  void write_value(const genapi::value& to);
+  gev::value read_value();
+  void write_value(const gev::value& to);
   GenApi::EAccessMode read_access();
   bool is_locked();
   void read_entries();
   void refresh_offered_entries();
-  bool already_is(const genapi::value& to) const;
+  bool already_is(const gev::value& to) const;
   bool keeps_what_is_written();
 
   template <class Interface>
@@ -70,9 +70,9 @@ class arv_feature final : public genapi::feature {
   ArvGcFeatureNode* const node_;
   feature_host& host_;
   const std::string name_;
-  const genapi::value_kind kind_;
+  const gev::value_kind kind_;
   std::string unit_;
-  std::vector<genapi::entry> entries_;
+  std::vector<gev::entry> entries_;
   const bool selector_;
   const bool entriesVary_;
 
@@ -82,16 +82,16 @@ class arv_feature final : public genapi::feature {
   change accessChange_;
   moment markedAt_ = 0;
 
-  remembered<genapi::value> value_;
-  remembered<genapi::value> min_;
-  remembered<genapi::value> max_;
-  remembered<genapi::value> inc_;
+  remembered<gev::value> value_;
+  remembered<gev::value> min_;
+  remembered<gev::value> max_;
+  remembered<gev::value> inc_;
   remembered<GenApi::EAccessMode> access_;
   remembered<bool> offered_;
 };
 
 // The kind of the node; nothing when it has no value (a category, a command, a port).
-std::optional<genapi::value_kind> kind_of(ArvGcFeatureNode* node);
+std::optional<gev::value_kind> kind_of(ArvGcFeatureNode* node);
 
 }  // namespace gige
 

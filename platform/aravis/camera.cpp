@@ -7,8 +7,8 @@
 #include "core/log.h"
 #include "platform/aravis/gvcp.h"
 #include "platform/aravis/gvcp_client.h"
-#include "platform/genapi/exceptions.h"
-#include "platform/sim/stream_options.h"
+#include "platform/gev/exceptions.h"
+#include "platform/gev/stream_options.h"
 
 namespace gige {
 namespace {
@@ -147,7 +147,7 @@ camera::camera(const found_camera& which, GevAccessMode mode, const environment&
       host_{.camera = wire_, .graph = graph_, .monitoring = mode == GevMonitorMode},
       nodes_(*this),
       reference_(&nodes_),
-      options_(sim::default_options()),
+      options_(gev::default_options()),
       stream_(link_) {
   controlLost_ =
       g_signal_connect_data(device_.get(), "control-lost", G_CALLBACK(on_control_lost),
@@ -199,21 +199,21 @@ void camera::make_features() {
   host_.asking = true;
 }
 
-genapi::feature* camera::find(std::string_view name) {
+gev::feature* camera::find(std::string_view name) {
   const auto found = byName_.find(name);
   return found == byName_.end() ? nullptr : found->second;
 }
 
 // Nothing when there is no such feature, or none that can be read.
 std::optional<std::int64_t> camera::number(const char* name) {
-  genapi::feature* const feature = find(name);
+  gev::feature* const feature = find(name);
   const bool readable =
       feature != nullptr && (feature->access() == GenApi::RO || feature->access() == GenApi::RW);
-  return readable ? std::optional(genapi::to_integer(feature->get(false))) : std::nullopt;
+  return readable ? std::optional(gev::to_integer(feature->get(false))) : std::nullopt;
 }
 
-void camera::write_if_present(const char* name, const genapi::value& to) {
-  genapi::feature* const feature = find(name);
+void camera::write_if_present(const char* name, const gev::value& to) {
+  gev::feature* const feature = find(name);
   if (feature != nullptr && feature->access() == GenApi::RW && feature->get(false) != to) {
     feature->set(to);
   }
@@ -244,7 +244,7 @@ void camera::read_options() {
 }
 
 GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
-  if (!sim::possible(wanted)) {
+  if (!gev::possible(wanted)) {
     return GEVLIB_ERROR_PARAMETER_INVALID;
   }
   const std::scoped_lock lock(mutex_);
@@ -300,8 +300,8 @@ stream_setup camera::setup_of_transfer() {
   const auto needed = [this](const char* name) {
     const auto found = number(name);
     if (!found || *found <= 0 || *found > UINT32_MAX) {
-      genapi::raise<GenICam::RuntimeException>(std::string(name) +
-                                               ": the camera does not say how large a frame is");
+      gev::raise<GenICam::RuntimeException>(std::string(name) +
+                                            ": the camera does not say how large a frame is");
     }
     return static_cast<std::uint32_t>(*found);
   };
@@ -374,15 +374,15 @@ bool camera::execute(const char* command) {
 }
 
 void camera::start_acquisition() {
-  genapi::feature* const mode = find("AcquisitionMode");
+  gev::feature* const mode = find("AcquisitionMode");
   if (mode != nullptr) {
-    if (const auto* continuous = genapi::find_entry(mode->entries(), "Continuous")) {
+    if (const auto* continuous = gev::find_entry(mode->entries(), "Continuous")) {
       write_if_present("AcquisitionMode", continuous->number);
     }
   }
   write_if_present("TLParamsLocked", std::int64_t{1});
   if (!execute("AcquisitionStart")) {
-    genapi::raise<GenICam::RuntimeException>("AcquisitionStart: the camera has no such command");
+    gev::raise<GenICam::RuntimeException>("AcquisitionStart: the camera has no such command");
   }
 }
 

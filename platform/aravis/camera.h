@@ -19,13 +19,13 @@
 #include "platform/aravis/frame_stream.h"
 #include "platform/aravis/link.h"
 #include "platform/aravis/watch.h"
-#include "platform/genapi/node_map.h"
+#include "platform/gev/node_map.h"
 
 namespace gige {
 
 // One lock for everything that reaches the camera, since Aravis has none for a description; waiting for
 // frames does not take it. Members may be called from any thread, as far as gevapi.h has it.
-class camera final : private genapi::gate {
+class camera final : private gev::gate {
  public:
   // Opens the camera and sets `opened` to it, or tells why not, in the log, too.
   static GEV_STATUS open(const found_camera& which, GevAccessMode mode, const environment& surroundings,
@@ -49,7 +49,7 @@ class camera final : private genapi::gate {
   template <class Use>
   GEV_STATUS with_feature(const char* name, Use use) {
     const std::scoped_lock lock(mutex_);
-    genapi::feature* const feature = find(name);
+    gev::feature* const feature = find(name);
     return feature == nullptr ? GEVLIB_ERROR_FEATURE_NOT_FOUND : use(*feature);
   }
 
@@ -57,7 +57,7 @@ class camera final : private genapi::gate {
   camera(const found_camera& which, GevAccessMode mode, const environment& surroundings,
          owned<ArvDevice> device);
 
-  std::unique_lock<std::mutex> enter(const genapi::feature_access& /*what*/) override {
+  std::unique_lock<std::mutex> enter(const gev::feature_access& /*what*/) override {
     return std::unique_lock(mutex_);
   }
   std::unique_lock<std::mutex> hold() override { return std::unique_lock(mutex_); }
@@ -67,9 +67,9 @@ class camera final : private genapi::gate {
 
   // All of these under the lock.
   void make_features();
-  genapi::feature* find(std::string_view name);
+  gev::feature* find(std::string_view name);
   std::optional<std::int64_t> number(const char* name);
-  void write_if_present(const char* name, const genapi::value& to);
+  void write_if_present(const char* name, const gev::value& to);
   std::uint32_t read_register(std::uint32_t address);
   bool write_register(const char* what, std::uint32_t address, std::uint32_t value);
   void register_changed(std::uint32_t address);
@@ -95,7 +95,7 @@ class camera final : private genapi::gate {
   feature_host host_;
   std::vector<std::unique_ptr<arv_feature>> features_;
   std::unordered_map<std::string_view, arv_feature*> byName_;
-  genapi::node_map nodes_;
+  gev::node_map nodes_;
   GenApi::CNodeMapRef reference_;
 
   GEV_CAMERA_OPTIONS options_;

@@ -96,7 +96,7 @@ std::vector<asking> everybody_to_ask(const environment& where) {
   std::vector<asking> all = interfaces_to_ask(where);
   for (const std::string& name : where.interfaces) {
     if (std::none_of(all.begin(), all.end(), [&](const auto& each) { return each.interface == name; })) {
-      LOG(2, "fail: GEVARAVIS_INTERFACES: no interface '%s' is up with an IPv4 address", name.c_str());
+      LOG(2, "fail: GIGE_INTERFACES: no interface '%s' is up with an IPv4 address", name.c_str());
     }
   }
   if (!where.addresses.empty()) {

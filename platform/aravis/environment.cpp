@@ -72,11 +72,11 @@ packet_socket_use packet_socket_of(const char* name) {
 
 environment read_environment() {
   environment read;
-  read.interfaces = words_of(variable("GEVARAVIS_INTERFACES"));
-  read.addresses = addresses_of("GEVARAVIS_ADDRESSES");
-  read.packetSocket = packet_socket_of("GEVARAVIS_PACKET_SOCKET");
-  read.socketBufferBytes = number_of("GEVARAVIS_SOCKET_BUFFER", read.socketBufferBytes, 65'536, 1U << 30);
-  read.discoveryMs = number_of("GEVARAVIS_DISCOVERY_MS", read.discoveryMs, 1, 10'000);
+  read.interfaces = words_of(variable("GIGE_INTERFACES"));
+  read.addresses = addresses_of("GIGE_ADDRESSES");
+  read.packetSocket = packet_socket_of("GIGE_PACKET_SOCKET");
+  read.socketBufferBytes = number_of("GIGE_SOCKET_BUFFER", read.socketBufferBytes, 65'536, 1U << 30);
+  read.discoveryMs = number_of("GIGE_DISCOVERY_MS", read.discoveryMs, 1, 10'000);
   return read;
 }
 

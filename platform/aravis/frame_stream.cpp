@@ -12,7 +12,7 @@
 
 #include "core/log.h"
 #include "platform/aravis/sockets.h"
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
 namespace gige {
 namespace {
@@ -162,7 +162,7 @@ void frame_stream::make_stream(ArvDevice& camera) {
   auto* const context = new receiver{link_, arrivals_, setup_.threadAffinity, setup_.threadPriority};
   stream_.reset(arv_device_create_stream_full(&camera, on_event, context, drop_receiver, error.out()));
   if (stream_ == nullptr) {
-    genapi::raise<GenICam::RuntimeException>(std::string("no image stream: ") + error.text());
+    gev::raise<GenICam::RuntimeException>(std::string("no image stream: ") + error.text());
   }
   const double packets = std::max(1.0, setup_.payloadBytes / (setup_.packetBytes - 36.0));
   g_object_set(stream_.get(), "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size",

@@ -6,7 +6,7 @@
 
 #include "core/log.h"
 #include "platform/aravis/library.h"
-#include "platform/genapi/by_name.h"
+#include "platform/gev/by_name.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -18,7 +18,7 @@ using gige::library;
 // An exception becomes a status, and what it says a line in the log.
 template <class Work>
 GEV_STATUS told(const char* call, Work work) {
-  return genapi::guarded([&]() -> GEV_STATUS {
+  return gev::guarded([&]() -> GEV_STATUS {
     try {
       return work();
     } catch (const GenICam::GenericException& error) {
@@ -142,13 +142,13 @@ GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
 GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size,
                                             void* value) {
   return camera_call("GevGetFeatureValue", handle,
-                     [=](camera& of) { return genapi::read_feature(of, name, type, size, value); });
+                     [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
   return camera_call("GevSetFeatureValue", handle,
-                     [=](camera& of) { return genapi::write_feature(of, name, size, value); });
+                     [=](camera& of) { return gev::write_feature(of, name, size, value); });
 }
 
 // ---- Frames

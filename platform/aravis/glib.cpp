@@ -1,11 +1,11 @@
 #include "platform/aravis/glib.h"
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
 namespace gige {
 namespace {
 
-using genapi::raise;
+using gev::raise;
 
 [[noreturn]] void raise_device_error(int code, const std::string& text) {
   switch (code) {

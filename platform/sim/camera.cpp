@@ -5,11 +5,11 @@
 #include <cstring>
 #include <functional>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
+#include "platform/gev/stream_options.h"
 #include "platform/sim/clock.h"
 #include "platform/sim/gate.h"
 #include "platform/sim/sim.h"
-#include "platform/sim/stream_options.h"
 
 namespace sim {
 namespace {
@@ -32,9 +32,9 @@ void widen(std::uint8_t* pixels, std::size_t count) {
   }
 }
 
-std::string journal_line(const genapi::feature_access& what, const std::string& point) {
-  if (what.what == genapi::operation::write) {
-    return point + "=" + genapi::to_text(*what.written) + (what.verify ? "" : " (unverified)");
+std::string journal_line(const gev::feature_access& what, const std::string& point) {
+  if (what.what == gev::operation::write) {
+    return point + "=" + gev::to_text(*what.written) + (what.verify ? "" : " (unverified)");
   }
   return point + (what.verify ? " (verified)" : "") + (what.ignoreCache ? " (uncached)" : "");
 }
@@ -47,7 +47,7 @@ camera::camera(camera_description description)
       features_(description_, *this),
       nodes_(*this),
       reference_(&nodes_),
-      options_(default_options()) {
+      options_(gev::default_options()) {
   features_.for_each_present([this](camera_feature& each) { nodes_.add(each); });
   if (description_.scene != "default") {
     scene_.emplace(description_.scene, static_cast<std::size_t>(description_.width),
@@ -57,7 +57,7 @@ camera::camera(camera_description description)
 
 GEV_DEVICE_INTERFACE camera::record() const {
   GEV_DEVICE_INTERFACE found{};
-  copy_text(found.manufacturer, genapi::to_text(find_row("DeviceVendorName")->powerUp));
+  copy_text(found.manufacturer, gev::to_text(find_row("DeviceVendorName")->powerUp));
   copy_text(found.model, description_.model);
   copy_text(found.serial, description_.serial);
   copy_text(found.version, description_.version);
@@ -91,7 +91,7 @@ void camera::close() {
   opened_.reset();
   if (!description_.keepOnClose) {
     features_.power_up();
-    options_ = default_options();
+    options_ = gev::default_options();
   }
 }
 
@@ -101,7 +101,7 @@ GEV_CAMERA_OPTIONS camera::options() {
 }
 
 GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
-  if (!possible(wanted)) {
+  if (!gev::possible(wanted)) {
     return GEVLIB_ERROR_PARAMETER_INVALID;
   }
   const std::scoped_lock lock(mutex_);
@@ -111,16 +111,16 @@ GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
 
 // ---- Features
 
-std::unique_lock<std::mutex> camera::enter(const genapi::feature_access& what) {
+std::unique_lock<std::mutex> camera::enter(const gev::feature_access& what) {
   const effect fault = pass([&] {
-    const std::string point = genapi::name_of(what);
+    const std::string point = gev::name_of(what);
     return passage{point, journal_line(what, point), serial()};
   });
   raise_effect(fault);
   std::unique_lock lock(mutex_);
   if (!opened_) {
-    genapi::raise<GenICam::LogicalErrorException>(*what.feature + ": the camera " + serial() +
-                                                  " is closed, its nodes end with GevCloseCamera");
+    gev::raise<GenICam::LogicalErrorException>(*what.feature + ": the camera " + serial() +
+                                               " is closed, its nodes end with GevCloseCamera");
   }
   return lock;
 }
@@ -202,9 +202,9 @@ void camera::refresh_settings() {
   settings_.exposureUs = std::max(number("ExposureTime"), 0.0);
   settings_.gain = features_.at("Gain").number("SensorAll") * features_.at("Gain").number("DigitalAll");
   settings_.infraredUs = {lit_us("Line3"), lit_us("Line4")};
-  settings_.tone = number("lutMode") == 0                                ? tone_curve::linear
-                   : features_.at("lutType").text() == "GammaCorrection" ? tone_curve::gamma
-                                                                         : tone_curve::negative;
+  settings_.tone = number("lutMode") == 0                                ? picture::tone_curve::linear
+                   : features_.at("lutType").text() == "GammaCorrection" ? picture::tone_curve::gamma
+                                                                         : picture::tone_curve::negative;
   settings_.gamma = number("gammaCorrection");
   settings_.reverseX = number("ReverseX") != 0;
   settings_.reverseY = number("ReverseY") != 0;
@@ -359,7 +359,7 @@ GEV_BUFFER_OBJECT* camera::deliver() {
   frame_ring::buffer& buffer = transfer_->ring.deliver();
   if (!buffer.drawn || !description_.still) {
     buffer.drawn = true;
-    draw(the_scene(), buffer.picture, buffer.pixels.get());
+    picture::draw(the_scene(), buffer.picture, buffer.pixels.get());
     if (buffer.frame.format == pixelFormatMono10) {
       widen(buffer.pixels.get(), settings_.width * settings_.height);
     }
@@ -367,7 +367,7 @@ GEV_BUFFER_OBJECT* camera::deliver() {
   return &buffer.frame;
 }
 
-const scene& camera::the_scene() {
+const picture::scene& camera::the_scene() {
   if (!scene_) {
     scene_.emplace(static_cast<std::size_t>(description_.width),
                    static_cast<std::size_t>(description_.height));

@@ -12,11 +12,11 @@
 #include <optional>
 #include <string>
 
-#include "platform/genapi/node_map.h"
+#include "platform/gev/node_map.h"
+#include "platform/picture/thermometer.h"
 #include "platform/sim/description.h"
 #include "platform/sim/features.h"
 #include "platform/sim/frame_ring.h"
-#include "platform/sim/thermometer.h"
 
 namespace sim {
 
@@ -29,7 +29,7 @@ std::string text_of(const char (&from)[size]) {
 // There is no thread in it: what the camera did since the last time is worked out whenever somebody asks.
 // All members may be called from any thread; the camera's lock is not held while the journal or a fault
 // has its say.
-class camera final : private genapi::gate, private feature_host {
+class camera final : private gev::gate, private feature_host {
  public:
   // Raises std::invalid_argument when the scene cannot be read.
   explicit camera(camera_description description);
@@ -78,7 +78,7 @@ class camera final : private genapi::gate, private feature_host {
     std::uint64_t lastId = 0;
   };
 
-  std::unique_lock<std::mutex> enter(const genapi::feature_access& what) override;
+  std::unique_lock<std::mutex> enter(const gev::feature_access& what) override;
   std::unique_lock<std::mutex> hold() override { return std::unique_lock(mutex_); }
 
   const char* write_obstacle(bool locked) override;
@@ -99,7 +99,7 @@ class camera final : private genapi::gate, private feature_host {
   void expose(double startUs);
   void fill(frame_ring::buffer& buffer, double startUs);
   GEV_BUFFER_OBJECT* deliver();
-  const scene& the_scene();
+  const picture::scene& the_scene();
   std::uint64_t next_event(std::uint64_t deadlineUs) const;
   std::size_t payload() const;
   void stop();
@@ -109,21 +109,21 @@ class camera final : private genapi::gate, private feature_host {
   std::condition_variable wake_;  // notified when the transfer stops
   std::uint64_t stops_ = 0;       // so often it stopped
 
-  thermometer thermometer_;
+  picture::thermometer thermometer_;
   camera_features features_;
-  genapi::node_map nodes_;
+  gev::node_map nodes_;
   GenApi::CNodeMapRef reference_;
   std::optional<GevAccessMode> opened_;
   GEV_CAMERA_OPTIONS options_;
 
   // What the features say, read out once after each change.
   bool settingsStale_ = true;
-  picture_settings settings_;
+  picture::picture_settings settings_;
   std::uint32_t pixelFormat_ = 0;
   double intervalUs_ = 0;
   double ticksPerUs_ = 0;
 
-  std::optional<scene> scene_;  // drawn with the first picture, except one from a file
+  std::optional<picture::scene> scene_;  // drawn with the first picture, except one from a file
   std::optional<transfer> transfer_;
   std::uint64_t lost_ = 0;
 };

@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "platform/genapi/value.h"
+#include "platform/gev/value.h"
 #include "platform/sim/feature_table.h"
 #include "platform/sim/words.h"
 
@@ -53,7 +53,7 @@ void sensor(camera_description& camera, const std::string& key, const std::strin
 
 double power_up(const std::string& key, const std::string& text, const std::string& feature) {
   const feature_row& row = *find_row(feature);
-  return to_double(key, text, genapi::to_number(row.min), genapi::to_number(row.max));
+  return to_double(key, text, gev::to_number(row.min), gev::to_number(row.max));
 }
 
 const feature_row& known_feature(const std::string& key, const std::string& name) {
@@ -77,9 +77,9 @@ std::pair<std::string, std::string> entry_of(const std::string& key, const std::
   const auto dot = text.find('.');
   const feature_row& row = known_feature(key, text.substr(0, dot));
   const std::string name = dot == std::string::npos ? "" : text.substr(dot + 1);
-  if (genapi::find_entry(row.entries, name) == nullptr) {
+  if (gev::find_entry(row.entries, name) == nullptr) {
     throw std::invalid_argument(key + " '" + text + "' is no entry, those of " + row.name +
-                                " are: " + genapi::entry_names(row.entries));
+                                " are: " + gev::entry_names(row.entries));
   }
   return {row.name, name};
 }

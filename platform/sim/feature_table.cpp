@@ -5,12 +5,12 @@
 namespace sim {
 namespace {
 
-using genapi::value_kind;
+using gev::value_kind;
 
-const std::vector<genapi::entry> offOrActive = {{"Off", 0}, {"Active", 1}};
+const std::vector<gev::entry> offOrActive = {{"Off", 0}, {"Active", 1}};
 
 // clang-format off
-const std::vector<genapi::entry> chunks = {
+const std::vector<gev::entry> chunks = {
     {"OffsetX", 0}, {"OffsetY", 1}, {"Width", 2}, {"Height", 3}, {"PixelFormat", 4},
     {"Timestamp", 5}, {"ExposureTime", 6}, {"Gain", 7}, {"LineStatusAll", 8}, {"FrameID", 9}};
 

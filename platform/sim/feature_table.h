@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/genapi/value.h"
+#include "platform/gev/value.h"
 
 namespace sim {
 
@@ -21,14 +21,14 @@ constexpr std::int64_t largestSensorSide = 16384;
 
 struct feature_row {
   std::string name;
-  genapi::value_kind kind = genapi::value_kind::integer;
+  gev::value_kind kind = gev::value_kind::integer;
   std::string unit{};
   GenApi::EAccessMode access = GenApi::RW;
-  genapi::value powerUp{};
-  genapi::value min{};
-  genapi::value max{};
-  genapi::value inc = std::int64_t{1};
-  std::vector<genapi::entry> entries{};
+  gev::value powerUp{};
+  gev::value min{};
+  gev::value max{};
+  gev::value inc = std::int64_t{1};
+  std::vector<gev::entry> entries{};
   std::string selector{};  // the enumeration that has a value of this feature for each of its entries
   std::string fitsWith{};  // of a window's offset its size, and the reverse: both together fit the sensor
   bool locked = false;     // not to be written while frames are transferred

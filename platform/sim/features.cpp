@@ -4,14 +4,14 @@
 #include <array>
 #include <stdexcept>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 #include "platform/sim/words.h"
 
 namespace sim {
 namespace {
 
-using genapi::value;
-using genapi::value_kind;
+using gev::value;
+using gev::value_kind;
 
 bool contains(const std::vector<std::string>& names, std::string_view name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -63,7 +63,7 @@ void describe(feature_row& row, const camera_description& camera) {
   }
   for (const auto& [feature, entry] : camera.entryless) {
     if (feature == row.name) {
-      std::erase_if(row.entries, [&name = entry](const genapi::entry& each) { return each.name == name; });
+      std::erase_if(row.entries, [&name = entry](const gev::entry& each) { return each.name == name; });
     }
   }
 }
@@ -93,12 +93,11 @@ std::size_t camera_feature::place(std::string_view selected) {
     return 0;
   }
   const auto& entries = find_row(row_.selector)->entries;
-  const auto* entry = selected.empty()
-                          ? genapi::find_entry(entries, genapi::to_integer(selector_->current(0)))
-                          : genapi::find_entry(entries, selected);
+  const auto* entry = selected.empty() ? gev::find_entry(entries, gev::to_integer(selector_->current(0)))
+                                       : gev::find_entry(entries, selected);
   if (entry == nullptr && !selected.empty()) {
     throw std::invalid_argument(row_.selector + " '" + std::string(selected) + "' is not one of " +
-                                genapi::entry_names(entries));
+                                gev::entry_names(entries));
   }
   return entry == nullptr ? 0 : static_cast<std::size_t>(entry->number);
 }
@@ -118,13 +117,12 @@ const char* camera_feature::obstacle() {
 
 value camera_feature::get(bool /*ignoreCache*/) {
   const value now = current(place({}));
-  return kind_ == value_kind::string ? genapi::format(row_.kind, row_.entries, now) : now;
+  return kind_ == value_kind::string ? gev::format(row_.kind, row_.entries, now) : now;
 }
 
 void camera_feature::set(const value& to) {
   const value wanted = converted(to);
-  genapi::check_writable(*this, wanted,
-                         host_.write_obstacle(row_.locked) == nullptr ? row_.access : GenApi::RO);
+  gev::check_writable(*this, wanted, host_.write_obstacle(row_.locked) == nullptr ? row_.access : GenApi::RO);
   refuse_beyond_camera(wanted);
   host_.before_change();
   values_[place({})] = wanted;
@@ -133,20 +131,20 @@ void camera_feature::set(const value& to) {
 // A feature that presents itself as another kind still holds its own.
 value camera_feature::converted(const value& from) {
   if (row_.kind == value_kind::string) {
-    return genapi::to_text(from);
+    return gev::to_text(from);
   }
   if (const auto* text = std::get_if<std::string>(&from)) {
-    return genapi::parse(row_.name, row_.kind, row_.entries, *text);
+    return gev::parse(row_.name, row_.kind, row_.entries, *text);
   }
-  return row_.kind == value_kind::floating ? value(genapi::to_number(from)) : value(genapi::to_integer(from));
+  return row_.kind == value_kind::floating ? value(gev::to_number(from)) : value(gev::to_integer(from));
 }
 
 void camera_feature::refuse_beyond_camera(const value& to) {
   check_value(*this, row_.kind, to, {row_.min, row_.max, row_.inc}, row_.entries);
-  if (fitsWith_ != nullptr && genapi::to_integer(to) > genapi::to_integer(camera_max())) {
-    genapi::raise<GenICam::OutOfRangeException>(
-        row_.name + ": value " + genapi::to_text(to) + " does not fit on the sensor, with " +
-        fitsWith_->name() + " " + fitsWith_->text() + " at most " + genapi::to_text(camera_max()) + " does");
+  if (fitsWith_ != nullptr && gev::to_integer(to) > gev::to_integer(camera_max())) {
+    gev::raise<GenICam::OutOfRangeException>(
+        row_.name + ": value " + gev::to_text(to) + " does not fit on the sensor, with " + fitsWith_->name() +
+        " " + fitsWith_->text() + " at most " + gev::to_text(camera_max()) + " does");
   }
 }
 
@@ -168,25 +166,24 @@ value camera_feature::camera_max() {
   if (fitsWith_ == nullptr) {
     return row_.max;
   }
-  const std::int64_t sensor = genapi::to_integer(row_.max) + genapi::to_integer(fitsWith_->row_.min);
-  const std::int64_t room = sensor - genapi::to_integer(fitsWith_->current(0));
-  return room - room % genapi::to_integer(row_.inc);
+  const std::int64_t sensor = gev::to_integer(row_.max) + gev::to_integer(fitsWith_->row_.min);
+  const std::int64_t room = sensor - gev::to_integer(fitsWith_->current(0));
+  return room - room % gev::to_integer(row_.inc);
 }
 
 double camera_feature::number(std::string_view selected) {
-  return genapi::to_number(current(place(selected)));
+  return gev::to_number(current(place(selected)));
 }
 
 std::string camera_feature::text(std::string_view selected) {
-  return genapi::format(row_.kind, row_.entries, current(place(selected)));
+  return gev::format(row_.kind, row_.entries, current(place(selected)));
 }
 
 void camera_feature::force(const std::string& text) {
-  const bool unnamed =
-      row_.kind == value_kind::enumeration && genapi::find_entry(row_.entries, text) == nullptr;
+  const bool unnamed = row_.kind == value_kind::enumeration && gev::find_entry(row_.entries, text) == nullptr;
   value wanted;
   try {
-    wanted = genapi::parse(row_.name, unnamed ? value_kind::integer : row_.kind, row_.entries, text);
+    wanted = gev::parse(row_.name, unnamed ? value_kind::integer : row_.kind, row_.entries, text);
   } catch (const GenICam::GenericException& refusal) {
     throw std::invalid_argument(refusal.GetDescription());
   }
@@ -229,10 +226,10 @@ void camera_feature::alter_entry(const std::string& entry, const std::string& pr
                                  const std::string& text) {
   const std::string what = row_.name + "." + entry;
   const auto found = std::find_if(row_.entries.begin(), row_.entries.end(),
-                                  [&](const genapi::entry& each) { return each.name == entry; });
+                                  [&](const gev::entry& each) { return each.name == entry; });
   if (found == row_.entries.end()) {
     throw std::invalid_argument(what + " is no entry, those of " + row_.name +
-                                " are: " + genapi::entry_names(row_.entries));
+                                " are: " + gev::entry_names(row_.entries));
   }
   one_of(what + ": property", property, {"access"});
   found->access = access_from(what + " access", text);

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/genapi/feature.h"
+#include "platform/gev/feature.h"
 #include "platform/sim/description.h"
 #include "platform/sim/feature_table.h"
 
@@ -32,21 +32,21 @@ class feature_host {
 
 // One feature. What it presents (access, limits, kind, entries) can be altered; the camera behind it keeps
 // refusing by its own row. All under the camera's lock.
-class camera_feature final : public genapi::feature {
+class camera_feature final : public gev::feature {
  public:
   camera_feature(feature_row row, feature_host& host);
 
   const std::string& name() const override { return row_.name; }
-  genapi::value_kind kind() const override { return kind_; }
+  gev::value_kind kind() const override { return kind_; }
   const std::string& unit() const override { return row_.unit; }
   GenApi::EAccessMode access() override;
   const char* obstacle() override;
-  genapi::value get(bool ignoreCache) override;
-  void set(const genapi::value& to) override;
-  genapi::value min() override;
-  genapi::value max() override;
-  genapi::value inc() override;
-  const std::vector<genapi::entry>& entries() override { return row_.entries; }
+  gev::value get(bool ignoreCache) override;
+  void set(const gev::value& to) override;
+  gev::value min() override;
+  gev::value max() override;
+  gev::value inc() override;
+  const std::vector<gev::entry>& entries() override { return row_.entries; }
 
   // Puts the power-up value back, for every entry of the selector.
   void power_up();
@@ -64,23 +64,23 @@ class camera_feature final : public genapi::feature {
 
  private:
   std::size_t place(std::string_view selected);
-  genapi::value current(std::size_t place);
-  genapi::value converted(const genapi::value& from);
-  genapi::value camera_max();
-  void refuse_beyond_camera(const genapi::value& to);
+  gev::value current(std::size_t place);
+  gev::value converted(const gev::value& from);
+  gev::value camera_max();
+  void refuse_beyond_camera(const gev::value& to);
 
   feature_row row_;
   feature_host& host_;
   camera_feature* selector_ = nullptr;
   camera_feature* fitsWith_ = nullptr;
   bool liveLimits_ = false;
-  std::vector<genapi::value> values_;  // one for each entry of the selector
+  std::vector<gev::value> values_;  // one for each entry of the selector
 
-  genapi::value_kind kind_;
+  gev::value_kind kind_;
   std::optional<GenApi::EAccessMode> alteredAccess_;
-  std::optional<genapi::value> alteredMin_;
-  std::optional<genapi::value> alteredMax_;
-  std::optional<genapi::value> alteredInc_;
+  std::optional<gev::value> alteredMin_;
+  std::optional<gev::value> alteredMax_;
+  std::optional<gev::value> alteredInc_;
 };
 
 // All features of a camera.

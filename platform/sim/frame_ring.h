@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/sim/picture.h"
+#include "platform/picture/picture.h"
 
 namespace sim {
 
@@ -20,8 +20,8 @@ class frame_ring {
   struct buffer {
     GEV_BUFFER_OBJECT frame{};
     std::unique_ptr<std::uint8_t[]> pixels;
-    picture_settings picture;  // what to draw when the frame is delivered
-    bool drawn = false;        // once at least
+    picture::picture_settings picture;  // what to draw when the frame is delivered
+    bool drawn = false;                 // once at least
   };
 
   // Raises std::bad_alloc.

@@ -10,8 +10,8 @@
 #include <optional>
 #include <stdexcept>
 
-#include "platform/genapi/exceptions.h"
-#include "platform/genapi/value.h"
+#include "platform/gev/exceptions.h"
+#include "platform/gev/value.h"
 #include "platform/sim/clock.h"
 #include "platform/sim/feature_table.h"
 #include "platform/sim/sim.h"
@@ -88,7 +88,7 @@ bool is_feature(const std::string& operation, const std::string& name) {
   if (row == nullptr || dot == std::string::npos) {
     return row != nullptr;
   }
-  return operation == "access" && genapi::find_entry(row->entries, name.substr(dot + 1)) != nullptr;
+  return operation == "access" && gev::find_entry(row->entries, name.substr(dot + 1)) != nullptr;
 }
 
 unsigned kind_of_point(const std::string& point) {
@@ -224,17 +224,17 @@ void raise_effect(const effect& what) {
   const std::string description = "injected fault";
   switch (what.kind) {
     case effect_kind::access:
-      genapi::raise<GenICam::AccessException>(description);
+      gev::raise<GenICam::AccessException>(description);
     case effect_kind::range:
-      genapi::raise<GenICam::OutOfRangeException>(description);
+      gev::raise<GenICam::OutOfRangeException>(description);
     case effect_kind::argument:
-      genapi::raise<GenICam::InvalidArgumentException>(description);
+      gev::raise<GenICam::InvalidArgumentException>(description);
     case effect_kind::logical:
-      genapi::raise<GenICam::LogicalErrorException>(description);
+      gev::raise<GenICam::LogicalErrorException>(description);
     case effect_kind::timeout:
-      genapi::raise<GenICam::TimeoutException>(description);
+      gev::raise<GenICam::TimeoutException>(description);
     case effect_kind::runtime:
-      genapi::raise<GenICam::RuntimeException>(description);
+      gev::raise<GenICam::RuntimeException>(description);
     case effect_kind::standard:
       throw std::runtime_error(description);
     case effect_kind::memory:

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/genapi/by_name.h"
+#include "platform/gev/by_name.h"
+#include "platform/gev/stream_options.h"
 #include "platform/sim/gate.h"
 #include "platform/sim/registry.h"
-#include "platform/sim/stream_options.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -37,7 +37,7 @@ GEV_STATUS call(const char* name, const std::string& serial, Arguments arguments
   if (fault.kind == effect_kind::status) {
     return static_cast<GEV_STATUS>(fault.number);
   }
-  return fault.kind == effect_kind::none ? genapi::guarded(work) : GEVLIB_OK;
+  return fault.kind == effect_kind::none ? gev::guarded(work) : GEVLIB_OK;
 }
 
 // A call for an open camera, which `work` gets.
@@ -67,9 +67,9 @@ std::string told_value(const std::shared_ptr<camera>& of, const char* name, int 
   if (of == nullptr || name == nullptr || size <= 0 || value == nullptr) {
     return told;
   }
-  of->with_feature(name, [&](genapi::feature& feature) {
-    const auto wanted = genapi::value_of_bytes(feature, static_cast<std::size_t>(size), value);
-    told = wanted ? " " + genapi::to_text(*wanted) : "";
+  of->with_feature(name, [&](gev::feature& feature) {
+    const auto wanted = gev::value_of_bytes(feature, static_cast<std::size_t>(size), value);
+    told = wanted ? " " + gev::to_text(*wanted) : "";
     return GEVLIB_OK;
   });
   return told;
@@ -84,7 +84,7 @@ GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
     try {
       registry::instance().initialize();
     } catch (const std::invalid_argument& error) {
-      std::fprintf(stderr, "GEVSIM_CAMERAS: %s\n", error.what());
+      std::fprintf(stderr, "SIM_CAMERAS: %s\n", error.what());
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
     return GEVLIB_OK;
@@ -166,7 +166,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, 
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  const auto arguments = [=] { return options == nullptr ? std::string("(null)") : sim::listed(*options); };
+  const auto arguments = [=] { return options == nullptr ? std::string("(null)") : gev::listed(*options); };
   return camera_call("GevSetCameraInterfaceOptions", handle, arguments, [=](camera& of) {
     return options == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.set_options(*options);
   });
@@ -187,7 +187,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char
                                             void* value) {
   const auto arguments = [=] { return text_or_null(name); };
   return camera_call("GevGetFeatureValue", handle, arguments,
-                     [=](camera& of) { return genapi::read_feature(of, name, type, size, value); });
+                     [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
@@ -196,7 +196,7 @@ GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char
     return text_or_null(name) + told_value(registry::instance().by_handle(handle), name, size, value);
   };
   return camera_call("GevSetFeatureValue", handle, arguments,
-                     [=](camera& of) { return genapi::write_feature(of, name, size, value); });
+                     [=](camera& of) { return gev::write_feature(of, name, size, value); });
 }
 
 // ---- Frames

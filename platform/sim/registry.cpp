@@ -25,7 +25,7 @@ std::string contents(const std::string& path) {
 
 // The cameras of a process that adds none itself.
 std::string default_cameras() {
-  const char* const fromOutside = std::getenv("GEVSIM_CAMERAS");
+  const char* const fromOutside = std::getenv("SIM_CAMERAS");
   const std::string text = fromOutside == nullptr ? "" : fromOutside;
   if (text.empty()) {
     return "serial=SIM00001";

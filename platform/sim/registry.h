@@ -23,7 +23,7 @@ class registry {
   // The one of the process; it is never destroyed, a host may still close cameras while the process ends.
   static registry& instance();
 
-  // Counts the initialisation; raises std::invalid_argument when GEVSIM_CAMERAS is wrong.
+  // Counts the initialisation; raises std::invalid_argument when SIM_CAMERAS is wrong.
   void initialize();
   bool uninitialize();
   bool initialized() const { return initializations_.load(std::memory_order_acquire) > 0; }

@@ -7,7 +7,7 @@
 // Serial numbers may repeat; what takes one here then means the first of these cameras.
 //
 // Cameras come from `add_cameras`, or, when there is none by the time of GevApiInitialize, from the
-// environment variable GEVSIM_CAMERAS (the same text, or "@" and the path of a file with it), or else
+// environment variable SIM_CAMERAS (the same text, or "@" and the path of a file with it), or else
 // from the default, one camera with the serial number "SIM00001".
 #ifndef PLATFORM_SIM_SIM_H
 #define PLATFORM_SIM_SIM_H

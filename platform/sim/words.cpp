@@ -5,7 +5,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "platform/genapi/value.h"
+#include "platform/gev/value.h"
 
 namespace sim {
 namespace {
@@ -19,8 +19,8 @@ Number number_within(const std::string& what, const std::string& text, Number mi
   const auto [stop, error] = std::from_chars(text.data(), end, number);
   const bool right = error == std::errc() && stop == end && number >= min && number <= max;
   if (!right) {
-    throw std::invalid_argument(what + " '" + text + "' is not a number from " + genapi::to_text(min) +
-                                " to " + genapi::to_text(max));
+    throw std::invalid_argument(what + " '" + text + "' is not a number from " + gev::to_text(min) + " to " +
+                                gev::to_text(max));
   }
   return number;
 }

@@ -37,7 +37,7 @@ class program : public tests::program {
 
  private:
   static words line(const words& arguments, const std::string& cameras) {
-    words all = {"env", "GEVSIM_CAMERAS=" + cameras, MEDIAGRABBER};
+    words all = {"env", "SIM_CAMERAS=" + cameras, MEDIAGRABBER};
     all.insert(all.end(), arguments.begin(), arguments.end());
     return all;
   }

@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "platform/aravis/emulator/registers.h"
-#include "platform/sim/picture.h"
+#include "platform/picture/picture.h"
 #include "tests/program.h"
 #include "tests/wire/command_recorder.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using sim::picture_settings;
+using picture::picture_settings;
 using tests::clock_type;
 using tests::content;
 using tests::has;
@@ -108,7 +108,7 @@ class wire : public testing::Test {
   std::string sent(picture_settings settings, unsigned number) const {
     settings.timeUs = static_cast<std::uint64_t>(number * std::max(1e6 / kRateHz, settings.exposureUs));
     std::string pixels(settings.width * settings.height, '\0');
-    sim::draw(scene, settings, reinterpret_cast<std::uint8_t*>(pixels.data()));
+    picture::draw(scene, settings, reinterpret_cast<std::uint8_t*>(pixels.data()));
     return pixels;
   }
   // Which frame after that `before` has these pixels, byte for byte. States follow each other.
@@ -147,7 +147,7 @@ class wire : public testing::Test {
   }
 
   fs::path directory;
-  const sim::scene scene{kSensorWidth, kSensorHeight};
+  const picture::scene scene{kSensorWidth, kSensorHeight};
 };
 
 // gvcam, once all of its cameras answer.
@@ -200,7 +200,7 @@ TEST_F(wire, every_setting_shows_in_every_pixel) {
   then([](auto& now) { now.gain = static_cast<double>(std::pow(10.0F, 3.0F / 20.0F)); });
   then([](auto& now) { now.exposureUs = 2500; });
   then([](auto& now) { now.infraredUs[0] = 1250; });
-  then([](auto& now) { now.tone = sim::tone_curve::gamma, now.gamma = 2; }, true);
+  then([](auto& now) { now.tone = picture::tone_curve::gamma, now.gamma = 2; }, true);
   then([](auto& now) { now.gain = 1; });
   then([](auto& now) { now.exposureUs = 5000; });
   then([](auto& now) { now = seen_through(kCorner).settings; }, true);
@@ -223,7 +223,7 @@ TEST_F(wire, a_sweep_takes_one_command_for_each_setting) {
   EXPECT_EQ(host.wait(), 0) << host.error();
   std::vector<command> sent;
   for (const command& each : recorder.take()) {
-    const bool heartbeat = each.address < 0x100 || each.address == gvcam::gev::controlPrivilege;
+    const bool heartbeat = each.address < 0x100 || each.address == gvcam::bootstrap::controlPrivilege;
     if (!heartbeat) {
       sent.push_back(each);
     }

@@ -11,8 +11,8 @@
 namespace gvcam {
 namespace {
 
-using sim::picture_settings;
-using sim::tone_curve;
+using picture::picture_settings;
+using picture::tone_curve;
 
 constexpr const char* vendorName = "Emulated Cameras";
 constexpr const char* modelName = "gvcam";
@@ -101,7 +101,7 @@ picture_settings settings_of(const registers& memory) {
   return settings;
 }
 
-bool fits(const picture_settings& window, const sim::scene& sensor) {
+bool fits(const picture_settings& window, const picture::scene& sensor) {
   return window.offsetX + window.width <= sensor.width() && window.offsetY + window.height <= sensor.height();
 }
 
@@ -116,7 +116,8 @@ void widen(std::uint8_t* pixels, std::size_t count) {
 
 }  // namespace
 
-camera::camera(std::string serial, std::string address, const camera_setup& setup, const sim::scene& scene)
+camera::camera(std::string serial, std::string address, const camera_setup& setup,
+               const picture::scene& scene)
     : serial_(std::move(serial)),
       address_(std::move(address)),
       setup_(setup),
@@ -161,13 +162,13 @@ void camera::power_off() {
 // What is not written is off or 0, or as the library has it.
 void camera::write_power_up() {
   registers to = memory();
-  to.set_word(gev::macHigh, 0x0200);
-  to.set_word(gev::macLow, mac_low(serial_));
-  to.set_text(gev::manufacturer, 32, vendorName);
-  to.set_text(gev::model, 32, modelName);
-  to.set_text(gev::version, 32, versionText);
-  to.set_text(gev::serial, 16, serial_);
-  to.set_word(gev::packetSize, setup_.packetSize);
+  to.set_word(bootstrap::macHigh, 0x0200);
+  to.set_word(bootstrap::macLow, mac_low(serial_));
+  to.set_text(bootstrap::manufacturer, 32, vendorName);
+  to.set_text(bootstrap::model, 32, modelName);
+  to.set_text(bootstrap::version, 32, versionText);
+  to.set_text(bootstrap::serial, 16, serial_);
+  to.set_word(bootstrap::packetSize, setup_.packetSize);
   for (const register_address width : {emulator::sensorWidth, emulator::width}) {
     to.set_word(width, setup_.width);
   }
@@ -206,7 +207,7 @@ void camera::apply_losses() {
 void camera::set_busy(bool busy) {
   busy_ = busy;
   if (!busy && controls_) {
-    client_.write_register(gev::controlPrivilege, off);
+    client_.write_register(bootstrap::controlPrivilege, off);
   }
   tick();
 }
@@ -216,11 +217,11 @@ void camera::tick() {
     return;
   }
   measure_temperature();
-  if (memory().word(gev::controlPrivilege) == off) {
-    controls_ = busy_ && client_.write_register(gev::controlPrivilege, controlAccess);
+  if (memory().word(bootstrap::controlPrivilege) == off) {
+    controls_ = busy_ && client_.write_register(bootstrap::controlPrivilege, controlAccess);
   }
   // To be asked for its control privilege is a heartbeat to the camera, whoever asks.
-  client_.read_register(controls_ ? gev::controlPrivilege : gev::version);
+  client_.read_register(controls_ ? bootstrap::controlPrivilege : bootstrap::version);
 }
 
 void camera::measure_temperature() {
@@ -290,7 +291,7 @@ void camera::draw(const registers& now, std::uint8_t* pixels) const {
     std::fill_n(pixels, count, std::uint8_t{0});
     return;
   }
-  sim::draw(scene_, settings, pixels);
+  picture::draw(scene_, settings, pixels);
   if (wide) {
     widen(pixels, count);
   }
@@ -321,7 +322,7 @@ gboolean arv_fake_camera_write_register(ArvFakeCamera* fake, guint32 address, gu
   const guint32 wire = htonl(value);
   const gboolean done = arv_fake_camera_write_memory(fake, address, sizeof wire, &wire);
   gvcam::camera* const camera = camera_of(fake);
-  if (camera != nullptr && address == gvcam::gev::controlPrivilege && value == gvcam::off) {
+  if (camera != nullptr && address == gvcam::bootstrap::controlPrivilege && value == gvcam::off) {
     camera->on_control_released();
   }
   return done;

@@ -12,9 +12,9 @@
 
 #include "platform/aravis/emulator/gvcp_client.h"
 #include "platform/aravis/emulator/registers.h"
-#include "platform/sim/picture.h"
-#include "platform/sim/scene.h"
-#include "platform/sim/thermometer.h"
+#include "platform/picture/picture.h"
+#include "platform/picture/scene.h"
+#include "platform/picture/thermometer.h"
 
 namespace gvcam {
 
@@ -34,7 +34,7 @@ struct camera_setup {
 class camera {
  public:
   // Neither listens nor answers before `power_on`. `setup` and `scene` must outlive it.
-  camera(std::string serial, std::string address, const camera_setup& setup, const sim::scene& scene);
+  camera(std::string serial, std::string address, const camera_setup& setup, const picture::scene& scene);
 
   const std::string& serial() const { return serial_; }
   const std::string& address() const { return address_; }
@@ -82,9 +82,9 @@ class camera {
   const std::string serial_;
   const std::string address_;
   const camera_setup& setup_;
-  const sim::scene& scene_;
+  const picture::scene& scene_;
   gvcp_client client_;
-  sim::thermometer thermometer_;
+  picture::thermometer thermometer_;
 
   double loss_ = 0;
   bool silent_ = false;

@@ -88,9 +88,9 @@ void run(options& wanted) {
   if (wanted.setup.description.empty()) {
     wanted.setup.description = builtIn.emplace(built_in_description()).path();
   }
-  const sim::scene scene = wanted.scene.empty()
-                               ? sim::scene(wanted.setup.width, wanted.setup.height)
-                               : sim::scene(wanted.scene, wanted.setup.width, wanted.setup.height);
+  const picture::scene scene = wanted.scene.empty()
+                                   ? picture::scene(wanted.setup.width, wanted.setup.height)
+                                   : picture::scene(wanted.scene, wanted.setup.width, wanted.setup.height);
   camera_list cameras;
   for (const auto& [serial, address] : wanted.cameras) {
     cameras.push_back(std::make_unique<camera>(serial, address, wanted.setup, scene));

@@ -14,7 +14,7 @@ namespace gvcam {
 using register_address = std::uint32_t;
 
 // Registers of GigE Vision, as far as they are needed here.
-namespace gev {
+namespace bootstrap {
 constexpr register_address macHigh = 0x0008;
 constexpr register_address macLow = 0x000C;
 constexpr register_address manufacturer = 0x0048;  // 32 bytes of text, as are model and version
@@ -23,7 +23,7 @@ constexpr register_address version = 0x0088;
 constexpr register_address serial = 0x00D8;  // 16 bytes of text
 constexpr register_address controlPrivilege = 0x0A00;
 constexpr register_address packetSize = 0x0D04;  // in the low half
-}  // namespace gev
+}  // namespace bootstrap
 
 // Registers that the emulator of the Aravis library itself looks at: what it sends is the size that they
 // say, as often as they say.

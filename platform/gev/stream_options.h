@@ -1,12 +1,12 @@
 // The stream options of a camera: one row each.
-#ifndef PLATFORM_SIM_STREAM_OPTIONS_H
-#define PLATFORM_SIM_STREAM_OPTIONS_H
+#ifndef PLATFORM_GEV_STREAM_OPTIONS_H
+#define PLATFORM_GEV_STREAM_OPTIONS_H
 
 #include <gevapi.h>
 
 #include <string>
 
-namespace sim {
+namespace gev {
 
 // What an opened camera starts with.
 GEV_CAMERA_OPTIONS default_options();
@@ -15,6 +15,6 @@ bool possible(const GEV_CAMERA_OPTIONS& options);
 // "heartbeat_timeout_ms:5000, streamPktSize:1500, ...", all of them.
 std::string listed(const GEV_CAMERA_OPTIONS& options);
 
-}  // namespace sim
+}  // namespace gev
 
 #endif

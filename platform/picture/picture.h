@@ -1,15 +1,15 @@
 // The picture model: what a monochrome sensor makes of a scene. Everything is a pure function of the
 // settings, so that the same settings give the same picture on every machine and every thread.
-#ifndef PLATFORM_SIM_PICTURE_H
-#define PLATFORM_SIM_PICTURE_H
+#ifndef PLATFORM_PICTURE_PICTURE_H
+#define PLATFORM_PICTURE_PICTURE_H
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/sim/scene.h"
+#include "platform/picture/scene.h"
 
-namespace sim {
+namespace picture {
 
 enum class tone_curve { linear, gamma, negative };
 
@@ -36,6 +36,6 @@ struct picture_settings {
 // within the scene.
 void draw(const scene& what, const picture_settings& settings, std::uint8_t* pixels);
 
-}  // namespace sim
+}  // namespace picture
 
 #endif

@@ -1,10 +1,10 @@
-#include "platform/sim/stream_options.h"
+#include "platform/gev/stream_options.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 
-namespace sim {
+namespace gev {
 namespace {
 
 struct option_row {
@@ -59,4 +59,4 @@ std::string listed(const GEV_CAMERA_OPTIONS& options) {
   return list;
 }
 
-}  // namespace sim
+}  // namespace gev

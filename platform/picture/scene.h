@@ -1,13 +1,13 @@
 // What a simulated camera looks at.
-#ifndef PLATFORM_SIM_SCENE_H
-#define PLATFORM_SIM_SCENE_H
+#ifndef PLATFORM_PICTURE_SCENE_H
+#define PLATFORM_PICTURE_SCENE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace sim {
+namespace picture {
 
 // What the sensor looks at, at its resolution: a radiance for each pixel, part of which moves to the left
 // with time and comes again.
@@ -36,6 +36,6 @@ class scene {
   std::vector<std::uint16_t> radiance_;  // lines of period + width pixels
 };
 
-}  // namespace sim
+}  // namespace picture
 
 #endif

@@ -1,12 +1,12 @@
 // The temperature of a camera: it follows the load slowly.
-#ifndef PLATFORM_SIM_THERMOMETER_H
-#define PLATFORM_SIM_THERMOMETER_H
+#ifndef PLATFORM_PICTURE_THERMOMETER_H
+#define PLATFORM_PICTURE_THERMOMETER_H
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 
-namespace sim {
+namespace picture {
 
 class thermometer {
  public:
@@ -31,6 +31,6 @@ class thermometer {
   double celsius_ = idle;
 };
 
-}  // namespace sim
+}  // namespace picture
 
 #endif

@@ -1,12 +1,12 @@
 // Raising exceptions of the GenICam tree with the place they come from.
-#ifndef PLATFORM_GENAPI_EXCEPTIONS_H
-#define PLATFORM_GENAPI_EXCEPTIONS_H
+#ifndef PLATFORM_GEV_EXCEPTIONS_H
+#define PLATFORM_GEV_EXCEPTIONS_H
 
 #include <GenApi/GenApi.h>
 
 #include <string>
 
-namespace genapi {
+namespace gev {
 
 // Raises an exception of the given kind. The description names the feature, the value and what would be
 // right; file and line are the caller's.
@@ -16,6 +16,6 @@ template <class Kind>
   throw Kind(description, file, line);
 }
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif

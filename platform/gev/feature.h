@@ -1,13 +1,13 @@
 // A feature of a camera as the nodes see it, and the checks that every access to one goes through.
-#ifndef PLATFORM_GENAPI_FEATURE_H
-#define PLATFORM_GENAPI_FEATURE_H
+#ifndef PLATFORM_GEV_FEATURE_H
+#define PLATFORM_GEV_FEATURE_H
 
 #include <string>
 #include <vector>
 
-#include "platform/genapi/value.h"
+#include "platform/gev/value.h"
 
-namespace genapi {
+namespace gev {
 
 // Where the value of one feature lives: in a simulated camera, or behind a network connection. All calls
 // come under the owner's lock (see `gate`). An implementation refuses what the camera itself cannot do by
@@ -53,6 +53,6 @@ void check_value(const feature& of, value_kind kind, const value& what, const li
                  const std::vector<entry>& entries);
 void check_writable(feature& of, const value& written, GenApi::EAccessMode access);
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif

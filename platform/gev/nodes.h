@@ -1,14 +1,14 @@
 // The nodes of a node map: the GenApi interfaces over any `feature`.
-#ifndef PLATFORM_GENAPI_NODES_H
-#define PLATFORM_GENAPI_NODES_H
+#ifndef PLATFORM_GEV_NODES_H
+#define PLATFORM_GEV_NODES_H
 
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "platform/genapi/feature.h"
+#include "platform/gev/feature.h"
 
-namespace genapi {
+namespace gev {
 
 enum class operation { access, read, write, min, max, inc };
 
@@ -42,6 +42,6 @@ class gate {
 // The node for a feature of that kind. It refers to both as long as it lives.
 std::unique_ptr<GenApi::INode> make_node(feature& of, gate& owner);
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif

@@ -1,6 +1,6 @@
 // The value of a feature and its text.
-#ifndef PLATFORM_GENAPI_VALUE_H
-#define PLATFORM_GENAPI_VALUE_H
+#ifndef PLATFORM_GEV_VALUE_H
+#define PLATFORM_GEV_VALUE_H
 
 #include <GenApi/GenApi.h>
 
@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-namespace genapi {
+namespace gev {
 
 // What a feature is. The numbers are those by which GevGetFeatureValue tells the kind.
 enum class value_kind { integer = 3, floating = 4, string = 5, enumeration = 6, boolean = 8 };
@@ -46,6 +46,6 @@ const entry* find_entry(const std::vector<entry>& entries, std::int64_t number);
 // "Off, Active"
 std::string entry_names(const std::vector<entry>& entries);
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif

@@ -1,4 +1,4 @@
-#include "platform/genapi/value.h"
+#include "platform/gev/value.h"
 
 #include <algorithm>
 #include <array>
@@ -8,9 +8,9 @@
 #include <optional>
 #include <system_error>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
-namespace genapi {
+namespace gev {
 namespace {
 
 template <class Number, class... Format>
@@ -150,4 +150,4 @@ std::string entry_names(const std::vector<entry>& entries) {
   return names;
 }
 
-}  // namespace genapi
+}  // namespace gev

@@ -1,6 +1,6 @@
-#include "platform/genapi/node_map.h"
+#include "platform/gev/node_map.h"
 
-namespace genapi {
+namespace gev {
 
 void node_map::add(feature& of) {
   nodes_.push_back(make_node(of, gate_));
@@ -13,4 +13,4 @@ GenApi::INode* node_map::GetNode(const GenICam::gcstring& name) const {
   return found == byName_.end() ? nullptr : found->second;
 }
 
-}  // namespace genapi
+}  // namespace gev

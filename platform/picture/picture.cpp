@@ -1,10 +1,10 @@
-#include "platform/sim/picture.h"
+#include "platform/picture/picture.h"
 
 #include <algorithm>
 #include <cmath>
 #include <random>
 
-namespace sim {
+namespace picture {
 namespace {
 
 constexpr double whiteGrey = 230;         // grey of white paper at the reference exposure and gain 1
@@ -127,4 +127,4 @@ void draw(const scene& what, const picture_settings& settings, std::uint8_t* pix
   }
 }
 
-}  // namespace sim
+}  // namespace picture

@@ -1,4 +1,4 @@
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
 namespace GenICam_3_0 {
 

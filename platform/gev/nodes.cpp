@@ -1,10 +1,10 @@
-#include "platform/genapi/nodes.h"
+#include "platform/gev/nodes.h"
 
 #include <array>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
-namespace genapi {
+namespace gev {
 namespace {
 
 // What all kinds have in common. Each operation enters the gate once and then is one call to the checks.
@@ -185,4 +185,4 @@ std::unique_ptr<GenApi::INode> make_node(feature& of, gate& owner) {
   return std::make_unique<string_node>(of, owner);
 }
 
-}  // namespace genapi
+}  // namespace gev

@@ -1,4 +1,4 @@
-#include "platform/sim/scene.h"
+#include "platform/picture/scene.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace sim {
+namespace picture {
 namespace {
 
 constexpr double passesPerSecond = 0.2;  // how often what moves comes again
@@ -232,4 +232,4 @@ const std::uint16_t* scene::line(std::size_t y, std::uint64_t timeUs) const {
   return radiance_.data() + y * (period_ + width_) + shift;
 }
 
-}  // namespace sim
+}  // namespace picture

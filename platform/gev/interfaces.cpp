@@ -1,6 +1,6 @@
 // What GenApi.h declares and this library owns: the key functions of the node interfaces, the node map
 // reference and the marker symbol.
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
 extern "C" const int built_with_stand_in_GenApi_headers_rebuild_with_GEV_FRAMEWORK_ROOT = 1;
 
@@ -19,7 +19,7 @@ INodeMap::~INodeMap() = default;
 
 INode* CNodeMapRef::_GetNode(const GenICam::gcstring& name) const {
   if (map_ == nullptr) {
-    genapi::raise<GenICam::AccessException>("Feature not present (reference not valid)");
+    gev::raise<GenICam::AccessException>("Feature not present (reference not valid)");
   }
   return map_->GetNode(name);
 }

@@ -1,10 +1,10 @@
-#include "platform/genapi/feature.h"
+#include "platform/gev/feature.h"
 
 #include <cmath>
 
-#include "platform/genapi/exceptions.h"
+#include "platform/gev/exceptions.h"
 
-namespace genapi {
+namespace gev {
 namespace {
 
 std::string value_of(const feature& of, const value& what) {
@@ -129,4 +129,4 @@ void check_writable(feature& of, const value& written, GenApi::EAccessMode acces
                                   (obstacle != nullptr ? std::string(": ") + obstacle : ""));
 }
 
-}  // namespace genapi
+}  // namespace gev

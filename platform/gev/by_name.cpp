@@ -1,10 +1,10 @@
-#include "platform/genapi/by_name.h"
+#include "platform/gev/by_name.h"
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 
-namespace genapi {
+namespace gev {
 namespace {
 
 template <class Number>
@@ -91,4 +91,4 @@ GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from) {
   return GEVLIB_OK;
 }
 
-}  // namespace genapi
+}  // namespace gev

@@ -1,6 +1,6 @@
 // A node map made of features.
-#ifndef PLATFORM_GENAPI_NODE_MAP_H
-#define PLATFORM_GENAPI_NODE_MAP_H
+#ifndef PLATFORM_GEV_NODE_MAP_H
+#define PLATFORM_GEV_NODE_MAP_H
 
 #include <functional>
 #include <memory>
@@ -9,9 +9,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/genapi/nodes.h"
+#include "platform/gev/nodes.h"
 
-namespace genapi {
+namespace gev {
 
 // The nodes of one camera, by name. Features and gate outlive it.
 class node_map final : public GenApi::INodeMap {
@@ -33,6 +33,6 @@ class node_map final : public GenApi::INodeMap {
   std::vector<std::unique_ptr<GenApi::INode>> nodes_;
 };
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif

@@ -1,6 +1,6 @@
 // Features as GevGetFeatureValue and GevSetFeatureValue pass them: bytes of a size, by name.
-#ifndef PLATFORM_GENAPI_BY_NAME_H
-#define PLATFORM_GENAPI_BY_NAME_H
+#ifndef PLATFORM_GEV_BY_NAME_H
+#define PLATFORM_GEV_BY_NAME_H
 
 #include <gevapi.h>
 
@@ -8,9 +8,9 @@
 #include <new>
 #include <optional>
 
-#include "platform/genapi/feature.h"
+#include "platform/gev/feature.h"
 
-namespace genapi {
+namespace gev {
 
 // Reads the feature into `to`, sets *type to its kind. PARAMETER_INVALID when the size does not suit it.
 GEV_STATUS read_bytes(feature& from, int* type, std::size_t size, void* to);
@@ -63,6 +63,6 @@ GEV_STATUS guarded(Work work) {
   }
 }
 
-}  // namespace genapi
+}  // namespace gev
 
 #endif
