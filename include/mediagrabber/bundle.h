@@ -10,8 +10,8 @@
 
 #include <cstdint>
 
+#include <mediagrabber/device.h>
 #include "core/table.h"
-#include "mediagrabber/device.h"
 
 #define MG_BUNDLE_EXPORT __attribute__((visibility("default")))
 
