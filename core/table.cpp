@@ -10,7 +10,11 @@
 #include "core/log.h"
 
 namespace Zavik::Support {
-namespace {
+
+// Host and bundle each link a copy of this file, and a table of the one may be merged into a table of the
+// other. So the class below has the same name in all copies that can read each other's cells: the name
+// carries the version and the containers. In an unnamed namespace it would be another class in each copy.
+namespace core_table {
 
 struct cell_ref {
   std::uint8_t row;
@@ -39,6 +43,7 @@ void merge(cell_map<T>& cells, const cell_map<T>& source) {
   }
 }
 
+template <int version, class Strings>
 class map_table final : public rw_table_like {
  public:
   void retain() override { refCount_.fetch_add(1, std::memory_order_relaxed); }
@@ -80,12 +85,12 @@ class map_table final : public rw_table_like {
   cell_map<bool> bools_;
   cell_map<float> floats_;
   cell_map<std::int64_t> int64s_;
-  cell_map<std::string> strings_;
+  Strings strings_;
   std::atomic<std::uint16_t> refCount_{1};
 };
 
-void map_table::update(const table_like* source) {
-  // A table that another library made is another type, even when it was built from this very source.
+template <int version, class Strings>
+void map_table<version, Strings>::update(const table_like* source) {
   const auto* other = dynamic_cast<const map_table*>(source);
   if (other == nullptr) {
     throw unsupported_error();
@@ -96,7 +101,8 @@ void map_table::update(const table_like* source) {
   merge(strings_, other->strings_);
 }
 
-rw_table_like* map_table::clone() const {
+template <int version, class Strings>
+rw_table_like* map_table<version, Strings>::clone() const {
   try {
     auto copy = std::make_unique<map_table>();
     copy->update(this);
@@ -107,10 +113,10 @@ rw_table_like* map_table::clone() const {
   }
 }
 
-}  // namespace
+}  // namespace core_table
 
 rw_table_like* Table__Create() {
-  return new map_table;
+  return new core_table::map_table<CORE_VERSION, core_table::cell_map<std::string>>;
 }
 
 }  // namespace Zavik::Support

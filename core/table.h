@@ -55,7 +55,9 @@ class rw_table_like : public table_like {
   virtual void setString(std::uint8_t row, std::uint8_t col, std::string value) = 0;
 
   /// Sets every cell of `source` in this table; cells that only this table has stay. `source` must come from
-  /// `Table__Create` or `clone` of the same library, else unsupported_error and nothing is changed.
+  /// `Table__Create` or `clone` of the same version of this library, no matter which copy of it: the host's
+  /// own is as good as the bundle's. A null pointer, a table of another version and one of another
+  /// implementation raise unsupported_error, and nothing is changed.
   virtual void update(const table_like* source) = 0;
 };
 

@@ -1,5 +1,7 @@
 #include "core/time_helpers.h"
 
+#include <limits>
+
 namespace {
 
 constexpr std::uint64_t kNsecPerSec = 1'000'000'000;
@@ -16,12 +18,16 @@ std::uint64_t nowIn(std::uint64_t unitsPerSec) {
          static_cast<std::uint64_t>(time.tv_nsec) / (kNsecPerSec / unitsPerSec);
 }
 
+// Stays at the end of time where the amount leads beyond it, so that "for ever" never means the past.
 timespec nowPlus(std::uint64_t amount, std::uint64_t unitsPerSec) {
   const timespec time = now();
   const std::uint64_t nsec =
       static_cast<std::uint64_t>(time.tv_nsec) + amount % unitsPerSec * (kNsecPerSec / unitsPerSec);
+  constexpr time_t end = std::numeric_limits<time_t>::max();
+  const std::uint64_t sec = amount / unitsPerSec + nsec / kNsecPerSec;
+  const std::uint64_t left = static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(time.tv_sec);
   timespec until{};
-  until.tv_sec = time.tv_sec + static_cast<time_t>(amount / unitsPerSec + nsec / kNsecPerSec);
+  until.tv_sec = sec < left ? time.tv_sec + static_cast<time_t>(sec) : end;
   until.tv_nsec = static_cast<long>(nsec % kNsecPerSec);
   return until;
 }

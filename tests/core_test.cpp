@@ -1,4 +1,6 @@
 // The property table, the errors and the clock: what host and bundle share.
+#include <dlfcn.h>
+
 #include <array>
 #include <climits>
 #include <cmath>
@@ -84,6 +86,26 @@ TEST(property_table, clones_and_merges) {
   EXPECT_TRUE(copy->getString(5, 9, text) && text == "text");
   EXPECT_FALSE(source->getInt64(3, 0, integer));
   EXPECT_EQ(raised([&] { target->update(nullptr); }), "unsupported_error");
+}
+
+// A table that another library made, which has a copy of this code for itself.
+table_ptr table_of(const char* library) {
+  void* const handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+  const auto make = reinterpret_cast<rw_table_like* (*)()>(dlsym(handle, "make_table"));
+  return table_ptr(make());
+}
+
+// Catches a host's own table that a sweep cannot be filled from, and cells of another layout that are read.
+TEST(property_table, merges_tables_of_other_libraries_of_its_version) {
+  const table_ptr target(Table__Create());
+  const table_ptr same = table_of(SAME_CORE);
+  settings().set(property{2}, 30.0F).set(property{5}, "text", 9).fill(*same);
+  target->update(same.get());
+  std::string text;
+  EXPECT_TRUE(target->getString(5, 9, text));
+  EXPECT_EQ(text, "text");
+  const table_ptr next = table_of(NEXT_CORE);
+  EXPECT_EQ(raised([&] { target->update(next.get()); }), "unsupported_error");
 }
 
 // The numbers that host and bundle exchange: a row or value that moves does not compile.
@@ -226,7 +248,9 @@ TEST(time_helpers, tell_the_realtime_clock) {
                      {Time__GetTimeUntilMsec, 100, {101, 0}},
                      {Time__GetTimeUntilUsec, 1'099'999, {101, 999'999'000}},
                      {Time__GetTimeUntilUsec, 1'100'000, {102, 0}},
-                     {Time__GetTimeUntilSec, 7, {107, 900'000'000}}};
+                     {Time__GetTimeUntilSec, 7, {107, 900'000'000}},
+                     {Time__GetTimeUntilSec, UINT64_MAX, {std::numeric_limits<time_t>::max(), 900'000'000}},
+                     {Time__GetTimeUntilUsec, UINT64_MAX, {100 + 18'446'744'073'710, 451'615'000}}};
   for (const auto& [fill, amount, until] : cases) {
     timespec filled{};
     fill(&filled, amount);

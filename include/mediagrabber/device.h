@@ -80,8 +80,9 @@ class device_like {
  public:
   /// Acquires on the calling thread until the host answers with a signal (returns its value, 1 or 2) or
   /// something fails (returns 1; the log says what). A std::exception or node-map exception that a handler
-  /// raises ends the run as a failure; one of another type passes through to the caller. The transfer is
-  /// stopped and freed when this returns.
+  /// raises ends the run as a failure; one of another type passes through to the caller, and so does a
+  /// node-map exception from the `onNoFrame` that follows a signal. The transfer is stopped and freed in
+  /// every case.
   virtual std::int32_t run(cam_stream_handler_like* streamHandler) = 0;
   /// Calls `callback(context, json)` once with the statistics as JSON, valid only during the call; does not
   /// call it while no temperature is known. From any thread, at any time before `destroy`.

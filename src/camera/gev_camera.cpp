@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Zavik::Support::MediaGrabber::Gigev2 {
@@ -12,7 +13,7 @@ using config_view = table<property, table_like>;
 
 constexpr int kCamerasMax = 8;
 
-// Jumbo frames end at 9180 bytes; a size beyond them is taken for "none configured".
+// Jumbo frames end at 9180 bytes; a size beyond them becomes the one that passes every network.
 constexpr std::int64_t kPacketSizeEnd = 9181;
 constexpr std::uint32_t kPacketSizeDefault = 1500;
 
@@ -28,6 +29,23 @@ constexpr std::uint32_t kFramesWithoutEnd = 0xFFFFFFFF;
 bool hasEntry(GenApi::IEnumeration& enumeration, const char* name) {
   GenApi::IEnumEntry* entry = enumeration.GetEntryByName(name);
   return entry != nullptr && entry->GetAccessMode() != GenApi::NI;
+}
+
+bool isAt(GenApi::IEnumeration& enumeration, const char* name) {
+  GenApi::IEnumEntry* entry = enumeration.GetCurrentEntry(false, false);
+  return entry != nullptr && entry->ToString(false, false) == name;
+}
+
+// What `read` gives; nothing when the camera does not answer.
+template <class Read>
+auto readIfAnswered(Read read) -> std::optional<decltype(read())> {
+  try {
+    return read();
+  } catch (const GenICam::GenericException&) {
+    return std::nullopt;
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
 }
 
 template <class Interface>
@@ -106,7 +124,7 @@ void camera_handle::close() {
 
 camera_api::camera_api(GEV_DEVICE_INTERFACE* device, table_like* config)
     : irBox(this, config),
-      exposure(connected(device), config_view(config)),
+      exposure{connected(device), config_view(config)},  // in this order: braces, not parentheses
       fps(this, config_view(config)),
       gain(this, config_view(config)),
       gamma(this, config_view(config)),
@@ -139,17 +157,18 @@ void camera_api::setupStream(const config_view& config) {
   if (!config.getInt64(property::MISC_STREAM_PACKET_SIZE_BYTES_MAX, 0, packetSizeMax)) {
     LOG(4, "fail: getInt64 (param:MISC_STREAM_PACKET_SIZE_BYTES_MAX)");
   }
+  const std::uint32_t packetSize =
+      packetSizeMax < kPacketSizeEnd ? static_cast<std::uint32_t>(packetSizeMax) : kPacketSizeDefault;
   GEV_CAMERA_OPTIONS options{};
   GevGetCameraInterfaceOptions(handle.get(), &options);
   options.heartbeat_timeout_ms = kHeartbeatTimeoutMs;
-  options.streamPktSize =
-      packetSizeMax < kPacketSizeEnd ? static_cast<std::uint32_t>(packetSizeMax) : kPacketSizeDefault;
+  options.streamPktSize = packetSize;
   options.streamPktDelay = kPacketDelayUs;
   options.streamNumFramesBuffered = kFramesBuffered;
   options.streamMemoryLimitMax = kStreamMemoryMax;
   options.streamFrame_timeout_ms = kFrameTimeoutMs;
   if (GevSetCameraInterfaceOptions(handle.get(), &options) != 0) {
-    LOG(2, "Can't configure packet options (packet size %u)", options.streamPktSize);
+    LOG(2, "Can't configure packet options (packet size %u)", packetSize);
   }
 }
 
@@ -229,25 +248,28 @@ void camera_api::setBrightnessMode() {
   mode->FromString("Off", true);
 }
 
+// A flaky sensor must not end a run: each read that fails is no reading. A refused write is a fault of the
+// set-up.
 float camera_api::getSensorTempC() const {
   constexpr const char* kInternal = "Internal";
   auto* selector = findNode<GenApi::IEnumeration>(*nodeMap, "DeviceTemperatureSelector");
-  if (selector == nullptr || !hasEntry(*selector, kInternal)) {
+  if (selector == nullptr ||
+      !readIfAnswered([&] { return hasEntry(*selector, kInternal); }).value_or(false)) {
     return kNoSensorTempC;
   }
-  GenApi::IEnumEntry* selected = selector->GetCurrentEntry(false, false);
-  if (selected == nullptr || !(selected->ToString(false, false) == kInternal)) {
+  const std::optional<bool> selected = readIfAnswered([&] { return isAt(*selector, kInternal); });
+  if (!selected) {
+    return kNoSensorTempC;
+  }
+  if (!*selected) {
     selector->FromString(kInternal, true);
   }
   auto* temperature = findNode<GenApi::IFloat>(*nodeMap, "DeviceTemperature");
   if (temperature == nullptr) {
     return kNoSensorTempC;
   }
-  try {
-    return static_cast<float>(temperature->GetValue(false, false));
-  } catch (...) {
-    return kNoSensorTempC;  // a flaky sensor must not end a run
-  }
+  return readIfAnswered([&] { return static_cast<float>(temperature->GetValue(false, false)); })
+      .value_or(kNoSensorTempC);
 }
 
 }  // namespace Zavik::Support::MediaGrabber::Gigev2

@@ -75,8 +75,8 @@ class camera_api : public param_provider_like {
   void setupCamChunks();
   /// Switches the automatic brightness off. internal_error, after a log line, when the camera has none.
   void setBrightnessMode();
-  /// The sensor's temperature in degrees Celsius, kNoSensorTempC when the camera does not tell. Logs nothing.
-  /// May move the camera's "DeviceTemperatureSelector".
+  /// The sensor's temperature in degrees Celsius, kNoSensorTempC when the camera has none or a read of it
+  /// fails. Logs nothing. May move the camera's "DeviceTemperatureSelector"; lets a refusal of that pass.
   float getSensorTempC() const;
 
   camera_handle handle;

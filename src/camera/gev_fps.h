@@ -25,8 +25,9 @@ class fps_api {
   fps_api(param_provider_like* provider, const table<property, table_like>& config);
 
   frame_rate_param frameRate;
-  float fps = 0;               ///< as the camera accepted it, frames per second
-  std::uint32_t periodUs = 0;  ///< 1,000,000 / fps, rounded to whole microseconds
+  float fps = 0;  ///< as the camera accepted it, frames per second
+  std::uint32_t periodUs =
+      0;  ///< 1,000,000 / fps, rounded to whole microseconds; without meaning at a rate of 0
 };
 
 }  // namespace Zavik::Support::MediaGrabber::Gigev2

@@ -93,27 +93,12 @@ bool gamma_api::setGammaState(gev_gamma_state state) const {
 }
 
 int gamma_api::getGammaLimits(float& min, float& max) {
-  const caller here = caller::here();
+  bool hasLut = true;
   if (!limitsKnown_) {
-    bool hasLut = true;
-    std::optional<GenICam::gcstring> replacedType;
-    succeeds([&] {
-      const gev_gamma_state state = getGammaState();
-      hasLut = state != kGEV_GAMMA_STATE__UNKNOWN;
-      if (!hasLut) {
-        return;
-      }
-      if (state != kGEV_GAMMA_STATE__GAMMA) {
-        replacedType = replaceType(here);
-      }
-      readLimits(here);
-    });
-    if (!hasLut) {
-      return 1;
-    }
-    if (replacedType) {
-      succeeds([&] { restoreType(*replacedType, here); });
-    }
+    hasLut = learnLimits(caller::here());
+  }
+  if (!hasLut) {
+    return 1;
   }
   if (!limitsKnown_) {
     return -2;
@@ -123,27 +108,50 @@ int gamma_api::getGammaLimits(float& min, float& max) {
   return 0;
 }
 
+// The range is that of the LUT type gamma correction, so the type becomes that one for the reading. Another
+// type that was there is put back whatever ends the reading, also when the camera took the type and then
+// failed to say so. False without a LUT.
+bool gamma_api::learnLimits(caller where) {
+  bool hasLut = true;
+  std::optional<GenICam::gcstring> otherType;
+  succeeds(
+      [&] {
+        const gev_gamma_state state = getGammaState();
+        hasLut = state != kGEV_GAMMA_STATE__UNKNOWN;
+        if (!hasLut) {
+          return;
+        }
+        if (state != kGEV_GAMMA_STATE__GAMMA) {
+          otherType = findOtherType(where);
+        }
+        if (otherType) {
+          writeType(kTypeGamma, where);
+          LOG_FROM(where, 3, "### Gamma feature is disabled ###");
+        }
+        readLimits(where);
+      },
+      where);
+  if (otherType) {
+    succeeds([&] { writeType(*otherType, where); }, where);
+  }
+  return hasLut;
+}
+
 GenApi::IEnumeration* gamma_api::findType(caller where) const {
   return findNode<GenApi::IEnumeration>(requireNodeMap(provider_, where), "lutType");
 }
 
-// The gamma range is that of the LUT type gamma correction. Gives the type that was there, when it was
-// another.
-std::optional<GenICam::gcstring> gamma_api::replaceType(caller where) const {
+// The LUT type that there is, unless it is gamma correction.
+std::optional<GenICam::gcstring> gamma_api::findOtherType(caller where) const {
   GenApi::IEnumeration* type = findType(where);
   if (type == nullptr) {
     return std::nullopt;
   }
-  const GenICam::gcstring found = type->ToString(false, false);
-  if (found == kTypeGamma) {
-    return std::nullopt;
-  }
-  type->FromString(kTypeGamma, true);
-  LOG_FROM(where, 3, "### Gamma feature is disabled ###");
-  return found;
+  GenICam::gcstring found = type->ToString(false, false);
+  return found == kTypeGamma ? std::nullopt : std::optional(found);
 }
 
-void gamma_api::restoreType(const GenICam::gcstring& text, caller where) const {
+void gamma_api::writeType(const GenICam::gcstring& text, caller where) const {
   if (GenApi::IEnumeration* type = findType(where)) {
     type->FromString(text, true);
   }

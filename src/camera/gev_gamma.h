@@ -55,8 +55,9 @@ class gamma_api {
   bool findLut(lut_nodes& lut, caller where = caller::here()) const;
   GenApi::IEnumeration* findType(caller where) const;
   GenApi::IFloat* findValue(caller where = caller::here()) const;
-  std::optional<GenICam::gcstring> replaceType(caller where) const;
-  void restoreType(const GenICam::gcstring& text, caller where) const;
+  bool learnLimits(caller where);
+  std::optional<GenICam::gcstring> findOtherType(caller where) const;
+  void writeType(const GenICam::gcstring& text, caller where) const;
   void readLimits(caller where);
 
   param_provider_like* provider_;

@@ -16,14 +16,16 @@ float ro_float_param::getValue() {
 }
 
 float rw_float_param::getHardMin() {
-  return readHardLimit(hardMin_, kUnknown, &GenApi::IFloat::GetMin, "hard-min");
+  return readHardLimit(
+      hardMin_, kUnknown, [](GenApi::IFloat& node) { return node.GetMin(); }, "hard-min");
 }
 
 float rw_float_param::getHardMax() {
-  return readHardLimit(hardMax_, kMaxNotRead, &GenApi::IFloat::GetMax, "hard-max");
+  return readHardLimit(
+      hardMax_, kMaxNotRead, [](GenApi::IFloat& node) { return node.GetMax(); }, "hard-max");
 }
 
-float rw_float_param::readHardLimit(float& cache, float notRead, double (GenApi::IFloat::*read)(),
+float rw_float_param::readHardLimit(float& cache, float notRead, double (*read)(GenApi::IFloat&),
                                     const char* label, caller where) {
   if (cache != notRead) {
     return cache;
@@ -33,7 +35,7 @@ float rw_float_param::readHardLimit(float& cache, float notRead, double (GenApi:
     LOG_FROM(where, 2, "fail: param_provider_like::getDevParams");
     return cache;
   }
-  cache = static_cast<float>((requireNode<GenApi::IFloat>(*nodeMap, name_.c_str(), where).*read)());
+  cache = static_cast<float>(read(requireNode<GenApi::IFloat>(*nodeMap, name_.c_str(), where)));
   LOG_FROM(where, 4, "done: name:%s, %s:%lf", name_.c_str(), label, static_cast<double>(cache));
   return cache;
 }

@@ -64,7 +64,7 @@ class rw_float_param : public ro_float_param {
  private:
   static constexpr float kMaxNotRead = std::numeric_limits<float>::max();
 
-  float readHardLimit(float& cache, float notRead, double (GenApi::IFloat::*read)(), const char* label,
+  float readHardLimit(float& cache, float notRead, double (*read)(GenApi::IFloat&), const char* label,
                       caller where = caller::here());
   void requireWithinHardLimits(float value, caller where = caller::here());
 

@@ -45,19 +45,23 @@ std::uint32_t ro_int64_param::getValueUint32() {
 }
 
 std::int64_t rw_int64_param::getHardMin() {
-  return readHardLimit(hardMin_, kUnknown, &GenApi::IInteger::GetMin, "hard-min");
+  return readHardLimit(
+      hardMin_, kUnknown, [](GenApi::IInteger& node) -> std::int64_t { return node.GetMin(); }, "hard-min");
 }
 
 std::int64_t rw_int64_param::getHardMax() {
-  return readHardLimit(hardMax_, kMaxNotRead, &GenApi::IInteger::GetMax, "hard-max");
+  return readHardLimit(
+      hardMax_, kMaxNotRead, [](GenApi::IInteger& node) -> std::int64_t { return node.GetMax(); },
+      "hard-max");
 }
 
 std::int64_t rw_int64_param::getHardInc() {
-  return readHardLimit(hardInc_, 0, &GenApi::IInteger::GetInc, "hard-inc");
+  return readHardLimit(
+      hardInc_, 0, [](GenApi::IInteger& node) -> std::int64_t { return node.GetInc(); }, "hard-inc");
 }
 
 std::int64_t rw_int64_param::readHardLimit(std::int64_t& cache, std::int64_t notRead,
-                                           std::int64_t (GenApi::IInteger::*read)(), const char* label,
+                                           std::int64_t (*read)(GenApi::IInteger&), const char* label,
                                            caller where) {
   if (cache != notRead) {
     return cache;
@@ -67,7 +71,7 @@ std::int64_t rw_int64_param::readHardLimit(std::int64_t& cache, std::int64_t not
     LOG_FROM(where, 2, "fail: param_provider_like::getDevParams");
     return cache;
   }
-  cache = (requireNode<GenApi::IInteger>(*nodeMap, name_.c_str(), where).*read)();
+  cache = read(requireNode<GenApi::IInteger>(*nodeMap, name_.c_str(), where));
   LOG_FROM(where, 4, "done: name:%s, %s:%li", name_.c_str(), label, cache);
   return cache;
 }

@@ -71,7 +71,7 @@ class rw_int64_param : public ro_int64_param {
   static constexpr std::int64_t kMaxNotRead = std::numeric_limits<std::int64_t>::max();
 
   std::int64_t readHardLimit(std::int64_t& cache, std::int64_t notRead,
-                             std::int64_t (GenApi::IInteger::*read)(), const char* label,
+                             std::int64_t (*read)(GenApi::IInteger&), const char* label,
                              caller where = caller::here());
   void requireWithinHardLimits(std::int64_t value, caller where = caller::here());
 
