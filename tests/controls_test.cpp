@@ -278,6 +278,13 @@ TEST_F(gamma_control, reads_the_range_behind_another_lut_type) {
   atRange("max gammaCorrection: range x1");  // fails half-way: put back all the same
   EXPECT_EQ(raised([&] { gamma(); }), "internal_error");
   EXPECT_EQ(done("write"), "\n> write lutType=GammaCorrection\n> write lutType=UserDefined1\n");
+  atRange("min gammaCorrection: memory x1");
+  EXPECT_EQ(raised([&] { gamma(); }), "internal_error");
+  EXPECT_EQ(done("write"), "\n> write lutType=GammaCorrection\n> write lutType=UserDefined1\n");
+  atRange("write lutType: timeout x1");  // which the camera may have taken
+  EXPECT_EQ(raised([&] { gamma(); }), "internal_error");
+  EXPECT_EQ(done("write"), "\n> write lutType=GammaCorrection\n> write lutType=UserDefined1\n");
+  seen();
   atRange("write lutType: access @2");  // the range is known by then
   EXPECT_EQ(raised([&] { control = gamma(); }), "none");
   EXPECT_EQ(logged(), R"(
