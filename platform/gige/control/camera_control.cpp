@@ -1,0 +1,184 @@
+#include "platform/gige/control/camera_control.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/gige/control/addresses.h"
+#include "platform/gige_protocol/bytes.h"
+#include "platform/gige_protocol/registers.h"
+
+namespace gige {
+namespace {
+
+using std::chrono::milliseconds;
+namespace protocol = gige_protocol;
+namespace registers = gige_protocol::registers;
+namespace privilege = gige_protocol::control_privilege;
+
+// A camera that is gone is noticed within a second: an interval, then all tries.
+constexpr milliseconds lookInterval(250);
+constexpr patience lookPatience{.answer = milliseconds(200), .retries = 2};
+
+// The shortest heartbeat time-out that the standard allows: a camera that heard from us since has not freed
+// itself.
+constexpr milliseconds shortestHeartbeatTimeout(500);
+
+// What is left of 0.1 s is for threads to be scheduled.
+constexpr milliseconds closingBudget(80);
+
+// By READMEM, since there are cameras that take a READREG of the privilege, whoever sends it, for the
+// heartbeat of who has control, and so never free themselves of a client that is gone. Nothing when that
+// client lets nobody read; 0 when the camera has no such register.
+std::optional<std::uint32_t> peek(control_channel& camera, std::uint32_t address) {
+  std::array<std::uint8_t, 4> bytes{};
+  try {
+    camera.read_memory(address, bytes);
+  } catch (const refused& error) {
+    return error.why() == protocol::status::access_denied ? std::nullopt : std::optional(0U);
+  }
+  return protocol::load<std::uint32_t>(bytes, 0);
+}
+
+}  // namespace
+
+controller ask_controller(control_channel& camera) {
+  const auto bits = peek(camera, registers::controlChannelPrivilege);
+  controller who;
+  who.exclusive = !bits || (*bits & privilege::exclusive) != 0;
+  who.held = who.exclusive || (*bits & privilege::control) != 0;
+  if (who.held) {
+    who.address = peek(camera, registers::primaryApplicationIp).value_or(0);
+    who.port = static_cast<std::uint16_t>(peek(camera, registers::primaryApplicationPort).value_or(0));
+  }
+  return who;
+}
+
+std::string text_of(const controller& who) {
+  if (!who.held) {
+    return "nobody";
+  }
+  return who.address == 0 ? "another client, the camera does not say which"
+                          : address_text(who.address) + " port " + std::to_string(who.port);
+}
+
+camera_control::camera_control(std::shared_ptr<link> owner, control_channel& channel, access_mode mode)
+    : link_(std::move(owner)),
+      channel_(channel),
+      beside_(link_, channel.own_address(), channel.camera_address(), lookPatience),
+      mode_(mode) {
+  check_free();
+  try {
+    take();
+    thread_ = std::thread([this] { run(); });
+  } catch (...) {
+    link_->hurry(closingBudget);
+    give_back();
+    throw;
+  }
+}
+
+camera_control::~camera_control() {
+  link_->hurry(closingBudget);
+  {
+    const std::scoped_lock lock(mutex_);
+    ended_ = true;
+  }
+  end_.notify_all();
+  thread_.join();
+  give_back();
+}
+
+void camera_control::check_free() {
+  const controller who = ask_controller(channel_);
+  if (mode_ == access_mode::monitor ? who.exclusive : who.held) {
+    deny("is controlled by " + text_of(who));
+  }
+}
+
+void camera_control::take() {
+  if (mode_ == access_mode::monitor) {
+    return;
+  }
+  const std::uint32_t wanted =
+      privilege::control | (mode_ == access_mode::exclusive ? privilege::exclusive : 0U);
+  try {
+    channel_.write_register(registers::controlChannelPrivilege, wanted);
+  } catch (const refused&) {
+    check_free();  // somebody may have been quicker
+    throw;
+  }
+  if ((channel_.read_register(registers::controlChannelPrivilege) & wanted) == 0) {
+    deny("takes the command to give control, and does not give it");
+  }
+}
+
+void camera_control::deny(const std::string& why) const {
+  throw control_denied("camera " + link_->camera() + " at " + address_text(channel_.camera_address()) + " " +
+                       why);
+}
+
+void camera_control::give_back() {
+  if (mode_ != access_mode::monitor) {
+    channel_.write_at_last(registers::controlChannelPrivilege, 0);
+  }
+}
+
+// ---- The thread
+
+void camera_control::run() {
+  std::unique_lock lock(mutex_);
+  while (!end_.wait_until(lock, last_sign() + lookInterval, [this] { return ended_; }) && !link_->lost()) {
+    lock.unlock();
+    const bool denied = channel_.was_denied();
+    if (denied || control_channel::clock::now() >= last_sign() + lookInterval) {
+      look(denied);
+    }
+    lock.lock();
+  }
+}
+
+control_channel::clock::time_point camera_control::last_sign() const {
+  return std::max(channel_.last_sign(), beside_.last_sign());
+}
+
+void camera_control::look(bool denied) {
+  const bool mayBeOfAnother =
+      denied || control_channel::clock::now() - channel_.last_sign() >= shortestHeartbeatTimeout;
+  try {
+    ask_alive(mayBeOfAnother);
+  } catch (const not_answered&) {
+    if (!link_->hurried()) {
+      link_->lose("it does not answer any more");
+    }
+  } catch (const control_error&) {  // refused: it is there; lost: whoever found out has told
+  }
+}
+
+void camera_control::ask_alive(bool mayBeOfAnother) {
+  const std::uint32_t question =
+      mode_ == access_mode::monitor ? registers::version : registers::controlChannelPrivilege;
+  const auto answer = channel_.read_register_if_idle(question, lookPatience);
+  if (!answer) {
+    beside_.read_register(registers::version);
+  } else if (mode_ != access_mode::monitor) {
+    check_control(*answer, mayBeOfAnother);
+  }
+}
+
+void camera_control::check_control(std::uint32_t bits, bool mayBeOfAnother) {
+  if ((bits & (privilege::control | privilege::exclusive)) == 0) {
+    link_->lose("control was taken away, nobody has it");
+    return;
+  }
+  if (!mayBeOfAnother) {
+    return;
+  }
+  const controller who = ask_controller(beside_);
+  const bool ours = who.address == channel_.own_address() && who.port == channel_.own_port();
+  if (who.address != 0 && !ours) {
+    link_->lose("control was taken away, " + text_of(who) + " has it");
+  }
+}
+
+}  // namespace gige
