@@ -76,7 +76,17 @@ void check_readable(feature& of) {
   }
 }
 
+const std::string unsaid;
+
 }  // namespace
+
+const std::string& feature::category() const {
+  return unsaid;
+}
+
+const std::string& feature::description() const {
+  return unsaid;
+}
 
 value read(feature& from, bool verify, bool ignoreCache) {
   check_readable(from);

@@ -24,6 +24,10 @@ class feature {
   virtual value_kind kind() const = 0;
   // The unit of its numbers, for messages; empty when there is none.
   virtual const std::string& unit() const = 0;
+  // For listings: the categories it is in, from the outermost ("Root/ImageFormatControl"), and what it is
+  // for. Empty where nobody says.
+  virtual const std::string& category() const;
+  virtual const std::string& description() const;
   virtual GenApi::EAccessMode access() = 0;
   // Why a feature that is RO just now cannot be written, to follow "is read only: "; null when it never can.
   virtual const char* obstacle() = 0;
