@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/gev/feature.h"
+#include "platform/gev/node_map.h"
 #include "platform/gige/description/description_error.h"
 #include "platform/gige/description/register_port.h"
 
@@ -46,8 +48,11 @@ class camera_features {
   // Null when there is no feature of that name.
   gev::feature* find(std::string_view name) const;
 
+  // Adds a node for each feature, without asking the camera anything.
+  void fill(gev::node_map& nodes);
+
   // Executes the command, or returns false when the camera has none of that name. Raises as a feature does.
-  bool execute(std::string_view command);
+  bool execute(const std::string& command);
 
   // The camera's registers as the features know them: what is known is not asked for again, and what is
   // written is noticed by the features.

@@ -1,18 +1,22 @@
-// Whether a description can be given to ArvGc, which trusts what it reads.
+// What ArvGc may be given to read: it trusts what a description says.
 #ifndef PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_CHECK_H
 #define PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_CHECK_H
 
+#include <string>
 #include <string_view>
 
 #include "platform/gige/description/description_error.h"
 
 namespace gige {
 
-// Raises description_error, with the name of the node that is wrong, for a text that ArvGc would not survive
-// or not come to an end with: nodes whose values lead back to themselves, links to no node, numbers beyond
-// what a camera can have, elements that it does not know where it takes each for granted, document types and
-// entities, and whatever is too deep, too long or too many. Reads the text the way ArvGc does, by libxml2.
-void check_description(std::string_view xml);
+// The description as ArvGc is to read it: the same elements, written anew from what the check saw, with
+// formulas that cannot trap. Raises description_error, with the name of the node that is wrong, for what
+// ArvGc would not survive or not come to an end with: nodes whose values lead back to themselves or to far
+// too many others, lengths and polling times beyond any camera's, lengths that the camera may choose,
+// document types and entities, and whatever is too deep, too long or too many.
+//
+// Links to no node and elements that nobody knows pass: ArvGc refuses the feature when it is used.
+std::string checked_description(std::string_view xml);
 
 }  // namespace gige
 

@@ -3,20 +3,16 @@
 #define PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_SOURCE_H
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "platform/gige/description/archive.h"
 #include "platform/gige/description/description_error.h"
 #include "platform/gige/description/register_port.h"
 
 namespace gige {
-
-// The largest description there may be, unpacked or as it is transferred. Those of real cameras have some
-// hundred KiB to a few MiB unpacked.
-constexpr std::size_t largestDescription = 16U << 20;
 
 // What the text of a URL register says.
 struct description_source {
@@ -47,12 +43,9 @@ struct source_access {
 // the camera's port raises.
 std::string fetch(const description_source& from, register_port& camera, const source_access& allowed);
 
-// The XML in what was fetched: itself, or the one file of a zip archive. Raises description_error, also when
-// that would be larger than `largestDescription`.
-std::string unpack(std::string fetched);
-
 // The description's XML from the first of these URL register texts that leads to one. Empty texts are passed
-// over. Raises description_error with the reason of each when none does; what the port raises comes through.
+// over. Raises description_error with the reason of each when none does; the port's TimeoutException comes
+// through.
 std::string load_description(std::span<const std::string> urls, register_port& camera,
                              const source_access& allowed);
 
