@@ -192,7 +192,8 @@ value node_feature::read_value() {
       case value_kind::string:
         break;
     }
-    return text_of(arv_gc_string_get_value(as<ArvGcString>(), error));
+    const char* const text = arv_gc_string_get_value(as<ArvGcString>(), error);
+    return *error == nullptr ? text_of(text) : std::string();  // it is not always one when there is an error
   });
 }
 
