@@ -22,7 +22,7 @@ namespace {
 // Bytes. Numbers are 8 at most, texts some hundred; blocks (look-up tables, files) are read by no feature.
 constexpr std::int64_t longestRegister = 65'536;
 constexpr std::int64_t longestBlock = 16 << 20;
-constexpr std::int64_t longestPolling = 24 * 60 * 60 * 1000;  // milliseconds
+constexpr std::int64_t longestPolling = 86'400'000;  // milliseconds
 constexpr std::size_t longestName = 256;
 
 // From a feature down to its registers it is some ten nodes, and some hundred in all where formulas take
@@ -82,7 +82,6 @@ const char* encoding_of(const std::string& xml) {
   return xmlCheckUTF8(reinterpret_cast<const unsigned char*>(xml.c_str())) != 0 ? "UTF-8" : "ISO-8859-1";
 }
 
-// Element names stay as written, prefixes included, as ArvGc sees them.
 constexpr int parserOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_SAX1 |
                               XML_PARSE_IGNORE_ENC | XML_PARSE_NOCDATA;
 
@@ -175,6 +174,7 @@ class node_check {
   // Nodes stand in groups, in registers (formulas of their addresses) and in structures.
   void collect(xmlNode* element, node_element owner) {
     const std::string_view type = view(element->name);
+    check_prefix(element);
     if (contains(nodeTypes, type)) {
       owner = {type, add(element, type, owner.of)};
     } else if (owner.of != nullptr) {
@@ -184,6 +184,15 @@ class node_check {
       if (child->type == XML_ELEMENT_NODE) {
         collect(child, owner);
       }
+    }
+  }
+
+  // ArvGc knows no name spaces, and would take it for an element of another name.
+  static void check_prefix(const xmlNode* element) {
+    if (element->ns != nullptr && element->ns->prefix != nullptr) {
+      const std::string name(view(element->name));
+      throw description_error("<" + std::string(view(element->ns->prefix)) + ":" + name +
+                              "> has a prefix, right is <" + name + ">");
     }
   }
 

@@ -136,7 +136,7 @@ fs::path allowed_file(const std::string& path, const std::string& directory) {
   }
   std::error_code error;
   const fs::path home = fs::canonical(directory, error);
-  const fs::path file = error ? fs::path() : fs::canonical(home / path, error);
+  fs::path file = error ? fs::path() : fs::canonical(home / path, error);
   if (error) {
     throw description_error("the camera's description '" + path + "' in '" + directory +
                             "': " + error.message());

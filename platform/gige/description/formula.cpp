@@ -113,7 +113,11 @@ std::string guard_divisions(std::string_view formula) {
     }
     const std::size_t end = operand_scanner(formula, at).end();
     const std::string divisor = guard_divisions(formula.substr(at, end - at));
-    guarded += is_plain_number(divisor) ? divisor : "((" + divisor + ") = (0-1) ? 0 : (" + divisor + "))";
+    if (is_plain_number(divisor)) {
+      guarded += divisor;
+    } else {
+      guarded.append("((").append(divisor).append(") = (0-1) ? 0 : (").append(divisor).append("))");
+    }
     at = end;
     if (guarded.size() > longestFormula) {
       break;

@@ -104,8 +104,8 @@ std::string http_get(const http_request& request) {
 
 std::string_view content_of(std::string_view answer) {
   const std::size_t end = answer.find(endOfHead);
-  const std::string_view head = answer.substr(0, end);
-  if (end == std::string_view::npos || end > mostHead || !head.starts_with("HTTP/1.")) {
+  const std::string_view head = answer.substr(0, end);  // all of it where that is nowhere
+  if (end > mostHead || !head.starts_with("HTTP/1.")) {
     refuse("does not answer by HTTP");
   }
   const std::string_view status = head.substr(0, head.find("\r\n"));

@@ -254,7 +254,7 @@ void node_feature::write_value(const value& to) {
 
 // A limit that the description leaves out restricts nothing.
 template <class Number, class Node>
-value node_feature::limit(Number (*question)(Node*, GError**), value otherwise) {
+value node_feature::limit(Number (*question)(Node*, GError**), const value& otherwise) {
   begin_question(host_.graph.undisturbed_since(sources()));
   return answered([&](GError** error) -> value {
     const Number found = question(as<Node>(), error);

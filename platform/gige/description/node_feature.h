@@ -57,7 +57,7 @@ class node_feature final : public gev::feature {
   template <class Ask>
   auto answered(Ask ask);
   template <class Number, class Node>
-  gev::value limit(Number (*question)(Node*, GError**), gev::value otherwise);
+  gev::value limit(Number (*question)(Node*, GError**), const gev::value& otherwise);
 
   gev::value read_value();
   void write_value(const gev::value& to);
