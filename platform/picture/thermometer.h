@@ -10,6 +10,9 @@ namespace picture {
 
 class thermometer {
  public:
+  // How much warmer the mainboard is than what `after` tells, degrees.
+  static constexpr double mainboardAbove = 6.5;
+
   explicit thermometer(std::uint64_t nowUs) : sinceUs_(nowUs) {}
 
   // The temperature now, degrees Celsius, after so many frames a second since the last time of asking.

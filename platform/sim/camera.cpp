@@ -7,6 +7,7 @@
 
 #include "platform/gev/exceptions.h"
 #include "platform/gev/stream_options.h"
+#include "platform/picture/infrared.h"
 #include "platform/sim/clock.h"
 #include "platform/sim/gate.h"
 #include "platform/sim/sim.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr double slowestHz = 1e-3;  // against a rate that was forced to nothing
 constexpr std::uint64_t usPerMs = 1000;
-constexpr double sensorAboveCase = 6.5;  // degrees
 
 template <std::size_t size>
 void copy_text(char (&to)[size], const std::string& from) {
@@ -142,7 +142,7 @@ void camera::before_change() {
 
 double camera::measure(std::size_t place) {
   const double inside = thermometer_.after(clock_us(), frames_per_second());
-  return place == 0 ? inside : inside + sensorAboveCase;
+  return place == 0 ? inside : inside + picture::thermometer::mainboardAbove;
 }
 
 double camera::frames_per_second() {
@@ -180,12 +180,12 @@ void camera::alter_feature(const std::string& name, const std::string& property,
 // What the light on an output line adds to each exposure: the pulse as far as it lies within the exposure,
 // or, inverted, the rest of the exposure. Only a line that follows the exposure pulses.
 double camera::lit_us(const char* line) {
-  const double exposure = features_.at("ExposureTime").number();
-  const double delay = features_.at("outputLinePulseDelay").number(line);
-  const double end = delay + features_.at("outputLinePulseDuration").number(line);
-  const bool follows = features_.at("outputLineSource").text(line) == "ExposureActive";
-  const double pulse = follows ? std::clamp(end, 0.0, exposure) - std::clamp(delay, 0.0, exposure) : 0;
-  return features_.at("LineInverter").number(line) != 0 ? exposure - pulse : pulse;
+  const picture::light_line light{
+      .followsExposure = features_.at("outputLineSource").text(line) == "ExposureActive",
+      .isInverted = features_.at("LineInverter").number(line) != 0,
+      .pulseDelayUs = features_.at("outputLinePulseDelay").number(line),
+      .pulseDurationUs = features_.at("outputLinePulseDuration").number(line)};
+  return picture::lit_us(light, features_.at("ExposureTime").number());
 }
 
 void camera::refresh_settings() {

@@ -358,7 +358,7 @@ TEST_F(aravis, receives_frames_with_one_command_each) {
 
 // Catches a damaged frame that passes as a good one, an option without its effect, and a wait that sleeps on.
 TEST_F(aravis, tells_good_frames_from_bad_and_ends_waits_at_once) {
-  const emulator one({"--picture", "still"});
+  const emulator one({"--picture", "still", "--resend", "off"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   one.tell("loss 0.002");
   start(50);
@@ -405,7 +405,8 @@ TEST_F(aravis, receives_what_other_cameras_send) {
   constexpr std::uint32_t image = 64 * 64;
   constexpr std::uint32_t chunks = 64;
   const emulator one({"--sensor", "64x64", "--fault", "silent on", "--xml",
-                      description("/ 8</Formula>", "/ 8 + " + std::to_string(chunks) + "</Formula>")});
+                      description("<pValue>PayloadSizeReg</pValue>",
+                                  "<Value>" + std::to_string(image + chunks) + "</Value>")});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   constexpr std::uint16_t plain = 0x0001;
   constexpr std::uint16_t extended = 0x0005;

@@ -1,4 +1,5 @@
-// What clients ask of cameras, by looking at the network. For a process that may look (CAP_NET_RAW).
+// What clients ask of cameras, by looking at the network. For a process that may look (CAP_NET_RAW,
+// CAP_NET_ADMIN).
 #ifndef TESTS_WIRE_COMMAND_RECORDER_H
 #define TESTS_WIRE_COMMAND_RECORDER_H
 
@@ -26,7 +27,7 @@ struct command {
   bool operator==(const command&) const = default;
 };
 
-// Records from its beginning on, a few hundred commands at most; counts any number.
+// Records from its beginning on, a few thousand commands at most; counts any number.
 class command_recorder {
  public:
   command_recorder() : socket_(socket(AF_PACKET, SOCK_DGRAM, htons(ETH_P_IP))) {
@@ -37,7 +38,9 @@ class command_recorder {
          BPF_STMT(BPF_RET | BPF_K, 64), BPF_STMT(BPF_RET | BPF_K, 0)}};
     const sock_fprog program{static_cast<unsigned short>(code.size()), code.data()};
     const int yes = 1;
+    const int room = 4 << 20;
     if (socket_ < 0 || setsockopt(socket_, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) != 0 ||
+        setsockopt(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0 ||
         setsockopt(socket_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &yes, sizeof yes) != 0) {
       throw std::runtime_error(std::string("no look at the network: ") + std::strerror(errno));
     }

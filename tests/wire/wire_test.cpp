@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <optional>
 
-#include "platform/aravis/emulator/registers.h"
+#include "platform/gvcam/registers.h"
 #include "platform/picture/picture.h"
 #include "tests/program.h"
 #include "tests/wire/command_recorder.h"
@@ -223,7 +223,8 @@ TEST_F(wire, a_sweep_takes_one_command_for_each_setting) {
   EXPECT_EQ(host.wait(), 0) << host.error();
   std::vector<command> sent;
   for (const command& each : recorder.take()) {
-    const bool heartbeat = each.address < 0x100 || each.address == gvcam::bootstrap::controlPrivilege;
+    const bool heartbeat =
+        each.address < 0x100 || each.address == gige_protocol::registers::controlChannelPrivilege;
     if (!heartbeat) {
       sent.push_back(each);
     }
@@ -231,10 +232,11 @@ TEST_F(wire, a_sweep_takes_one_command_for_each_setting) {
   constexpr std::uint32_t line3 = 2 * 4;
   std::vector<command> sweep;
   for (const std::uint32_t address :
-       {gvcam::own::gain, gvcam::own::exposureTimeUs, gvcam::emulator::acquisition, gvcam::own::lutType,
-        gvcam::own::lutMode, gvcam::own::gammaCorrection, gvcam::own::lineSource + line3,
-        gvcam::own::lineInverter + line3, gvcam::own::pulseDelayUs + line3,
-        gvcam::own::pulseDurationUs + line3, gvcam::emulator::acquisition}) {
+       {gvcam::features::gain, gvcam::features::exposureTimeUs, gvcam::features::acquisition,
+        gvcam::features::lutType, gvcam::features::lutMode, gvcam::features::gammaCorrection,
+        gvcam::features::lineSource + line3, gvcam::features::lineInverter + line3,
+        gvcam::features::pulseDelayUs + line3, gvcam::features::pulseDurationUs + line3,
+        gvcam::features::acquisition}) {
     sweep.push_back({true, address});
   }
   std::string all;
@@ -311,7 +313,7 @@ TEST_F(wire, four_cameras_run_at_once) {
 }
 
 TEST_F(wire, a_second_host_is_told_why_and_the_first_goes_on_until_its_end) {
-  camera there(directory, gvcam());
+  camera there(directory, gvcam({"--on-close", "reset"}));
   const std::string config = camera_text(kSerial, kCorner);
   program first(directory / "first", {MEDIAGRABBER, "run", configure(config), "-r", directory / "rec", "-f",
                                       "raw", "-s", directory / "stats"});
@@ -320,7 +322,7 @@ TEST_F(wire, a_second_host_is_told_why_and_the_first_goes_on_until_its_end) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_TRUE(has(second.error(),
                   "the device failed (1 in a row): check_free: fail: camera GV000001 at "
-                  "127.0.0.1 is controlled by another client"))
+                  "127.0.0.1 is controlled by 127.0.0.1 port "))
       << second.error();
   std::this_thread::sleep_for(1200ms);
   EXPECT_LT(first.end(SIGTERM), 1.3);
@@ -356,7 +358,7 @@ TEST_F(wire, a_camera_that_died_is_found_again) {
 }
 
 TEST_F(wire, frames_that_lost_packets_are_counted_and_never_handed_over) {
-  camera there(directory, gvcam({"--fault", "loss 0.01"}));
+  camera there(directory, gvcam({"--fault", "loss 0.01", "--resend", "off"}));
   auto host = run(camera_text(kSerial, kCorner, "packet_size_max = 1500"), {"-t", "4"});
   EXPECT_EQ(host.wait(), 0) << host.error();
   // Of 16 packets each: about one frame of seven breaks.

@@ -1,15 +1,11 @@
-#include "platform/aravis/emulator/options.h"
-
-#include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
+#include "platform/gvcam/options.h"
 
 #include <CLI/CLI.hpp>
 #include <array>
 #include <charconv>
 #include <set>
 
-#include "platform/aravis/emulator/commands.h"
+#include "platform/gvcam/commands.h"
 
 namespace gvcam {
 namespace {
@@ -18,38 +14,34 @@ constexpr std::uint32_t smallestSide = 64;
 constexpr std::uint32_t largestSide = 16384;
 constexpr std::uint32_t widthIncrement = 16;
 constexpr std::uint32_t heightIncrement = 4;
-constexpr std::size_t longestSerial = 15;
+constexpr std::size_t longestName = 15;  // of serial numbers and user names
 constexpr int badUsage = 2;
 
 // What the options say before the cameras are worked out.
 struct raw_options {
   std::vector<std::string> serials;
   std::vector<std::string> addresses;
+  std::vector<std::string> userNames;
   std::string interface = "lo";
   std::string sensor = "1280x1024";
   std::string noise = "on";
   std::string picture = "live";
-  std::string onClose = "reset";
+  std::string onClose = "keep";
+  std::string packetDelay = "off";
+  std::string resend = "on";
+  std::string ids = "standard";
+  std::string chunks = "extended";
+  std::uint64_t seed = 1;
 };
 
 // The IPv4 addresses of an interface, or of all when the name is empty, in the system's order.
 std::vector<std::string> addresses_of(const std::string& interface) {
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) {
-    return {};
-  }
   std::vector<std::string> found;
-  for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
-    if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_INET ||
-        (!interface.empty() && interface != each->ifa_name)) {
-      continue;
+  for (const local_address& each : local_addresses()) {
+    if (interface.empty() || interface == each.interface) {
+      found.push_back(text_of(each.ip));
     }
-    std::array<char, INET_ADDRSTRLEN> text{};
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr, text.data(),
-              static_cast<socklen_t>(text.size()));
-    found.emplace_back(text.data());
   }
-  freeifaddrs(list);
   return found;
 }
 
@@ -81,7 +73,7 @@ std::vector<std::string> checked_serials(const raw_options& raw) {
   }
   std::set<std::string> seen;
   for (const std::string& serial : serials) {
-    if (serial.empty() || serial.size() > longestSerial || !seen.insert(serial).second) {
+    if (serial.empty() || serial.size() > longestName || !seen.insert(serial).second) {
       throw CLI::ValidationError("--serial",
                                  "'" + serial + "' must be 1 to 15 letters long and no other camera's");
     }
@@ -110,18 +102,39 @@ std::vector<std::string> checked_addresses(const raw_options& raw, std::size_t c
   return chosen;
 }
 
+std::vector<std::string> checked_user_names(const raw_options& raw, std::size_t cameras) {
+  std::vector<std::string> names = raw.userNames;
+  for (const std::string& name : names) {
+    if (name.size() > longestName) {
+      throw CLI::ValidationError("--user-name", "'" + name + "' must be at most 15 letters long");
+    }
+  }
+  if (names.size() > cameras) {
+    throw CLI::ValidationError("--user-name", "give at most one for each camera");
+  }
+  names.resize(cameras);
+  return names;
+}
+
 void work_out(const raw_options& raw, options& wanted) {
-  read_sensor(raw.sensor, wanted.setup);
-  wanted.setup.noise = raw.noise == "on";
-  wanted.setup.still = raw.picture == "still";
-  wanted.setup.keepOnClose = raw.onClose == "keep";
+  camera_setup& setup = wanted.setup;
+  read_sensor(raw.sensor, setup);
+  setup.hasNoise = raw.noise == "on";
+  setup.isStill = raw.picture == "still";
+  setup.resetsOnClose = raw.onClose == "reset";
+  setup.hasHonestDelay = raw.packetDelay == "honest";
+  setup.canResend = raw.resend == "on";
+  setup.hasExtendedIds = raw.ids == "extended";
+  setup.hasExtendedChunks = raw.chunks == "extended";
+  setup.seed = raw.seed;
   if (wanted.dumpDescription) {
     return;
   }
   const std::vector<std::string> serials = checked_serials(raw);
   const std::vector<std::string> addresses = checked_addresses(raw, serials.size());
+  const std::vector<std::string> userNames = checked_user_names(raw, serials.size());
   for (std::size_t each = 0; each < serials.size(); ++each) {
-    wanted.cameras.push_back({serials[each], addresses[each]});
+    wanted.cameras.push_back({serials[each], ip_from(addresses[each]), userNames[each]});
   }
 }
 
@@ -145,6 +158,7 @@ void declare(CLI::App& app, raw_options& raw, options& wanted) {
   };
   several("--serial", raw.serials, "TEXT", "a network camera for each serial number")->delimiter(',');
   several("--address", raw.addresses, "IPV4", "where each listens")->delimiter(',');
+  several("--user-name", raw.userNames, "TEXT", "of each, in the same order")->delimiter(',');
   option("--interface", raw.interface, "NAME", "whose addresses they take otherwise");
   option("--sensor", raw.sensor, "WxH", "pixels");
   option("--fps", setup.framesPerSecond, "HZ", "frame rate at power-up, 0.1 to 1000")
@@ -154,9 +168,15 @@ void declare(CLI::App& app, raw_options& raw, options& wanted) {
   option("--scene", wanted.scene, "FILE", "a PGM that the cameras look at")->check(unsaid(CLI::ExistingFile));
   choice("--noise", raw.noise, "on", "off", "shot and read noise, on or off");
   choice("--picture", raw.picture, "live", "still", "live, or still: drawn once an acquisition");
-  choice("--on-close", raw.onClose, "reset", "keep", "a client's settings when it goes: reset or keep");
+  choice("--on-close", raw.onClose, "keep", "reset", "a client's settings when it goes: keep or reset");
+  choice("--packet-delay", raw.packetDelay, "off", "honest", "that the client asks for: off, or honest");
+  choice("--resend", raw.resend, "on", "off", "packets are sent again, and that is announced: on or off");
+  choice("--ids", raw.ids, "standard", "extended", "of frames at power-up: standard (16 bits) or extended");
+  choice("--chunks", raw.chunks, "extended", "standard",
+         "at power-up: extended (an image with chunks), or standard");
+  option("--seed", raw.seed, "NUMBER", "of what happens to packets");
   several("--fault", wanted.faults, "COMMAND", "a command as below, from the start");
-  option("--xml", setup.description, "FILE", "a GenICam description, for the built-in one")
+  option("--xml", wanted.descriptionPath, "FILE", "a GenICam description, for the built-in one")
       ->check(unsaid(CLI::ExistingFile));
   app.add_flag("--dump-xml", wanted.dumpDescription, "print the built-in description and end");
   app.footer("Commands on standard input, for one camera with its serial number in front:\n" +

@@ -1,6 +1,6 @@
 // The GenICam description that is built into the program.
-#ifndef PLATFORM_ARAVIS_EMULATOR_DESCRIPTION_H
-#define PLATFORM_ARAVIS_EMULATOR_DESCRIPTION_H
+#ifndef PLATFORM_GVCAM_DESCRIPTION_H
+#define PLATFORM_GVCAM_DESCRIPTION_H
 
 #include <string_view>
 

@@ -1,23 +1,20 @@
 // The command line.
-#ifndef PLATFORM_ARAVIS_EMULATOR_OPTIONS_H
-#define PLATFORM_ARAVIS_EMULATOR_OPTIONS_H
+#ifndef PLATFORM_GVCAM_OPTIONS_H
+#define PLATFORM_GVCAM_OPTIONS_H
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/aravis/emulator/camera.h"
+#include "platform/gvcam/camera.h"
 
 namespace gvcam {
 
 struct options {
-  struct identity {
-    std::string serial;
-    std::string address;
-  };
-  std::vector<identity> cameras;
-  camera_setup setup;  // its description is the path that was given, empty for the built-in one
-  std::string scene;   // path, empty for the default
+  std::vector<camera_identity> cameras;
+  camera_setup setup;           // but for the description
+  std::string descriptionPath;  // empty for the built-in one
+  std::string scene;            // path, empty for the default
   std::vector<std::string> faults;
   bool dumpDescription = false;
 };

@@ -6,19 +6,19 @@
 #include <array>
 #include <csignal>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
-#include <optional>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 
-#include "platform/aravis/emulator/commands.h"
-#include "platform/aravis/emulator/description.h"
-#include "platform/aravis/emulator/memory_file.h"
-#include "platform/aravis/emulator/options.h"
+#include "platform/gvcam/commands.h"
+#include "platform/gvcam/description.h"
+#include "platform/gvcam/options.h"
 
 namespace gvcam {
 namespace {
-
-constexpr int tickMs = 250;
 
 void tell(const std::string& what) {
   std::cout << "gvcam: " << what << std::endl;  // flushed, for whoever waits for the line
@@ -68,32 +68,43 @@ void run(const camera_list& cameras, int endSignals) {
   command_reader commands;
   for (;;) {
     std::array<pollfd, 2> ready = {pollfd{endSignals, POLLIN, 0}, pollfd{commands.descriptor(), POLLIN, 0}};
-    poll(ready.data(), ready.size(), tickMs);
+    poll(ready.data(), ready.size(), -1);
     if (ready[0].revents != 0) {
       return;
     }
     if (ready[1].revents != 0) {
       commands.read_some(cameras);
     }
-    for (const auto& camera : cameras) {
-      camera->tick();
-    }
   }
+}
+
+// The largest description that anybody can take.
+constexpr std::uintmax_t largestDescription = 64U << 20U;
+
+void read_description(const std::filesystem::path& path, camera_setup& setup) {
+  if (path.empty()) {
+    setup.description = built_in_description();
+    return;
+  }
+  if (std::filesystem::file_size(path) > largestDescription) {
+    throw std::runtime_error("'" + path.string() + "' is larger than 64 MiB, too large for a description");
+  }
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  setup.description = text.str();
+  setup.descriptionName = path.filename();
 }
 
 void run(options& wanted) {
   const int endSignals = end_signals();
   std::signal(SIGPIPE, SIG_IGN);  // who does not listen any more need not
-  std::optional<memory_file> builtIn;
-  if (wanted.setup.description.empty()) {
-    wanted.setup.description = builtIn.emplace(built_in_description()).path();
-  }
+  read_description(wanted.descriptionPath, wanted.setup);
   const picture::scene scene = wanted.scene.empty()
                                    ? picture::scene(wanted.setup.width, wanted.setup.height)
                                    : picture::scene(wanted.scene, wanted.setup.width, wanted.setup.height);
   camera_list cameras;
-  for (const auto& [serial, address] : wanted.cameras) {
-    cameras.push_back(std::make_unique<camera>(serial, address, wanted.setup, scene));
+  for (const camera_identity& each : wanted.cameras) {
+    cameras.push_back(std::make_unique<camera>(each, wanted.setup, scene));
     cameras.back()->power_on();
   }
   for (const std::string& fault : wanted.faults) {

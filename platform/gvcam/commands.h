@@ -1,13 +1,13 @@
 // What a running program can be told: faults on demand.
-#ifndef PLATFORM_ARAVIS_EMULATOR_COMMANDS_H
-#define PLATFORM_ARAVIS_EMULATOR_COMMANDS_H
+#ifndef PLATFORM_GVCAM_COMMANDS_H
+#define PLATFORM_GVCAM_COMMANDS_H
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/aravis/emulator/camera.h"
+#include "platform/gvcam/camera.h"
 
 namespace gvcam {
 

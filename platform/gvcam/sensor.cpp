@@ -1,0 +1,48 @@
+#include "platform/gvcam/sensor.h"
+
+#include <chrono>
+
+namespace gvcam {
+namespace {
+
+bool lies_within(const picture::picture_settings& window, const picture::scene& sensor) {
+  return window.offsetX + window.width <= sensor.width() && window.offsetY + window.height <= sensor.height();
+}
+
+// Eight bits a pixel become ten in two bytes, low byte first, from the end so that it can be done in place.
+void widen(pixel_memory& pixels) {
+  for (std::size_t at = pixels.size() / 2; at-- > 0;) {
+    const unsigned wide = pixels[at] * 4U;
+    pixels[2 * at] = static_cast<std::uint8_t>(wide);
+    pixels[2 * at + 1] = static_cast<std::uint8_t>(wide >> 8U);
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<const pixel_memory> sensor::expose(const frame_settings& settings, std::uint64_t number) {
+  const bool isRepeated = isStill_ && number != 1 && latest_ && latest_->size() == settings.image_size();
+  if (!isRepeated) {
+    auto pixels = std::make_shared<pixel_memory>(settings.image_size());
+    draw(settings, number, *pixels);
+    latest_ = std::move(pixels);
+  }
+  return latest_;
+}
+
+void sensor::draw(const frame_settings& settings, std::uint64_t number, pixel_memory& pixels) const {
+  if (!lies_within(settings.picture, scene_)) {
+    return;
+  }
+  const auto intervalUs = std::chrono::duration<double, std::micro>(settings.interval).count();
+  picture::picture_settings picture = settings.picture;
+  picture.noise = hasNoise_;
+  picture.noiseSeed = number;
+  picture.timeUs = static_cast<std::uint64_t>(static_cast<double>(number) * intervalUs);
+  picture::draw(scene_, picture, pixels.data());
+  if (settings.pixelFormat == pixelFormatMono10) {
+    widen(pixels);
+  }
+}
+
+}  // namespace gvcam

@@ -1,0 +1,211 @@
+#include "platform/gvcam/stream.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace gvcam {
+namespace {
+
+using gige_protocol::resend_request;
+using gige_protocol::status;
+using std::chrono::nanoseconds;
+
+// Of the latest frames, as many are kept as fit into both.
+constexpr std::size_t mostFramesKept = 16;
+constexpr std::size_t mostBytesKept = 64 * 1024 * 1024;
+
+constexpr std::size_t packetsAtOnce = 64;
+constexpr nanoseconds shortestSleep = std::chrono::microseconds(100);
+constexpr nanoseconds lookPeriod = std::chrono::milliseconds(50);  // whether the trigger was switched
+
+nanoseconds clock_now() {
+  return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+bool has_receiver(const stream_state& now) {
+  return now.settings.destination.port != 0;
+}
+
+}  // namespace
+
+stream::stream(std::uint32_t ip, sensor view, bool hasHonestDelay, look_up look)
+    : socket_(endpoint{ip, 0}),
+      sensor_(std::move(view)),
+      hasHonestDelay_(hasHonestDelay),
+      look_(std::move(look)),
+      thread_([this] { run(); }) {}
+
+stream::~stream() {
+  {
+    const std::scoped_lock lock(mutex_);
+    isEnding_ = true;
+    isRunning_ = false;
+  }
+  wake_.notify_one();
+  thread_.join();
+}
+
+void stream::start() {
+  const std::scoped_lock lock(mutex_);
+  isRunning_ = true;
+  ++acquisition_;
+  triggers_ = 0;
+  frames_.clear();
+  wake_.notify_one();
+}
+
+void stream::stop() {
+  std::unique_lock lock(mutex_);
+  isRunning_ = false;
+  wake_.notify_one();
+  idle_.wait(lock, [this] { return !isSending_; });
+}
+
+void stream::trigger(unsigned count) {
+  const std::scoped_lock lock(mutex_);
+  triggers_ += count;
+  wake_.notify_one();
+}
+
+void stream::send_test_packet() {
+  const stream_state now = look_();
+  if (!has_receiver(now)) {
+    return;
+  }
+  std::array<std::uint8_t, gige_protocol::extendedHeadSize> head{};
+  const std::size_t headSize = gige_protocol::store_packet_head({.ids = now.settings.ids}, head);
+  std::vector<std::uint8_t> packet(now.settings.packetSize - gige_protocol::ipHeadSize -
+                                   gige_protocol::udpHeadSize);
+  std::copy_n(head.begin(), headSize, packet.begin());
+  socket_.allow_fragments(now.settings.mayFragment);
+  socket_.send(now.settings.destination, packet);
+}
+
+void stream::send_again(const resend_request& request) {
+  const stream_state now = look_();
+  if (!has_receiver(now) || now.faults.ignoresResends) {
+    return;
+  }
+  const frame_pointer wanted = kept(request.blockId);
+  const std::uint32_t end = wanted ? wanted->packet_count() : request.firstPacket + 1;
+  std::vector<frame_packet> packets;
+  for (std::uint32_t id = request.firstPacket; id < end && id <= request.lastPacket; ++id) {
+    const resend_fate fate = fate_of_resend(now.faults, request.blockId, id, ++attempts_);
+    if (fate == resend_fate::refused || !wanted) {
+      packets.push_back(unavailable_packet(request, id, status::packet_unavailable));
+    } else if (fate == resend_fate::sent) {
+      packets.push_back(wanted->packet_again(id));
+    }
+  }
+  socket_.send(now.settings.destination, packets);
+}
+
+// ---- In the thread
+
+void stream::run() {
+  std::unique_lock lock(mutex_);
+  while (!isEnding_) {
+    if (isRunning_) {
+      acquire(lock);
+    } else {
+      wake_.wait(lock);
+    }
+  }
+}
+
+void stream::acquire(std::unique_lock<std::mutex>& lock) {
+  const std::uint64_t acquisition = acquisition_;
+  const stream_state first = look_();
+  pacer pace(clock_now() + first.settings.exposure());
+  for (std::uint64_t id = 1; wait_for_frame(lock, acquisition, pace);
+       id = gige_protocol::next_block_id(id, first.settings.ids)) {
+    isSending_ = true;
+    lock.unlock();
+    const stream_state now = look_();
+    const nanoseconds begun = clock_now();
+    if (has_receiver(now)) {
+      expose_and_send(now, id);
+    }
+    pace.sent(begun, clock_now(), now.settings.interval);
+    lock.lock();
+    isSending_ = false;
+    idle_.notify_one();
+  }
+}
+
+// True when a frame is to be made, false when that acquisition has ended.
+bool stream::wait_for_frame(std::unique_lock<std::mutex>& lock, std::uint64_t acquisition,
+                            const pacer& pace) {
+  while (isRunning_ && acquisition_ == acquisition) {
+    if (look_().settings.isTriggered) {
+      if (triggers_ > 0) {
+        --triggers_;
+        return true;
+      }
+      wake_.wait_for(lock, lookPeriod);
+    } else {
+      triggers_ = 0;
+      if (clock_now() >= pace.next()) {
+        return true;
+      }
+      wake_.wait_until(lock, clock::time_point(pace.next()));
+    }
+  }
+  return false;
+}
+
+void stream::expose_and_send(const stream_state& now, std::uint64_t blockId) {
+  const auto timestamp = static_cast<std::uint64_t>(nanoseconds(clock::now() - now.clockStart).count());
+  const auto made =
+      std::make_shared<const frame>(now.settings, blockId, timestamp, sensor_.expose(now.settings, blockId));
+  keep(made);
+  socket_.allow_fragments(now.settings.mayFragment);
+  send(now, *made);
+}
+
+void stream::keep(const frame_pointer& made) {
+  const std::scoped_lock lock(mutex_);
+  frames_.push_back(made);
+  while (frames_.size() > std::clamp<std::size_t>(mostBytesKept / made->size(), 1, mostFramesKept)) {
+    frames_.pop_front();
+  }
+}
+
+stream::frame_pointer stream::kept(std::uint64_t blockId) {
+  const std::scoped_lock lock(mutex_);
+  const auto found = std::ranges::find(frames_, blockId, &frame::block_id);
+  return found == frames_.end() ? nullptr : *found;
+}
+
+void stream::send(const stream_state& now, const frame& made) {
+  const nanoseconds delay = hasHonestDelay_ ? now.settings.packetDelay : nanoseconds(0);
+  const std::size_t atOnce =
+      delay.count() == 0
+          ? packetsAtOnce
+          : std::clamp<std::size_t>(static_cast<std::size_t>(shortestSleep / delay), 1, packetsAtOnce);
+  const std::vector<std::uint32_t> order = sending_order(now.faults, made.block_id(), made.packet_count());
+  const clock::time_point begun = clock::now();
+  std::vector<frame_packet> packets;
+  packets.reserve(atOnce);
+  for (std::size_t at = 0; at < order.size(); at += packets.size()) {
+    wait_until(begun + at * delay);
+    packets.clear();
+    for (const std::uint32_t id : std::span(order).subspan(at).first(std::min(atOnce, order.size() - at))) {
+      packets.push_back(made.packet(id));
+    }
+    socket_.send(now.settings.destination, packets);
+  }
+}
+
+// Returns at once when the acquisition has been ended, for who ended it waits.
+void stream::wait_until(clock::time_point when) {
+  if (clock::now() < when) {
+    std::unique_lock lock(mutex_);
+    wake_.wait_until(lock, when, [this] { return !isRunning_; });
+  }
+}
+
+}  // namespace gvcam
