@@ -4,14 +4,15 @@
 #include <exception>
 
 #include "core/log.h"
-#include "host/cameras.h"
-#include "host/check.h"
-#include "host/config.h"
-#include "host/console.h"
-#include "host/library.h"
+#include "host/acquire/library.h"
+#include "host/acquire/signals.h"
+#include "host/check/cameras.h"
+#include "host/check/check.h"
+#include "host/config/config.h"
+#include "host/config/template.h"
 #include "host/options.h"
+#include "host/report/console.h"
 #include "host/session.h"
-#include "host/signals.h"
 
 namespace {
 
@@ -27,8 +28,8 @@ int log_level(const host::options& chosen) {
 }
 
 int run(const host::options& chosen, host::config configuration, host::console& screen) {
-  const host::camera_library library(host::find_framework(chosen.framework));
-  const host::bundle_session bundle(host::find_bundle(chosen.bundle));
+  const host::camera_library library(host::find_framework(chosen.libraries.framework));
+  const host::bundle_session bundle(host::find_bundle(chosen.libraries.bundle));
   host::session session(chosen, std::move(configuration), bundle, screen);
   return session.run();
 }
@@ -38,14 +39,14 @@ int execute(const host::options& chosen, host::config configuration, host::conso
     case host::command::run:
       return run(chosen, std::move(configuration), screen);
     case host::command::check:
-      return host::check_cameras(chosen, configuration);
+      return host::check_cameras(chosen.libraries, configuration);
     case host::command::cameras: {
       std::vector<std::string> wanted = chosen.cameras;
       for (const host::camera_config& camera : configuration.cameras) {
         wanted.push_back(camera.serial);
       }
-      const host::camera_library library(host::find_framework(chosen.framework));
-      return host::list_cameras(library, wanted, chosen.framework == "sim");
+      const host::camera_library library(host::find_framework(chosen.libraries.framework));
+      return host::list_cameras(library, wanted, chosen.libraries.is_simulated());
     }
     case host::command::config:
       fmt::print("{}", host::config_template());

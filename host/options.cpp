@@ -10,7 +10,7 @@
 #include <iostream>
 #include <map>
 
-#include "host/console.h"
+#include "host/report/console.h"
 
 namespace host {
 namespace {
@@ -104,8 +104,8 @@ void add_config(CLI::App& app, options& to, bool isRequired) {
 
 // What is the same for every command that uses cameras.
 void add_common(CLI::App& app, options& to) {
-  add_text(app, "-F,--framework", to.framework, "LIB", "sim, gige (default), or a path");
-  add_text(app, "-B,--bundle", to.bundle, "PATH", "the camera driver bundle, when another");
+  add_text(app, "-F,--framework", to.libraries.framework, "LIB", "sim, gige (default), or a path");
+  add_text(app, "-B,--bundle", to.libraries.bundle, "PATH", "the camera driver bundle, when another");
   app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
       ->type_name("SERIAL")
       ->expected(1);

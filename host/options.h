@@ -7,22 +7,17 @@
 #include <string>
 #include <vector>
 
-#include "host/image_files.h"
+#include "host/acquire/library.h"
+#include "host/outputs/image_files.h"
+#include "host/web/metrics_server.h"
 
 namespace host {
 
 enum class command : std::uint8_t { run, check, cameras, config };
 
-/// Where the metrics are served.
-struct endpoint {
-  std::string address;
-  int port = 0;  ///< 0: any that is free
-};
-
 struct options {
   std::string configPath;  ///< may be empty for `cameras`
-  std::string framework = "gige";
-  std::string bundle;
+  library_choice libraries;
   std::vector<std::string> cameras;  ///< serial numbers; empty: all
 
   std::string recordDirectory;  ///< empty: no recording

@@ -11,8 +11,10 @@
 #include <utility>
 
 #include "core/log.h"
-#include "host/signals.h"
-#include "host/y4m.h"
+#include "host/acquire/signals.h"
+#include "host/outputs/image_files.h"
+#include "host/outputs/video.h"
+#include "host/report/metrics.h"
 
 namespace host {
 namespace {
@@ -66,6 +68,23 @@ config_result load_config(const options& chosen) {
   return result;
 }
 
+camera_outputs::camera_outputs(const camera_config& camera, const options& chosen)
+    : slot(camera.serial, 1e6 / camera.frameRateHz) {
+  if (!chosen.recordDirectory.empty()) {
+    const std::filesystem::path directory = std::filesystem::path(chosen.recordDirectory) / camera.serial;
+    files =
+        std::make_unique<frame_writer>(camera.serial, std::make_unique<image_files>(directory, chosen.format),
+                                       camera.frame_bytes(), chosen.every);
+    slot.takers.push_back(files.get());
+  }
+  if (!chosen.y4mPath.empty()) {
+    video = std::make_unique<frame_writer>(camera.serial,
+                                           std::make_unique<y4m_stream>(chosen.y4mPath, camera.frameRateHz),
+                                           camera.frame_bytes(), 1);
+    slot.takers.push_back(video.get());
+  }
+}
+
 session::session(const options& chosen, config configuration, const bundle_session& bundle, console& screen)
     : options_(chosen), config_(std::move(configuration)), bundle_(bundle), console_(screen) {
   for (const camera_config& camera : config_.cameras) {
@@ -87,35 +106,25 @@ session::session(const options& chosen, config configuration, const bundle_sessi
 session::~session() = default;
 
 std::vector<camera_figures> session::figures() const {
-  const std::lock_guard lock(slotsMutex_);
+  const std::lock_guard lock(camerasMutex_);
   std::vector<camera_figures> all;
-  std::transform(slots_.begin(), slots_.end(), std::back_inserter(all),
-                 [](const auto& slot) { return figures_of(*slot); });
+  std::transform(cameras_.begin(), cameras_.end(), std::back_inserter(all), [](const auto& each) {
+    return figures_of(each->slot, each->files.get(), each->video.get());
+  });
   return all;
 }
 
 // The slot of a camera stays when its device is made anew; a camera that is new in the configuration gets
 // one.
 camera_slot& session::slot_for(const camera_config& camera) {
-  const auto found = std::find_if(slots_.begin(), slots_.end(),
-                                  [&](const auto& slot) { return slot->serial == camera.serial; });
-  if (found != slots_.end()) {
-    return **found;
+  const auto found = std::find_if(cameras_.begin(), cameras_.end(),
+                                  [&](const auto& each) { return each->slot.serial == camera.serial; });
+  if (found != cameras_.end()) {
+    return (*found)->slot;
   }
-  auto slot = std::make_unique<camera_slot>(camera.serial, 1e6 / camera.frameRateHz);
-  if (!options_.recordDirectory.empty()) {
-    const std::filesystem::path directory = std::filesystem::path(options_.recordDirectory) / camera.serial;
-    slot->files = std::make_unique<frame_writer>(camera.serial,
-                                                 std::make_unique<image_files>(directory, options_.format),
-                                                 camera.frame_bytes(), options_.every);
-  }
-  if (!options_.y4mPath.empty()) {
-    slot->video = std::make_unique<frame_writer>(
-        camera.serial, std::make_unique<y4m_stream>(options_.y4mPath, camera.frameRateHz),
-        camera.frame_bytes(), 1);
-  }
-  const std::lock_guard lock(slotsMutex_);
-  return *slots_.emplace_back(std::move(slot));
+  auto fresh = std::make_unique<camera_outputs>(camera, options_);
+  const std::lock_guard lock(camerasMutex_);
+  return cameras_.emplace_back(std::move(fresh))->slot;
 }
 
 void session::start_cameras() {
@@ -271,14 +280,15 @@ bool session::are_cameras_alive() {
 
 void session::finish_outputs(bool isInterrupted) {
   const auto deadline = clock::now() + kDrainAfterSignal;
-  const auto isIdle = [](const auto& slot) {
-    return (!slot->files || slot->files->is_idle()) && (!slot->video || slot->video->is_idle());
+  const auto isIdle = [](const auto& each) {
+    return (!each->files || each->files->is_idle()) && (!each->video || each->video->is_idle());
   };
-  while (!std::all_of(slots_.begin(), slots_.end(), isIdle) && !(isInterrupted && clock::now() >= deadline)) {
+  while (!std::all_of(cameras_.begin(), cameras_.end(), isIdle) &&
+         !(isInterrupted && clock::now() >= deadline)) {
     isInterrupted = wait_signal(10ms) != 0 || isInterrupted;
   }
-  for (const auto& slot : slots_) {
-    for (frame_writer* writer : {slot->files.get(), slot->video.get()}) {
+  for (const auto& each : cameras_) {
+    for (frame_writer* writer : {each->files.get(), each->video.get()}) {
       if (writer != nullptr) {
         writer->stop();
       }
@@ -291,8 +301,9 @@ void session::print_summary() {
   if (options_.isQuiet) {
     return;
   }
-  for (const auto& slot : slots_) {
-    console_.print(summary(figures_of(*slot), slot->monitor.sweeps()));
+  for (const auto& each : cameras_) {
+    console_.print(
+        summary(figures_of(each->slot, each->files.get(), each->video.get()), each->slot.monitor.sweeps()));
   }
 }
 

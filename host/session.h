@@ -2,6 +2,7 @@
 #ifndef HOST_SESSION_H
 #define HOST_SESSION_H
 
+#include <chrono>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -10,20 +11,30 @@
 #include <string>
 #include <vector>
 
-#include "host/camera_runner.h"
-#include "host/config.h"
-#include "host/console.h"
-#include "host/library.h"
-#include "host/metrics_server.h"
+#include "host/acquire/camera_runner.h"
+#include "host/acquire/library.h"
+#include "host/config/config.h"
 #include "host/options.h"
-#include "host/service.h"
-#include "host/status.h"
+#include "host/outputs/frame_writer.h"
+#include "host/report/console.h"
+#include "host/report/service.h"
+#include "host/report/status.h"
+#include "host/web/metrics_server.h"
 
 namespace host {
 
 /// The configuration of the command line: with the cameras of --camera only. Its errors go for those of a
 /// file.
 config_result load_config(const options& chosen);
+
+/// What outlives the runner of a camera: its figures and where its frames go.
+struct camera_outputs {
+  camera_slot slot;
+  std::unique_ptr<frame_writer> files;  ///< null without --record
+  std::unique_ptr<frame_writer> video;  ///< null without --y4m
+
+  camera_outputs(const camera_config& camera, const options& chosen);
+};
 
 /// Lives on the main thread; the cameras, their writers and the metrics server have threads of their own.
 class session {
@@ -60,8 +71,8 @@ class session {
   console& console_;
   service_notifier service_;
 
-  mutable std::mutex slotsMutex_;  // guards the list against the metrics server
-  std::vector<std::unique_ptr<camera_slot>> slots_;
+  mutable std::mutex camerasMutex_;  // guards the list against the metrics server
+  std::vector<std::unique_ptr<camera_outputs>> cameras_;
   std::vector<std::unique_ptr<camera_runner>> runners_;
 
   clock::time_point start_ = clock::now();

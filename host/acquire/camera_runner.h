@@ -1,0 +1,115 @@
+// One camera, acquired on a thread of its own: its device is created, run, and created again after a failure.
+#ifndef HOST_ACQUIRE_CAMERA_RUNNER_H
+#define HOST_ACQUIRE_CAMERA_RUNNER_H
+
+#include <mediagrabber/device.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/acquire/frame_taker.h"
+#include "host/acquire/library.h"
+#include "host/acquire/monitor.h"
+#include "host/acquire/sweeps.h"
+#include "host/config/config.h"
+
+namespace host {
+
+/// What outlives the runner of a camera: its figures and where its frames go.
+struct camera_slot {
+  std::string serial;
+  camera_monitor monitor;
+  std::vector<frame_taker*> takers;  ///< not owned
+  std::atomic<std::uint64_t> handedOver{0};
+
+  camera_slot(std::string name, double periodUs) : serial(std::move(name)), monitor(periodUs) {}
+};
+
+struct run_limits {
+  std::optional<std::uint64_t> frames;       ///< handed over, after which the run is done
+  bool restart = true;                       ///< whether a device that fails is created again
+  std::optional<std::uint64_t> failuresMax;  ///< failures in a row that are too many
+};
+
+enum class run_outcome : std::uint8_t {
+  running,
+  done,    ///< ended as it was asked to
+  failed,  ///< a device failed, and is not to be created again
+};
+
+/// Runs from construction until it is done, failed or asked to end.
+class camera_runner final : private Zavik::Support::MediaGrabber::device_handler_like,
+                            private Zavik::Support::MediaGrabber::cam_stream_handler_like {
+ public:
+  /// All references must outlive the runner.
+  camera_runner(const camera_config& camera, const std::vector<sweep_config>& sweeps,
+                const bundle_session& bundle, camera_slot& slot, const run_limits& limits);
+  /// Ends the run and waits for it, at most for one wait of the bundle, a second.
+  ~camera_runner();
+  camera_runner(const camera_runner&) = delete;
+  camera_runner& operator=(const camera_runner&) = delete;
+
+  /// Asks the run to end: with `signal` kPENDING_SIGNAL__SIGHUP when the device is to be made anew by
+  /// another runner, with kPENDING_SIGNAL__SIGTERM for good.
+  void request_end(std::int32_t signal);
+  run_outcome outcome() const { return outcome_.load(); }
+  const std::string& serial() const { return slot_.serial; }
+  /// Grows as long as the runner's thread is alive.
+  std::uint64_t activity() const { return slot_.monitor.activity(); }
+  /// Whether the camera gave a frame or failed to.
+  bool has_begun() const;
+  /// The bundle's statistics of the device as JSON; empty while there are none.
+  std::string device_stats();
+
+ private:
+  using device_like = Zavik::Support::MediaGrabber::device_like;
+  struct device_closer {
+    camera_runner* owner;
+    void operator()(device_like*) const { owner->close_device(); }
+  };
+
+  // On the runner's thread.
+  void work();
+  bool run_device();
+  void close_device();
+  bool pause_after_failure();
+  bool is_end_wanted() const;
+
+  // The bundle's questions and news, on the runner's thread.
+  void heartbeat() override {}
+  std::int32_t getPendingSignal() override;
+  bool tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep) override;
+  void onFrameTick(float sensorTempC) override;
+  void onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) override;
+  void onNoFrame() override;
+
+  const camera_config camera_;
+  const bundle_session& bundle_;
+  camera_slot& slot_;
+  const run_limits limits_;
+  sweep_schedule schedule_;
+  std::uint64_t framesOfRun_ = 0;
+  std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
+  float exposureUs_ = 0;           // as told to the camera last
+  bool isSignalGiven_ = false;
+
+  std::mutex deviceMutex_;  // guards the device against being destroyed while its statistics are read
+  device_like* device_ = nullptr;
+
+  std::mutex endMutex_;
+  std::condition_variable endWanted_;
+  std::atomic<std::int32_t> endSignal_{Zavik::Support::MediaGrabber::kPENDING_SIGNAL__NONE};
+  std::atomic<run_outcome> outcome_{run_outcome::running};
+  std::thread thread_;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,26 @@
+// How a run ends while no frames arrive: an exception out of onNoFrame, as the bundle asks for a signal only
+// after frames. The bundle logs it and ends the run as a failure.
+#ifndef HOST_ACQUIRE_SILENT_END_H
+#define HOST_ACQUIRE_SILENT_END_H
+
+#include <exception>
+
+namespace host {
+
+/// The host wants the end.
+class silent_end : public std::exception {
+ public:
+  const char* what() const noexcept override {
+    return "no failure: the host ends the run while no frames arrive";
+  }
+};
+
+/// The camera owes frames for so long that its device is better made anew.
+class camera_silent : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the camera sends no frames"; }
+};
+
+}  // namespace host
+
+#endif

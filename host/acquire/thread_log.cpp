@@ -1,0 +1,44 @@
+#include "host/acquire/thread_log.h"
+
+#include <fmt/format.h>
+
+#include <deque>
+#include <utility>
+
+namespace host {
+namespace {
+
+constexpr std::size_t kFailuresMax = 6;
+
+thread_local std::string currentCamera;
+thread_local std::deque<std::string> recentFailures;
+
+}  // namespace
+
+camera_log_scope::camera_log_scope(const std::string& serial) {
+  currentCamera = serial;
+  recentFailures.clear();
+}
+
+camera_log_scope::~camera_log_scope() {
+  currentCamera.clear();
+}
+
+const std::string& logged_camera() {
+  return currentCamera;
+}
+
+void remember_failure(std::string text) {
+  if (recentFailures.size() == kFailuresMax) {
+    recentFailures.pop_front();
+  }
+  recentFailures.push_back(std::move(text));
+}
+
+std::string take_failures() {
+  std::string joined = fmt::format("{}", fmt::join(recentFailures, "; "));
+  recentFailures.clear();
+  return joined;
+}
+
+}  // namespace host

@@ -1,0 +1,31 @@
+// What a thread's log lines belong to, and the failures that it logged: who created a device learns from them
+// why that failed, as the bundle's calls only say that they did.
+#ifndef HOST_ACQUIRE_THREAD_LOG_H
+#define HOST_ACQUIRE_THREAD_LOG_H
+
+#include <string>
+
+namespace host {
+
+/// Names the camera of this thread in every line that it logs, for the length of a scope.
+class camera_log_scope {
+ public:
+  explicit camera_log_scope(const std::string& serial);
+  ~camera_log_scope();
+  camera_log_scope(const camera_log_scope&) = delete;
+  camera_log_scope& operator=(const camera_log_scope&) = delete;
+};
+
+/// The camera of the scope that this thread is in; empty outside.
+const std::string& logged_camera();
+
+/// Told by the console of every line of level 1 and 2 that this thread logs.
+void remember_failure(std::string text);
+
+/// The last failures (level 1 and 2) that this thread logged since it asked last, oldest first and joined by
+/// "; ". At most the last six.
+std::string take_failures();
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,43 @@
+// `mediagrabber cameras`: which cameras there are, and why one is not among them.
+#ifndef HOST_CHECK_CAMERAS_H
+#define HOST_CHECK_CAMERAS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/acquire/library.h"
+
+namespace host {
+
+/// An IPv4 address of this machine; addresses in host byte order.
+struct network_interface {
+  std::string name;
+  std::uint32_t address = 0;
+  std::uint32_t mask = 0;
+  bool isUp = false;
+  bool isLoopback = false;
+
+  bool reaches(std::uint32_t other) const { return isUp && (address & mask) == (other & mask); }
+};
+
+std::vector<network_interface> network_interfaces();
+/// The interfaces that cameras are reached over: none for simulated ones.
+std::vector<network_interface> surroundings(bool isSimulated);
+
+/// The cameras as a table with a head line.
+std::string camera_table(const std::vector<GEV_DEVICE_INTERFACE>& cameras);
+
+/// What was looked at and the likely reasons, a line each, why the camera `serial` (empty: any camera) can't
+/// be used; empty when nothing stands against it. Without interfaces, subnets are not looked at.
+std::vector<std::string> why_missing(const std::string& serial,
+                                     const std::vector<GEV_DEVICE_INTERFACE>& found,
+                                     const std::vector<network_interface>& interfaces);
+
+/// Lists the cameras of the library on standard output, and the reasons for each of `wanted` that is not
+/// there. 0 when there are cameras and all wanted ones are among them, else 1. library_error.
+int list_cameras(const camera_library& library, const std::vector<std::string>& wanted, bool isSimulated);
+
+}  // namespace host
+
+#endif

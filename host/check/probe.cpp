@@ -1,0 +1,152 @@
+#include "host/check/probe.h"
+
+#include <numeric>
+
+#include "host/acquire/monitor.h"
+#include "host/acquire/signals.h"
+#include "host/acquire/silent_end.h"
+#include "host/acquire/thread_log.h"
+
+namespace host {
+namespace {
+
+using namespace Zavik::Support::MediaGrabber;
+using std::chrono::milliseconds;
+
+constexpr float kNoTemperatureC = -321.0F;
+constexpr milliseconds kSignalCheck{20};
+
+double mean_of(const std::uint8_t* data, std::uint32_t count) {
+  return count == 0 ? 0 : static_cast<double>(std::accumulate(data, data + count, std::uint64_t{0})) / count;
+}
+
+}  // namespace
+
+probe::probe(const bundle_session& bundle, const camera_config& camera)
+    : camera_(camera), temperatureC_(kNoTemperatureC) {
+  const camera_log_scope scope(camera.serial);
+  const table_holder table = make_table(camera);
+  device_ = bundle.create(this, table.get());
+  failures_ = take_failures();
+}
+
+probe::~probe() {
+  if (thread_.joinable()) {
+    end();
+  }
+  if (device_ != nullptr) {
+    device_->destroy();
+  }
+}
+
+void probe::start() {
+  isRunning_ = true;
+  thread_ = std::thread([this] {
+    const camera_log_scope scope(camera_.serial);
+    device_->run(this);
+    const std::lock_guard lock(mutex_);
+    isRunning_ = false;
+    news_.notify_all();
+  });
+}
+
+template <class Condition>
+bool probe::wait_until(milliseconds longest, Condition isMet) {
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  while (std::chrono::steady_clock::now() < deadline) {
+    {
+      std::unique_lock lock(mutex_);
+      if (news_.wait_for(lock, kSignalCheck, isMet)) {
+        return true;
+      }
+      if (!isRunning_) {
+        return false;
+      }
+    }
+    if (wait_signal(milliseconds(0)) != 0) {
+      throw interrupted();
+    }
+  }
+  return false;
+}
+
+bool probe::wait_frames(std::size_t count, milliseconds longest) {
+  return wait_until(longest, [this, count] { return frames_.size() >= count; });
+}
+
+std::optional<std::size_t> probe::apply(const light_settings& settings, milliseconds longest) {
+  {
+    const std::lock_guard lock(mutex_);
+    pending_ = settings;
+  }
+  if (!wait_until(longest, [this] { return !pending_; })) {
+    return std::nullopt;
+  }
+  const std::lock_guard lock(mutex_);
+  return appliedAt_;
+}
+
+std::chrono::microseconds probe::end() {
+  const auto asked = std::chrono::steady_clock::now();
+  {
+    const std::lock_guard lock(mutex_);
+    isEndWanted_ = true;
+  }
+  thread_.join();
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - asked);
+}
+
+std::vector<seen_frame> probe::frames() const {
+  const std::lock_guard lock(mutex_);
+  return frames_;
+}
+
+float probe::temperature() const {
+  const std::lock_guard lock(mutex_);
+  return temperatureC_;
+}
+
+bool probe::is_running() const {
+  const std::lock_guard lock(mutex_);
+  return isRunning_;
+}
+
+std::int32_t probe::getPendingSignal() {
+  const std::lock_guard lock(mutex_);
+  isSignalGiven_ = isEndWanted_;
+  return isEndWanted_ ? kPENDING_SIGNAL__SIGTERM : kPENDING_SIGNAL__NONE;
+}
+
+bool probe::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep) {
+  const std::lock_guard lock(mutex_);
+  if (!pending_) {
+    return false;
+  }
+  write_settings(*pending_, *sweep);
+  pending_.reset();
+  appliedAt_ = frames_.size();
+  news_.notify_all();
+  return true;
+}
+
+void probe::onFrameTick(float sensorTempC) {
+  const std::lock_guard lock(mutex_);
+  temperatureC_ = sensorTempC;
+}
+
+void probe::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
+  const seen_frame frame{steady_us(), *info, mean_of(data, byteCount)};
+  const std::lock_guard lock(mutex_);
+  frames_.push_back(frame);
+  news_.notify_all();
+}
+
+void probe::onNoFrame() {
+  const std::lock_guard lock(mutex_);
+  if (isEndWanted_ && !isSignalGiven_) {
+    isSignalGiven_ = true;
+    throw silent_end();
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+#include "host/config/template.h"
+
+#include <fmt/format.h>
+
+#include "host/config/keys.h"
+
+namespace host {
+namespace {
+
+const char* need_text(presence need) {
+  constexpr const char* texts[] = {"required", "default as written", "optional"};
+  return texts[static_cast<std::size_t>(need)];
+}
+
+// In an active section an optional key stands as a comment, in any other every key does, so that nothing
+// changes.
+std::string template_lines(const key_table& keys, bool isActive) {
+  std::string lines;
+  for (const key_spec& key : keys) {
+    const bool isComment = !isActive || key.need == presence::optional;
+    lines += fmt::format("# {}\n# {}; {}.\n{}{} = {}\n\n", key.comment, expectation(key), need_text(key.need),
+                         isComment ? "#" : "", key.name, key.example);
+  }
+  return lines;
+}
+
+}  // namespace
+
+std::string config_template() {
+  return "# Configuration of mediagrabber. One [[camera]] for each camera.\n\n[[camera]]\n" +
+         template_lines(camera_keys(), true) +
+         "# One [[camera.pin]] for each IR output of the camera above it.\n#[[camera.pin]]\n" +
+         template_lines(pin_keys(), false) +
+         "# Sweeps change settings while frames flow, one after the other in the order of the file.\n"
+         "# At least one setting each.\n#[[sweep]]\n" +
+         template_lines(sweep_keys(), false);
+}
+
+}  // namespace host

@@ -1,0 +1,101 @@
+// Frames on their way from acquisition to files and pipes: a bounded pool of copies and the thread that
+// writes them.
+#ifndef HOST_OUTPUTS_FRAME_WRITER_H
+#define HOST_OUTPUTS_FRAME_WRITER_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <stdexcept>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/acquire/frame_taker.h"
+
+namespace host {
+
+/// A copy of a frame.
+struct stored_frame {
+  cam_frame_info info{};
+  std::uint64_t number = 0;     ///< of the frames that the camera's runs handed over, from 1
+  std::uint64_t arrivalUs = 0;  ///< realtime clock, microseconds
+  std::vector<std::uint8_t> pixels;
+};
+
+/// Something can't be written; the text says what and why, for people.
+class output_error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// "the disk is full (No space left on device)" and the like.
+std::string write_failure(int error);
+
+/// Where frames go. Used by the writer's thread only.
+class frame_sink {
+ public:
+  virtual ~frame_sink() = default;
+  /// Writes one frame, wholly or not at all as far as the medium allows, and gives the bytes that it took.
+  /// output_error when it can't, or when `stop` was requested while it waited for a reader.
+  virtual std::uint64_t write(const stored_frame& frame, const std::stop_token& stop) = 0;
+};
+
+struct output_totals {
+  std::uint64_t written = 0;  ///< frames
+  std::uint64_t dropped = 0;  ///< frames that did not fit into the pool or could not be written
+  std::uint64_t bytes = 0;
+};
+
+/// Takes frames from one acquisition thread and never makes it wait: what does not fit into the pool is
+/// dropped and counted. A sink that fails is reported once, and tried again with every frame.
+class frame_writer final : public frame_taker {
+ public:
+  /// Takes every `every`-th frame. The pool is allocated here: as many frames of `frameBytes` as fit into
+  /// 64 MiB, at least 8 and at most 256. `camera` names the camera in log lines.
+  frame_writer(std::string camera, std::unique_ptr<frame_sink> sink, std::size_t frameBytes,
+               std::uint64_t every);
+  ~frame_writer() { stop(); }
+  frame_writer(const frame_writer&) = delete;
+  frame_writer& operator=(const frame_writer&) = delete;
+
+  /// Copies the pixels and never waits for the sink. A frame that is larger than those before (the window was
+  /// configured anew) makes its place in the pool grow.
+  void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
+  /// Whether all that was taken has been written or dropped.
+  bool is_idle() const;
+  /// Drops what waits and ends; nothing may be offered any more.
+  void stop();
+
+  output_totals totals() const;
+  std::size_t pool_size() const { return slots_.size(); }
+
+ private:
+  void work(const std::stop_token& stop);
+  void write(const stored_frame& frame, const std::stop_token& stop);
+
+  std::string camera_;
+  std::unique_ptr<frame_sink> sink_;
+  std::uint64_t every_;
+  std::vector<stored_frame> slots_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable_any wake_;
+  std::vector<stored_frame*> free_;
+  std::deque<stored_frame*> waiting_;
+
+  std::atomic<std::uint64_t> written_{0};
+  std::atomic<std::uint64_t> dropped_{0};
+  std::atomic<std::uint64_t> bytes_{0};
+  std::uint64_t failedInRow_ = 0;  // the writer's
+  std::jthread writer_;
+};
+
+}  // namespace host
+
+#endif

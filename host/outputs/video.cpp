@@ -1,0 +1,104 @@
+#include "host/outputs/video.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <utility>
+
+namespace host {
+namespace {
+
+constexpr int kStopCheckMs = 100;
+
+}  // namespace
+
+std::string y4m_header(std::size_t width, std::size_t height, double frameRateHz) {
+  return fmt::format("YUV4MPEG2 W{} H{} F{}:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\n", width, height,
+                     std::llround(frameRateHz * 1000));
+}
+
+y4m_stream::y4m_stream(std::string path, double frameRateHz)
+    : path_(std::move(path)), frameRateHz_(frameRateHz) {
+  struct stat about {};
+  isPipe_ = (path_ == "-" ? fstat(STDOUT_FILENO, &about) : stat(path_.c_str(), &about)) == 0 &&
+            !S_ISREG(about.st_mode);
+  if (path_ == "-" && isatty(STDOUT_FILENO) == 1) {
+    throw output_error("--y4m - writes video to standard output, which is a terminal: send it into a pipe");
+  }
+  if (path_ == "-" || !isPipe_) {
+    open_path();
+  }
+}
+
+y4m_stream::~y4m_stream() {
+  if (file_ >= 0) {
+    close(file_);
+  }
+}
+
+void y4m_stream::open_path() {
+  file_ = path_ == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                       : open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0644);
+  if (file_ < 0) {
+    throw output_error(errno == ENXIO ? fmt::format("nobody reads from {} yet", path_)
+                                      : fmt::format("{} can't be opened: {}", path_, write_failure(errno)));
+  }
+}
+
+std::uint64_t y4m_stream::write(const stored_frame& frame, const std::stop_token& stop) {
+  if (isBroken_) {
+    throw output_error(fmt::format("the video in {} was cut off", path_));
+  }
+  if (file_ < 0) {
+    open_path();
+  }
+  std::string head = "FRAME\n";
+  if (height_ == 0) {
+    head = y4m_header(frame.info.width, frame.info.height, frameRateHz_) + head;
+    width_ = frame.info.width;
+    height_ = frame.info.height;
+  } else if (frame.info.width != width_ || frame.info.height != height_) {
+    throw output_error(fmt::format("the video in {} is {}x{} and can't change to {}x{}", path_, width_,
+                                   height_, frame.info.width, frame.info.height));
+  }
+  send(head.data(), head.size(), stop);
+  send(frame.pixels.data(), frame.pixels.size(), stop);
+  return head.size() + frame.pixels.size();
+}
+
+// A pipe that poll finds writable takes PIPE_BUF bytes without blocking, whoever else holds it and however
+// it was opened.
+void y4m_stream::send(const void* data, std::size_t size, const std::stop_token& stop) {
+  const auto* from = static_cast<const char*>(data);
+  while (size > 0) {
+    if (stop.stop_requested()) {
+      isBroken_ = true;
+      throw output_error(fmt::format("the last frame in {} is cut off: its reader did not take it", path_));
+    }
+    pollfd waits{file_, POLLOUT, 0};
+    if (isPipe_ && poll(&waits, 1, kStopCheckMs) == 0) {
+      continue;
+    }
+    const ssize_t written = ::write(file_, from, isPipe_ ? std::min<std::size_t>(size, PIPE_BUF) : size);
+    if (written < 0 && (errno == EINTR || errno == EAGAIN)) {
+      continue;
+    }
+    if (written <= 0) {
+      isBroken_ = true;
+      throw output_error(errno == EPIPE
+                             ? fmt::format("the reader of {} went away", path_)
+                             : fmt::format("{} can't be written: {}", path_, write_failure(errno)));
+    }
+    from += written;
+    size -= static_cast<std::size_t>(written);
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,41 @@
+// Frames as one stream of uncompressed video, which players and encoders read from a file or a pipe.
+#ifndef HOST_OUTPUTS_VIDEO_H
+#define HOST_OUTPUTS_VIDEO_H
+
+#include <string>
+
+#include "host/outputs/frame_writer.h"
+
+namespace host {
+
+/// The first line of a stream: "YUV4MPEG2 W1280 H1024 F30000:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\n".
+std::string y4m_header(std::size_t width, std::size_t height, double frameRateHz);
+
+/// Writes to a file, a named pipe or standard output. A named pipe is opened with the first frame and needs
+/// a reader by then; frames before are dropped. A reader that is slow is waited for, in the writer's thread.
+class y4m_stream final : public frame_sink {
+ public:
+  /// `path` "-" is standard output. output_error when it can't be opened.
+  y4m_stream(std::string path, double frameRateHz);
+  ~y4m_stream() override;
+  y4m_stream(const y4m_stream&) = delete;
+  y4m_stream& operator=(const y4m_stream&) = delete;
+
+  std::uint64_t write(const stored_frame& frame, const std::stop_token& stop) override;
+
+ private:
+  void open_path();
+  void send(const void* data, std::size_t size, const std::stop_token& stop);
+
+  std::string path_;
+  double frameRateHz_;
+  int file_ = -1;
+  bool isPipe_ = false;
+  bool isBroken_ = false;  // a frame was cut off: what follows would not be understood
+  std::uint16_t width_ = 0;
+  std::uint16_t height_ = 0;  // 0: the header is not written yet
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,17 @@
+// The figures of all cameras for Prometheus.
+#ifndef HOST_REPORT_METRICS_H
+#define HOST_REPORT_METRICS_H
+
+#include <string>
+#include <vector>
+
+#include "host/report/status.h"
+
+namespace host {
+
+/// All cameras in the text format that Prometheus reads.
+std::string metrics_text(const std::vector<camera_figures>& cameras);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,75 @@
+// The command line.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+
+#include "host/options.h"
+
+namespace {
+
+TEST(options, are_refused_at_their_boundaries) {
+  struct {
+    std::vector<const char*> arguments;
+    int exitCode;  // -1: accepted
+  } const cases[] = {
+      {{}, 2},
+      {{"--help"}, 0},
+      {{"--version"}, 0},
+      {{"walk"}, 2},
+      {{"run"}, 2},
+      {{"run", "c"}, -1},
+      {{"cameras"}, -1},
+      {{"config"}, -1},
+      {{"run", "c", "-n", "1"}, -1},
+      {{"run", "c", "-n", "0"}, 2},
+      {{"run", "c", "-n", "1.5"}, 2},
+      {{"run", "c", "-n", "-1"}, 2},
+      {{"run", "c", "-t", "0.001"}, -1},
+      {{"run", "c", "-t", "0"}, 2},
+      {{"run", "c", "-t", "nan"}, 2},
+      {{"run", "c", "-t", "1s"}, 2},
+      {{"run", "c", "-e", "0"}, 2},
+      {{"run", "c", "--max-failures", "0"}, 2},
+      {{"run", "c", "-f", "raw"}, -1},
+      {{"run", "c", "-f", "jpg"}, 2},
+      {{"run", "c", "-m", "65535"}, -1},
+      {{"run", "c", "-m", "65536"}, 2},
+      {{"run", "c", "-m", "localhost:x"}, 2},
+      {{"run", "c", "-l", "5"}, -1},
+      {{"run", "c", "-l", "6"}, 2},
+      {{"run", "c", "-l", "loud"}, 2},
+      {{"check", "c", "-n", "1"}, 2},
+      {{"run", "c", "--unknown"}, 2},
+  };
+  for (const auto& each : cases) {
+    std::vector<const char*> arguments = {"mediagrabber"};
+    arguments.insert(arguments.end(), each.arguments.begin(), each.arguments.end());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const auto line = host::parse_command_line(static_cast<int>(arguments.size()), arguments.data());
+    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string error = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(line.exitCode.value_or(-1), each.exitCode) << fmt::format("{}", fmt::join(arguments, " "));
+    EXPECT_EQ(out.empty(), each.exitCode != 0);
+    EXPECT_EQ(error.empty(), each.exitCode != 2);
+  }
+}
+
+TEST(options, metrics_are_loopback_unless_asked_otherwise) {
+  const std::map<std::string, std::pair<std::string, int>> cases = {{"9100", {"127.0.0.1", 9100}},
+                                                                    {":9100", {"127.0.0.1", 9100}},
+                                                                    {"0.0.0.0:1", {"0.0.0.0", 1}},
+                                                                    {"[::1]:0", {"::1", 0}}};
+  for (const auto& [text, expected] : cases) {
+    const std::array arguments = {"mediagrabber", "run", "c", "-vv", "--metrics", text.c_str()};
+    const auto line = host::parse_command_line(static_cast<int>(arguments.size()), arguments.data());
+    ASSERT_TRUE(line.value.metrics) << text;
+    EXPECT_EQ(line.value.metrics->address, expected.first);
+    EXPECT_EQ(line.value.metrics->port, expected.second);
+    EXPECT_EQ(line.value.logLevel, 5);
+  }
+}
+
+}  // namespace
