@@ -30,7 +30,7 @@ int log_level(const host::options& chosen) {
 int run(const host::options& chosen, host::config configuration, host::console& screen) {
   const host::camera_library library(host::find_framework(chosen.libraries.framework));
   const host::bundle_session bundle(host::find_bundle(chosen.libraries.bundle));
-  host::session session(chosen, std::move(configuration), bundle, screen);
+  host::session session(chosen, std::move(configuration), library, bundle, screen);
   return session.run();
 }
 

@@ -85,8 +85,13 @@ camera_outputs::camera_outputs(const camera_config& camera, const options& chose
   }
 }
 
-session::session(const options& chosen, config configuration, const bundle_session& bundle, console& screen)
-    : options_(chosen), config_(std::move(configuration)), bundle_(bundle), console_(screen) {
+session::session(const options& chosen, config configuration, const camera_library& library,
+                 const bundle_session& bundle, console& screen)
+    : options_(chosen),
+      config_(std::move(configuration)),
+      library_(library),
+      bundle_(bundle),
+      console_(screen) {
   for (const camera_config& camera : config_.cameras) {
     slot_for(camera);
   }
@@ -131,8 +136,8 @@ void session::start_cameras() {
   const run_limits limits{
       .frames = options_.frames, .restart = options_.restart, .failuresMax = options_.maxFailures};
   for (const camera_config& camera : config_.cameras) {
-    runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), bundle_,
-                                                       slot_for(camera), limits));
+    runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), library_,
+                                                       bundle_, slot_for(camera), limits));
   }
 }
 

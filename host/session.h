@@ -40,7 +40,8 @@ struct camera_outputs {
 class session {
  public:
   /// output_error or std::runtime_error when something of the command line can't be opened.
-  session(const options& chosen, config configuration, const bundle_session& bundle, console& screen);
+  session(const options& chosen, config configuration, const camera_library& library,
+          const bundle_session& bundle, console& screen);
   ~session();
   session(const session&) = delete;
   session& operator=(const session&) = delete;
@@ -67,6 +68,7 @@ class session {
 
   const options options_;
   config config_;
+  const camera_library& library_;
   const bundle_session& bundle_;
   console& console_;
   service_notifier service_;

@@ -1,4 +1,5 @@
 // The simulated cameras: what a host takes for real ones, and what tests rely on.
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <numeric>
@@ -203,6 +204,12 @@ TEST_F(sim_camera, answers_careless_calls) {
   EXPECT_EQ(GevGetFeatureValue(handle, "Volume", &type, sizeof factor, &factor),
             GEVLIB_ERROR_FEATURE_NOT_FOUND);
   EXPECT_EQ(GevSetFeatureValue(handle, "PixelFormat", sizeof format, &format), GEVLIB_ERROR_FEATURE_REFUSED);
+  std::array<char, 64> text{"Off"};
+  EXPECT_EQ(GevSetFeatureValue(handle, "lutMode", text.size(), text.data()), 0);
+  EXPECT_EQ(GevSetFeatureValue(handle, "Gain", text.size(), text.data()), GEVLIB_ERROR_FEATURE_REFUSED);
+  EXPECT_EQ(GevGetFeatureValue(handle, "lutMode", &type, text.size(), text.data()), 0);
+  EXPECT_EQ(type, 6);
+  EXPECT_STREQ(text.data(), "Off");
   EXPECT_EQ(GevReleaseFrame(handle, nullptr), GEVLIB_ERROR_PARAMETER_NULL);
 }
 

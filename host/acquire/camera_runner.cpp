@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/log.h"
+#include "host/acquire/preparation.h"
 #include "host/acquire/silent_end.h"
 #include "host/acquire/thread_log.h"
 
@@ -34,8 +35,10 @@ std::chrono::milliseconds pause_after(std::uint64_t failuresInRow) {
 }  // namespace
 
 camera_runner::camera_runner(const camera_config& camera, const std::vector<sweep_config>& sweeps,
-                             const bundle_session& bundle, camera_slot& slot, const run_limits& limits)
+                             const camera_library& library, const bundle_session& bundle, camera_slot& slot,
+                             const run_limits& limits)
     : camera_(camera),
+      library_(library),
       bundle_(bundle),
       slot_(slot),
       limits_(limits),
@@ -94,6 +97,9 @@ void camera_runner::work() {
 
 // False when the device could not be created or its run failed.
 bool camera_runner::run_device() {
+  if (const std::string prepared = prepare_camera(library_, slot_.serial); !prepared.empty()) {
+    LOG(3, "%s", prepared.c_str());
+  }
   const table_holder table = make_table(camera_);
   device_like* const created = bundle_.create(this, table.get());
   if (created == nullptr) {

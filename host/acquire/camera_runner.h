@@ -50,7 +50,8 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
  public:
   /// All references must outlive the runner.
   camera_runner(const camera_config& camera, const std::vector<sweep_config>& sweeps,
-                const bundle_session& bundle, camera_slot& slot, const run_limits& limits);
+                const camera_library& library, const bundle_session& bundle, camera_slot& slot,
+                const run_limits& limits);
   /// Ends the run and waits for it, at most for one wait of the bundle, a second.
   ~camera_runner();
   camera_runner(const camera_runner&) = delete;
@@ -91,6 +92,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void onNoFrame() override;
 
   const camera_config camera_;
+  const camera_library& library_;
   const bundle_session& bundle_;
   camera_slot& slot_;
   const run_limits limits_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <type_traits>
 
 #include "host/acquire/thread_log.h"
 
@@ -73,11 +74,22 @@ fs::path find_bundle(const std::string& bundle) {
 
 camera_library::camera_library(const fs::path& path) {
   constexpr const char* kWhat = "camera library";
-  void* const handle = load(kWhat, path, RTLD_GLOBAL);
-  initialize_ = function<decltype(initialize_)>(handle, kWhat, path, "GevApiInitialize");
-  uninitialize_ = function<decltype(uninitialize_)>(handle, kWhat, path, "GevApiUninitialize");
-  closeSockets_ = function<decltype(closeSockets_)>(handle, kWhat, path, "_CloseSocketAPI");
-  getCameraList_ = function<decltype(getCameraList_)>(handle, kWhat, path, "GevGetCameraList");
+  handle_ = load(kWhat, path, RTLD_GLOBAL);
+  const auto take = [&](auto& to, const char* name) {
+    to = function<std::remove_reference_t<decltype(to)>>(handle_, kWhat, path, name);
+  };
+  take(initialize_, "GevApiInitialize");
+  take(uninitialize_, "GevApiUninitialize");
+  take(closeSockets_, "_CloseSocketAPI");
+  take(getCameraList_, "GevGetCameraList");
+  take(openCamera_, "GevOpenCamera");
+  take(closeCamera_, "GevCloseCamera");
+  take(getFeatureValue_, "GevGetFeatureValue");
+  take(setFeatureValue_, "GevSetFeatureValue");
+}
+
+void* camera_library::find(const char* function) const {
+  return dlsym(handle_, function);
 }
 
 std::vector<GEV_DEVICE_INTERFACE> camera_library::list() const {

@@ -48,15 +48,24 @@ class camera_library {
     uninitialize_();
     closeSockets_();
   }
+  /// The address of one of its functions; null when it has none of that name.
+  void* find(const char* function) const;
   /// The cameras that answer now; between initialize (or `bundle_session`) and its counterpart. library_error
   /// when the library refuses.
   std::vector<GEV_DEVICE_INTERFACE> list() const;
 
  private:
+  void* handle_;
   decltype(&GevApiInitialize) initialize_;
   decltype(&GevApiUninitialize) uninitialize_;
   decltype(&_CloseSocketAPI) closeSockets_;
   decltype(&GevGetCameraList) getCameraList_;
+
+  friend class open_camera;
+  decltype(&GevOpenCamera) openCamera_;
+  decltype(&GevCloseCamera) closeCamera_;
+  decltype(&GevGetFeatureValue) getFeatureValue_;
+  decltype(&GevSetFeatureValue) setFeatureValue_;
 };
 
 /// The bundle, started from construction to destruction. Needs the camera library loaded before.

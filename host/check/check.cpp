@@ -171,8 +171,9 @@ class camera_check {
 check_table camera_check::run(const camera_library& library, const bundle_session& bundle) {
   table_.add("library starts", true, "", "");
   if (find(library)) {
-    probe camera(bundle, camera_);
-    if (table_.add("device created", camera.is_created(), camera.is_created() ? "" : camera.failures(),
+    probe camera(library, bundle, camera_);
+    if (table_.add("device created", camera.is_created(),
+                   camera.is_created() ? camera.preparation() : camera.failures(),
                    "the line names the setting or the feature that the camera refused")) {
       camera.start();
       test_device(camera);

@@ -3,6 +3,7 @@
 #include <numeric>
 
 #include "host/acquire/monitor.h"
+#include "host/acquire/preparation.h"
 #include "host/acquire/signals.h"
 #include "host/acquire/silent_end.h"
 #include "host/acquire/thread_log.h"
@@ -22,10 +23,12 @@ double mean_of(const std::uint8_t* data, std::uint32_t count) {
 
 }  // namespace
 
-probe::probe(const bundle_session& bundle, const camera_config& camera)
+probe::probe(const camera_library& library, const bundle_session& bundle, const camera_config& camera)
     : camera_(camera), temperatureC_(kNoTemperatureC) {
   const camera_log_scope scope(camera.serial);
+  preparation_ = prepare_camera(library, camera.serial);
   const table_holder table = make_table(camera);
+  take_failures();
   device_ = bundle.create(this, table.get());
   failures_ = take_failures();
 }

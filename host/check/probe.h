@@ -31,13 +31,15 @@ struct seen_frame {
 class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
                     private Zavik::Support::MediaGrabber::cam_stream_handler_like {
  public:
-  /// Creates the device. Both references must outlive the probe.
-  probe(const bundle_session& bundle, const camera_config& camera);
+  /// Prepares the camera and creates the device. All references must outlive the probe.
+  probe(const camera_library& library, const bundle_session& bundle, const camera_config& camera);
   /// Ends the run, if it still goes on, and destroys the device.
   ~probe();
   probe(const probe&) = delete;
   probe& operator=(const probe&) = delete;
 
+  /// What had to be done before the device could be created; empty: nothing.
+  const std::string& preparation() const { return preparation_; }
   bool is_created() const { return device_ != nullptr; }
   /// The bundle's failures while the device was created.
   const std::string& failures() const { return failures_; }
@@ -69,6 +71,7 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
 
   const camera_config& camera_;
   Zavik::Support::MediaGrabber::device_like* device_ = nullptr;
+  std::string preparation_;
   std::string failures_;
   bool isSignalGiven_ = false;  // the runner's
 

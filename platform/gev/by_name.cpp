@@ -19,8 +19,8 @@ Number load(const void* from) {
   return number;
 }
 
-bool is_text(feature& feature) {
-  return feature.kind() == value_kind::string;
+bool is_text(feature& feature, std::size_t size) {
+  return feature.kind() == value_kind::string || size >= smallestText;
 }
 bool is_float(feature& feature) {
   return feature.kind() == value_kind::floating;
@@ -62,13 +62,13 @@ GEV_STATUS store_float(double number, std::size_t size, void* to) {
 GEV_STATUS read_bytes(feature& from, int* type, std::size_t size, void* to) {
   *type = static_cast<int>(from.kind());
   const value now = read(from, false, false);
-  return is_text(from)    ? store_text(to_text(now), size, to)
-         : is_float(from) ? store_float(to_number(now), size, to)
-                          : store_integer(to_integer(now), size, to);
+  return is_text(from, size) ? store_text(format(from.kind(), from.entries(), now), size, to)
+         : is_float(from)    ? store_float(to_number(now), size, to)
+                             : store_integer(to_integer(now), size, to);
 }
 
 std::optional<value> value_of_bytes(feature& feature, std::size_t size, const void* from) {
-  if (is_text(feature)) {
+  if (is_text(feature, size)) {
     const auto* text = static_cast<const char*>(from);
     return std::string(text, strnlen(text, size));
   }
@@ -87,7 +87,8 @@ GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from) {
   if (!wanted) {
     return GEVLIB_ERROR_PARAMETER_INVALID;
   }
-  write(to, *wanted, true);
+  const auto* text = std::get_if<std::string>(&*wanted);
+  write(to, text == nullptr ? *wanted : parse(to.name(), to.kind(), to.entries(), *text), true);
   return GEVLIB_OK;
 }
 

@@ -12,11 +12,14 @@
 
 namespace gev {
 
+// From so many bytes on, a feature of any kind is passed as text.
+constexpr std::size_t smallestText = 16;
+
 // Reads the feature into `to`, sets *type to its kind. PARAMETER_INVALID when the size does not suit it.
 GEV_STATUS read_bytes(feature& from, int* type, std::size_t size, void* to);
 // Writes, with all checks.
 GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from);
-// The value in the bytes; nothing when the size is not one of the feature's kind.
+// The value in the bytes, a text as it is; nothing when the size is not one of the feature's kind.
 std::optional<value> value_of_bytes(feature& feature, std::size_t size, const void* from);
 
 // GevGetFeatureValue and GevSetFeatureValue of a camera that finds its features by `with_feature`.

@@ -123,6 +123,7 @@ void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle);
 // Reads or writes one feature by name. *type is set to the kind of the feature: 3 integer, 4 float,
 // 5 string, 6 enumeration, 8 boolean. Integers, enumerations and booleans are passed as signed 32-bit
 // or 64-bit values, floats as float or double, according to size in bytes; strings as size characters.
+// Our libraries also pass any feature as text, in 16 characters or more: an enumeration by its entry's name.
 GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size, void* value);
 GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size, void* value);
 

@@ -155,6 +155,18 @@ TEST_F(mediagrabber, reads_its_configuration_again_on_sighup) {
   EXPECT_FALSE(has(run.error(), "device failed")) << run.error();
 }
 
+TEST_F(mediagrabber, prepares_a_camera_that_kept_its_look_up_table_off) {
+  const std::string path = configure(camera_text("SIM00001"));
+  // The run's start leaves the table off; the run then fails, is created again, and again on SIGHUP.
+  auto run = start({"run", path}, "sensor=320x240 on-close=keep fault=read_Gain:_timeout_@10_x1");
+  ASSERT_TRUE(run.says("acquisition starts", 2)) << run.error();
+  run.signal(SIGHUP);
+  ASSERT_TRUE(run.says("acquisition starts", 3)) << run.error();
+  EXPECT_LT(run.end(SIGTERM), 1.3);
+  EXPECT_EQ(count(run.error(), "prepared: lutMode from Off to Active"), 2U) << run.error();
+  EXPECT_TRUE(has(run.error(), "1 device failures")) << run.error();
+}
+
 TEST_F(mediagrabber, serves_metrics_and_streams_video) {
   const std::string sweep = "[[sweep]]\nafter_frames = 5\nexposure_us = 2500\n";
   auto run = start({"run", configure(camera_text("SIM00001") + sweep), "-n", "100", "-y", "-", "-m", "0"});
