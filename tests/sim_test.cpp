@@ -1,8 +1,13 @@
 // The simulated cameras: what a host takes for real ones, and what tests rely on.
+#include <camera_extension.h>
+
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <numeric>
+#include <optional>
 #include <thread>
 
 #include "tests/support.h"
@@ -211,6 +216,114 @@ TEST_F(sim_camera, answers_careless_calls) {
   EXPECT_EQ(type, 6);
   EXPECT_STREQ(text.data(), "Off");
   EXPECT_EQ(GevReleaseFrame(handle, nullptr), GEVLIB_ERROR_PARAMETER_NULL);
+}
+
+// Catches a feature record without what a person or a program needs to set it.
+TEST_F(sim_camera, the_extension_lists_every_feature_with_its_limits_in_the_order_of_the_description) {
+  using text = std::optional<std::string>;
+  struct feature {
+    std::string name, category;
+    text value, min, max, increment;
+    std::vector<std::string> entries;
+    bool isWritable;
+  };
+  std::vector<feature> found;
+  const auto collect = [](void* to, const camera_extension_feature* each) {
+    const auto text_of = [](const char* from) { return from == nullptr ? text() : text(from); };
+    static_cast<std::vector<feature>*>(to)->push_back({each->name,
+                                                       each->category,
+                                                       text_of(each->value),
+                                                       text_of(each->min),
+                                                       text_of(each->max),
+                                                       text_of(each->increment),
+                                                       {each->entries, each->entries + each->entry_count},
+                                                       each->writable == 1});
+    return 0;
+  };
+  EXPECT_EQ(camera_extension_features("CAM1", collect, &found), -ENODEV) << "not open";
+  openCamera();
+  ASSERT_EQ(camera_extension_features("CAM1", collect, &found), 0);
+  EXPECT_EQ(found.front().name, "DeviceVendorName");
+  const auto named = [&](const char* name) {
+    return *std::find_if(found.begin(), found.end(), [=](const feature& each) { return each.name == name; });
+  };
+  const feature width = named("Width");
+  EXPECT_EQ((std::array{width.value, width.min, width.max, width.increment}),
+            (std::array{text("640"), text("64"), text("640"), text("16")}));
+  EXPECT_EQ(width.category, "Root/ImageFormatControl");
+  EXPECT_TRUE(width.isWritable && !named("DeviceTemperature").isWritable);
+  const feature lut = named("lutMode");
+  EXPECT_TRUE(lut.value == "Active" && !lut.min &&
+              lut.entries == std::vector<std::string>({"Off", "Active"}));
+}
+
+// Catches a loss that is put down to the wrong cause, and a record that is another frame's.
+TEST_F(sim_camera, the_extension_counts_lost_frames_by_cause_and_tells_the_frame_in_hand) {
+  openCamera();
+  camera_extension_health_record record{};
+  const auto health = [&] {
+    record.size = sizeof record;
+    EXPECT_EQ(camera_extension_health("CAM1", &record), 0);
+    return record;
+  };
+  sim::inject("frame: lost @2 x1; frame: bad -16 @3 x1");
+  ASSERT_EQ(GevStartTransfer(handle, 20), 0);
+  GEV_BUFFER_OBJECT* frame = nullptr;
+  ASSERT_EQ(GevWaitForNextFrame(handle, &frame, 1000), 0);
+  EXPECT_EQ(health().frame_id, frame->id);
+  EXPECT_EQ(record.frame_time_ns, frame->timestamp);
+  sim::advance_clock(10'000'000);  // the consumer sleeps
+  health();
+  EXPECT_EQ((std::array{record.frames_whole, record.frames_missing, record.frames_incomplete}),
+            (std::array<std::uint64_t, 3>{record.buffers - 1U, 1, 1}));
+  EXPECT_EQ(record.frames_whole + record.frames_missing + record.frames_incomplete + record.frames_dropped,
+            20U);
+  struct {
+    std::uint32_t size = sizeof(std::uint32_t) * 2;
+    std::uint32_t transport = 9;
+    std::uint64_t beyond = 7;
+  } old;
+  EXPECT_EQ(camera_extension_health("CAM1", reinterpret_cast<camera_extension_health_record*>(&old)), 0);
+  EXPECT_TRUE(old.transport == camera_extension_simulated && old.beyond == 7) << "written beyond its size";
+}
+
+// Catches a program that hangs with its camera.
+TEST_F(sim_camera, cancelling_ends_whatever_waits_for_the_camera) {
+  cameras("serial=CAM1 fault=frame:_silent fault=write_Gain:_slow_60000000", false);
+  openCamera();
+  const auto later = [] {
+    return std::thread([] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      EXPECT_EQ(camera_extension_cancel("CAM1"), 0);
+    });
+  };
+  auto* const gain = dynamic_cast<GenApi::IFloat*>(nodeMap->_GetNode("Gain"));
+  std::thread canceller = later();
+  EXPECT_THROW(gain->SetValue(2), GenICam::TimeoutException);
+  canceller.join();
+  closeCamera();
+  openCamera();
+  ASSERT_EQ(GevStartTransfer(handle, 9), 0) << "opening makes good";
+  GEV_BUFFER_OBJECT* frame = nullptr;
+  canceller = later();
+  EXPECT_EQ(GevWaitForNextFrame(handle, &frame, 60'000), GEVLIB_ERROR_DEVICE_LOST);
+  canceller.join();
+  EXPECT_EQ(GevStartTransfer(handle, 9), GEVLIB_ERROR_DEVICE_LOST);
+  EXPECT_EQ(camera_extension_cancel("NONE"), -ENODEV);
+}
+
+// Catches a camera that is out of the bundle's reach because others answer before it.
+TEST_F(sim_camera, preferred_cameras_come_first) {
+  cameras("serial=A; serial=B; serial=C");
+  const auto listed = [](const std::vector<const char*>& serials) {
+    EXPECT_EQ(camera_extension_prefer(serials.data(), serials.size()), 0);
+    std::array<GEV_DEVICE_INTERFACE, 3> found{};
+    int count = 0;
+    GevGetCameraList(found.data(), 3, &count);
+    return std::string(found[0].serial) + found[1].serial + found[2].serial;
+  };
+  EXPECT_EQ(listed({"C", "X", "B"}), "CBA");
+  EXPECT_EQ(listed({}), "ABC");
 }
 
 // Catches a mistake in a description that is taken, or told without the word that is wrong.

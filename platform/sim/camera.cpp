@@ -80,6 +80,8 @@ GEV_STATUS camera::open(GevAccessMode mode) {
     return GEVLIB_ERROR_ACCESS_DENIED;
   }
   opened_ = mode;
+  cancelled_ = false;
+  health_ = {};
   return GEVLIB_OK;
 }
 
@@ -121,6 +123,9 @@ std::unique_lock<std::mutex> camera::enter(const gev::feature_access& what) {
   if (!opened_) {
     gev::raise<GenICam::LogicalErrorException>(*what.feature + ": the camera " + serial() +
                                                " is closed, its nodes end with GevCloseCamera");
+  }
+  if (cancelled_) {
+    gev::raise<GenICam::TimeoutException>(*what.feature + ": the camera " + serial() + " was cancelled");
   }
   return lock;
 }
@@ -228,6 +233,9 @@ std::size_t camera::payload() const {
 
 GEV_STATUS camera::start(std::uint32_t numFrames) {
   const std::scoped_lock lock(mutex_);
+  if (cancelled_) {
+    return GEVLIB_ERROR_DEVICE_LOST;
+  }
   if (transferring()) {
     return GEVLIB_ERROR_TRANSFER_ACTIVE;
   }
@@ -318,10 +326,12 @@ void camera::expose(double startUs) {
   const effect fault = pass([this] { return passage{"frame", "", serial()}; });
   if (fault.kind == effect_kind::lost || fault.kind == effect_kind::silent) {
     transfer_->silent = fault.kind == effect_kind::silent;
+    health_.frames_missing += transfer_->silent ? 0 : 1;
     return;
   }
   if (!transfer_->ring.has_free()) {
     ++lost_;
+    ++health_.frames_dropped;
     return;
   }
   frame_ring::buffer& buffer = transfer_->ring.queue();
@@ -331,6 +341,7 @@ void camera::expose(double startUs) {
   } else if (fault.kind == effect_kind::bad) {
     buffer.frame.status = static_cast<std::int32_t>(fault.number);
   }
+  ++(buffer.frame.status == 0 ? health_.frames_whole : health_.frames_incomplete);
 }
 
 void camera::fill(frame_ring::buffer& buffer, double startUs) {
@@ -364,6 +375,8 @@ GEV_BUFFER_OBJECT* camera::deliver() {
       widen(buffer.pixels.get(), settings_.width * settings_.height);
     }
   }
+  health_.frame_id = buffer.frame.id;
+  health_.frame_time_ns = buffer.picture.timeUs * 1000;
   return &buffer.frame;
 }
 
@@ -392,6 +405,9 @@ GEV_STATUS camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
   const std::uint64_t deadline = now + timeoutMs * usPerMs;
   const std::uint64_t stopsBefore = stops_;
   for (;; now = clock_us()) {
+    if (cancelled_) {
+      return GEVLIB_ERROR_DEVICE_LOST;
+    }
     catch_up(now);
     expose_for_wait(now);
     if (transfer_ && transfer_->ring.has_queued()) {
@@ -402,7 +418,7 @@ GEV_STATUS camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
       return GEVLIB_ERROR_TIME_OUT;
     }
     wait_until(wake_, lock, next_event(deadline));
-    if (stops_ != stopsBefore) {
+    if (stops_ != stopsBefore && !cancelled_) {
       return GEVLIB_ERROR_ABORTED;
     }
   }
@@ -412,6 +428,40 @@ GEV_STATUS camera::release(const GEV_BUFFER_OBJECT* frame) {
   const std::scoped_lock lock(mutex_);
   catch_up(clock_us());
   return transfer_ && transfer_->ring.release(frame) ? GEVLIB_OK : GEVLIB_ERROR_PARAMETER_INVALID;
+}
+
+// ---- The extension, and what tests ask
+
+bool camera::is_open() {
+  const std::scoped_lock lock(mutex_);
+  return opened_.has_value();
+}
+
+std::vector<std::unique_ptr<gev::extension_feature>> camera::list_features() {
+  const std::scoped_lock lock(mutex_);
+  std::vector<std::unique_ptr<gev::extension_feature>> listed;
+  features_.for_each_present([&](camera_feature& each) {
+    listed.push_back(std::make_unique<gev::extension_feature>(each, each.category(), ""));
+  });
+  return listed;
+}
+
+camera_extension_health_record camera::health() {
+  const std::scoped_lock lock(mutex_);
+  catch_up(clock_us());
+  camera_extension_health_record now = health_;
+  now.transport = camera_extension_simulated;
+  now.buffers = options_.streamNumFramesBuffered;
+  return now;
+}
+
+void camera::cancel() {
+  cancel_passages(serial());
+  const std::scoped_lock lock(mutex_);
+  if (opened_) {
+    cancelled_ = true;
+    stop();
+  }
 }
 
 std::uint64_t camera::frames_lost() {

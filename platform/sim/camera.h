@@ -2,6 +2,7 @@
 #ifndef PLATFORM_SIM_CAMERA_H
 #define PLATFORM_SIM_CAMERA_H
 
+#include <camera_extension.h>
 #include <gevapi.h>
 
 #include <condition_variable>
@@ -11,7 +12,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "platform/gev/extension_feature.h"
 #include "platform/gev/node_map.h"
 #include "platform/picture/thermometer.h"
 #include "platform/sim/description.h"
@@ -58,6 +61,13 @@ class camera final : private gev::gate, private feature_host {
     camera_feature* const feature = features_.present(name);
     return feature == nullptr ? GEVLIB_ERROR_FEATURE_NOT_FOUND : use(*feature);
   }
+
+  // What camera_extension.h offers for one camera.
+  const camera_description& description() const { return description_; }
+  bool is_open();
+  std::vector<std::unique_ptr<gev::extension_feature>> list_features();
+  camera_extension_health_record health();
+  void cancel();
 
   // What sim.h offers for one camera.
   std::string feature_text(const std::string& name, const std::string& selected);
@@ -125,6 +135,8 @@ class camera final : private gev::gate, private feature_host {
 
   std::optional<picture::scene> scene_;  // drawn with the first picture, except one from a file
   std::optional<transfer> transfer_;
+  camera_extension_health_record health_{};  // since the camera was opened
+  bool cancelled_ = false;                   // lost to whoever has it open
   std::uint64_t lost_ = 0;
 };
 

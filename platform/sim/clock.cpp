@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <thread>
 
 #include "platform/sim/sim.h"
 
@@ -45,12 +44,8 @@ void release_clock() {
   driven = false;
 }
 
-void pass_time(std::uint64_t us) {
-  if (driven) {
-    advance_clock(us);
-  } else {
-    std::this_thread::sleep_for(microseconds(us));
-  }
+bool is_clock_driven() {
+  return driven;
 }
 
 void wait_until(std::condition_variable& wake, std::unique_lock<std::mutex>& lock, std::uint64_t us) {

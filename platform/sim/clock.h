@@ -10,8 +10,7 @@ namespace sim {
 
 // Back to the monotonic clock.
 void release_clock();
-// Lets so much time pass: sleeps, or moves the driven clock.
-void pass_time(std::uint64_t us);
+bool is_clock_driven();
 // Returns when it is `us` or `wake` was notified; a driven clock jumps there at once.
 void wait_until(std::condition_variable& wake, std::unique_lock<std::mutex>& lock, std::uint64_t us);
 

@@ -14,9 +14,15 @@ const std::vector<gev::entry> chunks = {
     {"OffsetX", 0}, {"OffsetY", 1}, {"Width", 2}, {"Height", 3}, {"PixelFormat", 4},
     {"Timestamp", 5}, {"ExposureTime", 6}, {"Gain", 7}, {"LineStatusAll", 8}, {"FrameID", 9}};
 
-std::vector<feature_row> make_table() {
+// The rows of one category.
+struct feature_group {
+  const char* category;
+  std::vector<feature_row> rows;
+};
+
+std::vector<feature_group> make_groups() {
   return {
-      // Who it is
+      {"Root/DeviceControl", {
       {.name = "DeviceVendorName", .kind = value_kind::string, .access = GenApi::RO, .powerUp = "Simulated Cameras"},
       {.name = "DeviceModelName", .kind = value_kind::string, .access = GenApi::RO},
       {.name = "DeviceSerialNumber", .kind = value_kind::string, .access = GenApi::RO},
@@ -27,12 +33,14 @@ std::vector<feature_row> make_table() {
        .powerUp = 0.0, .min = -40.0, .max = 125.0, .selector = "DeviceTemperatureSelector", .measured = true},
       {.name = "GevTimestampTickFrequency", .unit = "Hz", .access = GenApi::RO, .powerUp = 1'000'000'000,
        .min = 0, .max = INT64_MAX},
-
-      // Light and time
+      }},
+      {"Root/AcquisitionControl", {
       {.name = "ExposureTime", .kind = value_kind::floating, .unit = "us", .powerUp = 5000.0,
        .min = 10.0, .max = 2'000'000.0},
       {.name = "AcquisitionFrameRate", .kind = value_kind::floating, .unit = "Hz", .powerUp = 30.0,
        .min = 0.1, .max = 1000.0},
+      }},
+      {"Root/AnalogControl", {
       {.name = "GainSelector", .kind = value_kind::enumeration, .powerUp = 0,
        .entries = {{"SensorAll", 0}, {"DigitalAll", 1}}},
       {.name = "Gain", .kind = value_kind::floating, .powerUp = 1.0, .min = 1.0, .max = 16.0,
@@ -43,13 +51,14 @@ std::vector<feature_row> make_table() {
       {.name = "gammaCorrection", .kind = value_kind::floating, .powerUp = 1.0, .min = 0.1, .max = 4.0},
       // Can be switched, but this camera's exposure and gain stay as they are set.
       {.name = "autoBrightnessMode", .kind = value_kind::enumeration, .powerUp = 0, .entries = offOrActive},
-
-      // What a frame carries
+      }},
+      {"Root/ChunkDataControl", {
       {.name = "ChunkModeActive", .kind = value_kind::boolean, .powerUp = 0},
       {.name = "ChunkSelector", .kind = value_kind::enumeration, .powerUp = 0, .entries = chunks},
       {.name = "ChunkEnable", .kind = value_kind::boolean, .powerUp = 0, .selector = "ChunkSelector"},
-
-      // The window on the sensor, within the sensor's limits
+      }},
+      // The window is within the sensor's limits.
+      {"Root/ImageFormatControl", {
       {.name = "OffsetX", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Width", .locked = true},
       {.name = "OffsetY", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Height", .locked = true},
       {.name = "Width", .unit = "px", .inc = widthIncrement, .fitsWith = "OffsetX", .locked = true},
@@ -58,8 +67,9 @@ std::vector<feature_row> make_table() {
       {.name = "ReverseY", .kind = value_kind::boolean, .powerUp = 0},
       {.name = "PixelFormat", .kind = value_kind::enumeration, .powerUp = pixelFormatMono8,
        .entries = {{"Mono8", pixelFormatMono8}, {"Mono10", pixelFormatMono10}}, .locked = true},
-
-      // Lines: infrared lights hang on Line3 and Line4
+      }},
+      // Infrared lights hang on Line3 and Line4.
+      {"Root/DigitalIOControl", {
       {.name = "LineSelector", .kind = value_kind::enumeration, .powerUp = 0,
        .entries = {{"Line1", 0}, {"Line2", 1}, {"Line3", 2}, {"Line4", 3}}},
       {.name = "outputLineSource", .kind = value_kind::enumeration, .powerUp = 0,
@@ -69,9 +79,21 @@ std::vector<feature_row> make_table() {
        .selector = "LineSelector"},
       {.name = "outputLinePulseDuration", .unit = "us", .powerUp = 0, .min = 0, .max = 16'777'215,
        .selector = "LineSelector"},
+      }},
   };
 }
 // clang-format on
+
+std::vector<feature_row> make_table() {
+  std::vector<feature_row> table;
+  for (feature_group& group : make_groups()) {
+    for (feature_row& row : group.rows) {
+      row.category = group.category;
+      table.push_back(std::move(row));
+    }
+  }
+  return table;
+}
 
 }  // namespace
 

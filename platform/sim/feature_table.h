@@ -31,6 +31,7 @@ struct feature_row {
   std::vector<gev::entry> entries{};
   std::string selector{};  // the enumeration that has a value of this feature for each of its entries
   std::string fitsWith{};  // of a window's offset its size, and the reverse: both together fit the sensor
+  std::string category{};  // from the outermost: "Root/DeviceControl"
   bool locked = false;     // not to be written while frames are transferred
   bool measured = false;   // the camera measures it anew at every reading
 };

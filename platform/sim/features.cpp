@@ -267,9 +267,9 @@ camera_feature* camera_features::present(std::string_view name) {
 }
 
 void camera_features::for_each_present(const std::function<void(camera_feature&)>& visit) {
-  for (auto& [name, feature] : features_) {
-    if (!contains(missing_, name)) {
-      visit(feature);
+  for (const feature_row& row : feature_table()) {
+    if (camera_feature* const feature = present(row.name)) {
+      visit(*feature);
     }
   }
 }

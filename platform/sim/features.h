@@ -39,6 +39,7 @@ class camera_feature final : public gev::feature {
   const std::string& name() const override { return row_.name; }
   gev::value_kind kind() const override { return kind_; }
   const std::string& unit() const override { return row_.unit; }
+  const std::string& category() const { return row_.category; }
   GenApi::EAccessMode access() override;
   const char* obstacle() override;
   gev::value get(bool ignoreCache) override;
@@ -91,6 +92,7 @@ class camera_features {
   camera_feature& at(std::string_view name);
   // Those that the camera has; null for one that is missing.
   camera_feature* present(std::string_view name);
+  // In the order of the table.
   void for_each_present(const std::function<void(camera_feature&)>& visit);
   void power_up();
 

@@ -1,10 +1,15 @@
 #include "platform/sim/gate.h"
 
+#include <gevapi.h>
+
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <map>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -171,6 +176,9 @@ struct observer {
   std::function<void(const std::string&)> listener;
   std::mutex faultMutex;
   std::vector<fault> faults;
+  std::mutex cancelMutex;
+  std::condition_variable cancelled;
+  std::map<std::string, std::uint64_t> cancels;  // how often each camera was
 
   void note() {
     const std::scoped_lock both(journalMutex, faultMutex);
@@ -200,6 +208,14 @@ struct observer {
     }
     return decided;
   }
+
+  // Takes so much time; false when the camera was cancelled meanwhile.
+  bool take_time(const std::string& serial, std::uint64_t us) {
+    std::unique_lock lock(cancelMutex);
+    const std::uint64_t before = cancels[serial];
+    return !cancelled.wait_for(lock, std::chrono::microseconds(us),
+                               [&] { return cancels[serial] != before; });
+  }
 };
 
 // Never destroyed: a host may still use cameras while the process ends.
@@ -214,10 +230,21 @@ effect pass_observed(const passage& what) {
   the_observer().write(what.line);
   std::uint64_t slowUs = 0;
   const effect decided = the_observer().disturb(what, slowUs);
-  if (slowUs != 0) {
-    pass_time(slowUs);
+  if (slowUs != 0 && is_clock_driven()) {
+    advance_clock(slowUs);
+  } else if (slowUs != 0 && !the_observer().take_time(what.serial, slowUs)) {
+    const bool isAccess = kind_of_point(what.point) == featureAccess;
+    return {isAccess ? effect_kind::timeout : effect_kind::status, GEVLIB_ERROR_ABORTED};
   }
   return decided;
+}
+
+void cancel_passages(const std::string& serial) {
+  {
+    const std::scoped_lock lock(the_observer().cancelMutex);
+    ++the_observer().cancels[serial];
+  }
+  the_observer().cancelled.notify_all();
 }
 
 void raise_effect(const effect& what) {

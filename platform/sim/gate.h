@@ -54,6 +54,10 @@ effect pass(Describe describe) {
   return observed.load(std::memory_order_acquire) ? pass_observed(describe()) : effect();
 }
 
+// Ends slow passages of the camera with that serial number that are under way: a call fails with ABORTED, an
+// access raises TimeoutException.
+void cancel_passages(const std::string& serial);
+
 // Raises the exception that this effect stands for, if it stands for one.
 void raise_effect(const effect& what);
 

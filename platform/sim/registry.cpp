@@ -81,6 +81,7 @@ void registry::clear() {
     const std::scoped_lock lock(mutex_);
     closing.swap(open_);
     cameras_.clear();
+    preferred_.clear();
     defaultsAllowed_ = false;
   }
   for (const auto& [handle, each] : closing) {
@@ -90,7 +91,17 @@ void registry::clear() {
 
 std::vector<std::shared_ptr<camera>> registry::cameras() const {
   const std::shared_lock lock(mutex_);
-  return cameras_;
+  const auto rank = [this](const std::shared_ptr<camera>& each) {
+    return std::find(preferred_.begin(), preferred_.end(), each->serial()) - preferred_.begin();
+  };
+  auto all = cameras_;
+  std::stable_sort(all.begin(), all.end(), [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+  return all;
+}
+
+void registry::prefer(std::vector<std::string> serials) {
+  const std::scoped_lock lock(mutex_);
+  preferred_ = std::move(serials);
 }
 
 std::shared_ptr<camera> registry::by_serial(const std::string& serial) const {

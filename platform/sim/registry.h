@@ -31,7 +31,10 @@ class registry {
   // Raises std::invalid_argument, and then adds none.
   void add(const std::string& description);
   void clear();
+  // Those that are preferred come first.
   std::vector<std::shared_ptr<camera>> cameras() const;
+  // Serial numbers in the order in which `cameras` gives them from now on, before all others.
+  void prefer(std::vector<std::string> serials);
   // Null when there is none; serial numbers may repeat, the first camera counts.
   std::shared_ptr<camera> by_serial(const std::string& serial) const;
   std::shared_ptr<camera> by_handle(GEV_CAMERA_HANDLE handle) const;
@@ -45,6 +48,7 @@ class registry {
   mutable std::shared_mutex mutex_;
   std::vector<std::shared_ptr<camera>> cameras_;
   std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<camera>>> open_;
+  std::vector<std::string> preferred_;
   std::uintptr_t lastHandle_ = 0;
   bool defaultsAllowed_ = true;  // until the first reset
   std::atomic<int> initializations_{0};

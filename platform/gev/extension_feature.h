@@ -1,0 +1,48 @@
+// A feature as camera_extension_features hands it out.
+#ifndef PLATFORM_GEV_EXTENSION_FEATURE_H
+#define PLATFORM_GEV_EXTENSION_FEATURE_H
+
+#include <camera_extension.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/gev/feature.h"
+
+namespace gev {
+
+// Keeps what the record points to.
+class extension_feature {
+ public:
+  // Takes the feature as it is now, under its owner's lock. What cannot be read is absent from the record.
+  extension_feature(feature& of, std::string category, std::string description);
+  // Valid as long as this lives.
+  camera_extension_feature record() const;
+  extension_feature(const extension_feature&) = delete;
+  extension_feature& operator=(const extension_feature&) = delete;
+
+ private:
+  using text = std::optional<std::string>;
+
+  std::string name_;
+  text value_;
+  text min_;
+  text max_;
+  text increment_;
+  std::string unit_;
+  std::string category_;
+  std::string description_;
+  std::vector<std::string> entries_;
+  std::vector<const char*> entryNames_;
+  camera_extension_type type_;
+  bool readable_ = false;
+  bool writable_ = false;
+};
+
+// What camera texts are on their way out: their control characters are blanks.
+std::string plain(std::string text);
+
+}  // namespace gev
+
+#endif

@@ -1,0 +1,151 @@
+// camera_extension.h over the simulated cameras.
+#include <camera_extension.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/gev/extension_feature.h"
+#include "platform/sim/registry.h"
+
+#define EXTENSION_EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+using sim::camera;
+using sim::registry;
+
+constexpr std::uint32_t linkLocalMask = 0xFFFF0000;
+constexpr std::uint32_t thisMachine = 0x7F000001;
+
+// No exception leaves the library, and nothing is done before it is initialized.
+template <class Work>
+int guarded(Work work) {
+  if (!registry::instance().initialized()) {
+    return -ENOTCONN;
+  }
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return -ENOMEM;
+  }
+}
+
+// Calls `work` with the camera of that serial number.
+template <class Work>
+int camera_call(const char* serial, Work work) {
+  return guarded([&] {
+    if (serial == nullptr) {
+      return -EINVAL;
+    }
+    const std::shared_ptr<camera> named = registry::instance().by_serial(serial);
+    return named == nullptr ? -ENODEV : work(*named);
+  });
+}
+
+std::uint64_t mac_of(const GEV_DEVICE_INTERFACE& record) {
+  return std::uint64_t{record.macHigh} << 32U | record.macLow;
+}
+
+int visit_camera(camera& of, int (*visit)(void*, const camera_extension_camera*), void* context) {
+  const GEV_DEVICE_INTERFACE record = of.record();
+  const camera_extension_camera told = {.manufacturer = record.manufacturer,
+                                        .model = record.model,
+                                        .serial = record.serial,
+                                        .version = record.version,
+                                        .user_name = record.username,
+                                        .interface_name = "",
+                                        .unreachable = nullptr,
+                                        .mac = mac_of(record),
+                                        .address = record.ipAddr,
+                                        .mask = linkLocalMask,
+                                        .gateway = 0,
+                                        .controller = of.is_open() ? thisMachine : 0};
+  return visit(context, &told);
+}
+
+}  // namespace
+
+EXTENSION_EXPORT int camera_extension_version(void) {
+  return CAMERA_EXTENSION_VERSION;
+}
+
+EXTENSION_EXPORT int camera_extension_prefer(const char* const* serials, size_t count) {
+  return guarded([=] {
+    const bool isNull = serials == nullptr && count > 0;
+    if (isNull || std::any_of(serials, serials + count, [](const char* each) { return each == nullptr; })) {
+      return -EINVAL;
+    }
+    registry::instance().prefer({serials, serials + count});
+    return 0;
+  });
+}
+
+EXTENSION_EXPORT int camera_extension_list(int (*visit)(void*, const camera_extension_camera*),
+                                           void* context) {
+  return guarded([=] {
+    if (visit == nullptr) {
+      return -EINVAL;
+    }
+    const auto address = [](const auto& each) { return each->description().address; };
+    auto cameras = registry::instance().cameras();
+    std::stable_sort(cameras.begin(), cameras.end(),
+                     [&](const auto& a, const auto& b) { return address(a) < address(b); });
+    for (const auto& each : cameras) {
+      if (visit_camera(*each, visit, context) != 0) {
+        break;
+      }
+    }
+    return 0;
+  });
+}
+
+EXTENSION_EXPORT int camera_extension_set_address(uint64_t /*mac*/, uint32_t /*ip*/, uint32_t /*mask*/,
+                                                  uint32_t /*gateway*/) {
+  return -ENOTSUP;
+}
+
+EXTENSION_EXPORT int camera_extension_features(const char* serial,
+                                               int (*visit)(void*, const camera_extension_feature*),
+                                               void* context) {
+  return camera_call(serial, [=](camera& of) {
+    if (visit == nullptr) {
+      return -EINVAL;
+    }
+    if (!of.is_open()) {
+      return -ENODEV;
+    }
+    for (const auto& each : of.list_features()) {
+      const camera_extension_feature record = each->record();
+      if (visit(context, &record) != 0) {
+        break;
+      }
+    }
+    return 0;
+  });
+}
+
+EXTENSION_EXPORT int camera_extension_health(const char* serial, camera_extension_health_record* record) {
+  return camera_call(serial, [=](camera& of) {
+    if (record == nullptr || record->size < sizeof record->size) {
+      return -EINVAL;
+    }
+    const std::uint32_t size = record->size;
+    const camera_extension_health_record now = of.health();
+    std::memcpy(record, &now, std::min<std::size_t>(size, sizeof now));
+    record->size = size;
+    return 0;
+  });
+}
+
+EXTENSION_EXPORT int camera_extension_cancel(const char* serial) {
+  return camera_call(serial, [](camera& of) {
+    of.cancel();
+    return 0;
+  });
+}
