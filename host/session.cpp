@@ -27,14 +27,10 @@ constexpr auto kTick = 50ms;
 constexpr auto kStatusOnTerminal = 500ms;
 constexpr auto kStatusElsewhere = 10s;
 constexpr auto kStatsEvery = 1s;
+constexpr auto kEndTick = 5ms;
+constexpr auto kEndPatience = 500ms;  // then a camera that still waits is cancelled
+constexpr auto kCancelAgain = 100ms;
 constexpr auto kDrainAfterSignal = 400ms;  // within the second that an end may take
-
-std::vector<std::string> serials_of(const config& all) {
-  std::vector<std::string> serials;
-  std::transform(all.cameras.begin(), all.cameras.end(), std::back_inserter(serials),
-                 [](const camera_config& camera) { return camera.serial; });
-  return serials;
-}
 
 void keep_chosen(config& all, const std::vector<std::string>& chosen) {
   const auto isLeftOut = [&](const camera_config& camera) {
@@ -52,7 +48,7 @@ config_result load_config(const options& chosen) {
   if (!result.errors.empty()) {
     return result;
   }
-  const std::vector<std::string> serials = serials_of(result.value);
+  const std::vector<std::string> serials = result.value.serials();
   for (const std::string& serial : chosen.cameras) {
     if (std::find(serials.begin(), serials.end(), serial) == serials.end()) {
       result.errors.push_back(fmt::format("--camera: {} has no camera '{}', but {}", chosen.configPath,
@@ -89,6 +85,7 @@ session::session(const options& chosen, config configuration, const camera_libra
                  const bundle_session& bundle, console& screen)
     : options_(chosen),
       config_(std::move(configuration)),
+      extension_(library),
       library_(library),
       bundle_(bundle),
       console_(screen) {
@@ -133,6 +130,7 @@ camera_slot& session::slot_for(const camera_config& camera) {
 }
 
 void session::start_cameras() {
+  extension_.prefer(config_.serials());
   const run_limits limits{
       .frames = options_.frames, .restart = options_.restart, .failuresMax = options_.maxFailures};
   for (const camera_config& camera : config_.cameras) {
@@ -145,7 +143,36 @@ void session::end_cameras(std::int32_t signal) {
   for (const auto& runner : runners_) {
     runner->request_end(signal);
   }
+  // A camera that hangs in one call may hang in the next one.
+  for (auto patience = kEndPatience; !wait_for_runners(patience); patience = kCancelAgain) {
+    cancel_waiting();
+    if (!extension_.is_there()) {
+      break;
+    }
+  }
   runners_.clear();
+}
+
+void session::cancel_waiting() {
+  for (const auto& runner : runners_) {
+    if (runner->outcome() == run_outcome::running) {
+      LOG(3, "camera %s does not end by itself and is cancelled", runner->serial().c_str());
+      extension_.cancel(runner->serial());
+    }
+  }
+}
+
+// Whether all ended within that time; a signal ends the waiting.
+bool session::wait_for_runners(std::chrono::milliseconds longest) {
+  const auto deadline = clock::now() + longest;
+  const auto hasEnded = [](const auto& runner) { return runner->outcome() != run_outcome::running; };
+  bool haveEnded = false;
+  bool isHurried = false;
+  while (!(haveEnded = std::all_of(runners_.begin(), runners_.end(), hasEnded)) && !isHurried &&
+         clock::now() < deadline) {
+    isHurried = wait_signal(kEndTick) != 0;
+  }
+  return haveEnded;
 }
 
 void session::reload() {

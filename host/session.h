@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/acquire/camera_runner.h"
+#include "host/acquire/extension.h"
 #include "host/acquire/library.h"
 #include "host/config/config.h"
 #include "host/options.h"
@@ -56,6 +57,8 @@ class session {
   camera_slot& slot_for(const camera_config& camera);
   void start_cameras();
   void end_cameras(std::int32_t signal);
+  void cancel_waiting();
+  bool wait_for_runners(std::chrono::milliseconds longest);
   void reload();
   bool is_over();
   void look_after();
@@ -68,6 +71,7 @@ class session {
 
   const options options_;
   config config_;
+  const camera_extension extension_;
   const camera_library& library_;
   const bundle_session& bundle_;
   console& console_;

@@ -95,10 +95,13 @@ void camera_runner::work() {
   outcome_ = run_outcome::done;
 }
 
-// False when the device could not be created or its run failed.
+// True when it ended as it was asked to; false when the device could not be created or its run failed.
 bool camera_runner::run_device() {
   if (const std::string prepared = prepare_camera(library_, slot_.serial); !prepared.empty()) {
     LOG(3, "%s", prepared.c_str());
+  }
+  if (is_end_wanted()) {
+    return true;
   }
   const table_holder table = make_table(camera_);
   device_like* const created = bundle_.create(this, table.get());
@@ -117,6 +120,7 @@ bool camera_runner::run_device() {
   isSignalGiven_ = false;
   slot_.monitor.run_started(schedule_.names(), 1e6 / camera_.frameRateHz);
   created->run(this);
+  expect_failures(false);
   slot_.monitor.run_ended();
   return isSignalGiven_;
 }
@@ -193,6 +197,7 @@ void camera_runner::onNoFrame() {
   slot_.monitor.silent();
   if (is_end_wanted()) {
     isSignalGiven_ = true;
+    expect_failures(true);
     throw silent_end();
   }
   if (steady_us() - lastFrameUs_ >= silence_limit_us(camera_.frameRateHz, exposureUs_)) {

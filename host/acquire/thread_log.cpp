@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t kFailuresMax = 6;
 
 thread_local std::string currentCamera;
+thread_local bool failuresExpected = false;
 thread_local std::deque<std::string> recentFailures;
 
 }  // namespace
@@ -22,10 +23,19 @@ camera_log_scope::camera_log_scope(const std::string& serial) {
 
 camera_log_scope::~camera_log_scope() {
   currentCamera.clear();
+  failuresExpected = false;
 }
 
 const std::string& logged_camera() {
   return currentCamera;
+}
+
+void expect_failures(bool isExpected) {
+  failuresExpected = isExpected;
+}
+
+bool are_failures_expected() {
+  return failuresExpected;
 }
 
 void remember_failure(std::string text) {

@@ -19,6 +19,11 @@ class camera_log_scope {
 /// The camera of the scope that this thread is in; empty outside.
 const std::string& logged_camera();
 
+/// From now on what this thread logs as failures is how something ends that is meant to end: the console
+/// shows it among the details. Until the scope ends, or `isExpected` is false.
+void expect_failures(bool isExpected);
+bool are_failures_expected();
+
 /// Told by the console of every line of level 1 and 2 that this thread logs.
 void remember_failure(std::string text);
 

@@ -8,14 +8,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 #include "host/config/keys.h"
+#include "host/config/text.h"
 
 namespace host {
 namespace {
 
-// The driver looks for its camera among so many of those that answer.
+// The driver looks for its camera among so many of those that answer. Where the library can be told which
+// cameras to put first, that is no limit.
 constexpr std::size_t kCamerasOfDriver = 8;
 
 std::uint32_t ipv4(const sockaddr* address) {
@@ -29,9 +32,26 @@ std::string interface_text(const network_interface& each) {
                      address_text(each.mask), each.isUp ? "up" : "DOWN");
 }
 
-bool is_reachable(const GEV_DEVICE_INTERFACE& camera, const std::vector<network_interface>& interfaces) {
+bool is_reachable(const found_camera& camera, const std::vector<network_interface>& interfaces) {
   return std::any_of(interfaces.begin(), interfaces.end(),
-                     [&](const auto& each) { return each.reaches(camera.ipAddr); });
+                     [&](const auto& each) { return each.reaches(camera.address); });
+}
+
+std::string dash_or(std::string text) {
+  return text.empty() ? "-" : text;
+}
+
+std::string mac_text(std::uint64_t mac) {
+  std::string text;
+  for (int byte = 5; byte >= 0; --byte) {
+    text += fmt::format("{:02x}{}", mac >> (8 * byte) & 255, byte > 0 ? ":" : "");
+  }
+  return text;
+}
+
+std::string controller_text(std::uint32_t controller) {
+  constexpr std::uint32_t kUnnamed = 0xFFFFFFFF;
+  return controller == 0 ? "-" : controller == kUnnamed ? "somebody" : address_text(controller);
 }
 
 std::vector<std::string> why_none(const std::vector<network_interface>& interfaces) {
@@ -73,19 +93,28 @@ std::vector<network_interface> surroundings(bool isSimulated) {
   return isSimulated ? std::vector<network_interface>{} : network_interfaces();
 }
 
-std::string camera_table(const std::vector<GEV_DEVICE_INTERFACE>& cameras) {
-  const char* row = "{:<20} {:<24} {:<16} {}\n";
-  std::string text = fmt::format(fmt::runtime(row), "SERIAL", "MODEL", "ADDRESS", "VERSION");
-  for (const GEV_DEVICE_INTERFACE& camera : cameras) {
-    text += fmt::format(fmt::runtime(row), camera.serial, camera.model, address_text(camera.ipAddr),
-                        camera.version);
+std::string camera_table(const std::vector<found_camera>& cameras) {
+  const char* row = "{:<20} {:<24} {:<16} {:<18} {:<16} {:<16} {}\n";
+  std::string text =
+      fmt::format(fmt::runtime(row), "SERIAL", "MODEL", "ADDRESS", "MAC", "NAME", "CONTROLLED BY", "VERSION");
+  for (const found_camera& camera : cameras) {
+    text +=
+        fmt::format(fmt::runtime(row), printable(camera.serial), printable(camera.model),
+                    address_text(camera.address), mac_text(camera.mac), dash_or(printable(camera.userName)),
+                    controller_text(camera.controller), printable(camera.version));
   }
   return text;
 }
 
-std::vector<std::string> why_missing(const std::string& serial,
-                                     const std::vector<GEV_DEVICE_INTERFACE>& found,
-                                     const std::vector<network_interface>& interfaces) {
+camera_search search_cameras(const camera_library& library, bool isSimulated) {
+  const bool canPrefer = camera_extension(library).is_there();
+  return {.found = find_cameras(library),
+          .interfaces = surroundings(isSimulated),
+          .reach = canPrefer ? std::numeric_limits<std::size_t>::max() : kCamerasOfDriver};
+}
+
+std::vector<std::string> why_missing(const std::string& serial, const camera_search& search) {
+  const auto& [found, interfaces, reachMax] = search;
   if (found.empty()) {
     return why_none(interfaces);
   }
@@ -97,22 +126,26 @@ std::vector<std::string> why_missing(const std::string& serial,
   if (camera == found.end()) {
     std::vector<std::string> serials;
     std::transform(found.begin(), found.end(), std::back_inserter(serials),
-                   [](const auto& each) { return each.serial; });
+                   [](const auto& each) { return printable(each.serial); });
     const std::string meant = nearest(serial, serials);
     return {fmt::format("camera '{}' did not answer; others did: {}", serial, fmt::join(serials, ", ")),
             meant.empty()
                 ? "  - it has no power or no link, or the serial number is of another camera"
                 : fmt::format("  - did you mean '{}'? Serial numbers are compared byte for byte", meant)};
   }
-  if (static_cast<std::size_t>(camera - found.begin()) >= kCamerasOfDriver) {
+  if (static_cast<std::size_t>(camera - found.begin()) >= reachMax) {
     return {fmt::format("camera '{}' answers, but as number {}; the driver looks at the first {} only",
-                        serial, camera - found.begin() + 1, kCamerasOfDriver),
+                        serial, camera - found.begin() + 1, reachMax),
             "  - take cameras that are not used off this network"};
+  }
+  if (!camera->unreachable.empty()) {
+    return {fmt::format("camera '{}' answers from {}, but can't be opened: {}", serial,
+                        address_text(camera->address), camera->unreachable)};
   }
   if (!interfaces.empty() && !is_reachable(*camera, interfaces)) {
     std::vector<std::string> lines = {fmt::format(
         "camera '{}' answers from {}, which is in the subnet of none of this machine's interfaces:", serial,
-        address_text(camera->ipAddr))};
+        address_text(camera->address))};
     std::transform(interfaces.begin(), interfaces.end(), std::back_inserter(lines), interface_text);
     lines.emplace_back("  - give the camera or an interface an address of the same subnet");
     return lines;
@@ -124,19 +157,18 @@ int list_cameras(const camera_library& library, const std::vector<std::string>& 
   if (const GEV_STATUS status = library.initialize(); status != GEVLIB_OK) {
     throw library_error(fmt::format("the camera library does not start: GevApiInitialize gave {}", status));
   }
-  const std::vector<GEV_DEVICE_INTERFACE> cameras = library.list();
+  const camera_search search = search_cameras(library, isSimulated);
   library.uninitialize();
 
-  const std::vector<network_interface> interfaces = surroundings(isSimulated);
   std::vector<std::string> reasons;
-  if (cameras.empty()) {
-    reasons = why_missing("", cameras, interfaces);
+  if (search.found.empty()) {
+    reasons = why_none(search.interfaces);
   } else {
-    fmt::print("{}", camera_table(cameras));
-  }
-  for (const std::string& serial : cameras.empty() ? std::vector<std::string>{} : wanted) {
-    const auto own = why_missing(serial, cameras, interfaces);
-    reasons.insert(reasons.end(), own.begin(), own.end());
+    fmt::print("{}", camera_table(search.found));
+    for (const std::string& serial : wanted) {
+      const auto own = why_missing(serial, search);
+      reasons.insert(reasons.end(), own.begin(), own.end());
+    }
   }
   for (const std::string& line : reasons) {
     fmt::print("{}\n", line);

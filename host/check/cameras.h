@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/acquire/extension.h"
 #include "host/acquire/library.h"
 
 namespace host {
@@ -26,13 +27,21 @@ std::vector<network_interface> network_interfaces();
 std::vector<network_interface> surroundings(bool isSimulated);
 
 /// The cameras as a table with a head line.
-std::string camera_table(const std::vector<GEV_DEVICE_INTERFACE>& cameras);
+std::string camera_table(const std::vector<found_camera>& cameras);
+
+/// What a search for cameras brought, and what is needed to judge it.
+struct camera_search {
+  std::vector<found_camera> found;
+  std::vector<network_interface> interfaces;  ///< none: subnets are not looked at
+  std::size_t reach;                          ///< so many of those found the bundle looks at
+};
+
+/// library_error.
+camera_search search_cameras(const camera_library& library, bool isSimulated);
 
 /// What was looked at and the likely reasons, a line each, why the camera `serial` (empty: any camera) can't
-/// be used; empty when nothing stands against it. Without interfaces, subnets are not looked at.
-std::vector<std::string> why_missing(const std::string& serial,
-                                     const std::vector<GEV_DEVICE_INTERFACE>& found,
-                                     const std::vector<network_interface>& interfaces);
+/// be used; empty when nothing stands against it.
+std::vector<std::string> why_missing(const std::string& serial, const camera_search& search);
 
 /// Lists the cameras of the library on standard output, and the reasons for each of `wanted` that is not
 /// there. 0 when there are cameras and all wanted ones are among them, else 1. library_error.

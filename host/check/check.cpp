@@ -18,6 +18,7 @@
 #include "host/acquire/sweeps.h"
 #include "host/check/cameras.h"
 #include "host/check/probe.h"
+#include "host/config/text.h"
 
 namespace host {
 namespace {
@@ -184,13 +185,14 @@ check_table camera_check::run(const camera_library& library, const bundle_sessio
 }
 
 bool camera_check::find(const camera_library& library) {
-  const auto found = library.list();
-  const auto reasons = why_missing(camera_.serial, found, surroundings(libraries_.is_simulated()));
+  const camera_search search = search_cameras(library, libraries_.is_simulated());
+  const auto& found = search.found;
+  const auto reasons = why_missing(camera_.serial, search);
   const auto own = std::find_if(found.begin(), found.end(),
                                 [&](const auto& each) { return camera_.serial == each.serial; });
   const bool isThere = own != found.end();
   const std::string figure =
-      isThere ? fmt::format("{} {} at {}", own->model, own->version, address_text(own->ipAddr))
+      isThere ? fmt::format("{} {} at {}", own->model, own->version, address_text(own->address))
               : reasons.front();
   return table_.add("camera found", isThere && reasons.empty(), figure,
                     fmt::format("{}", fmt::join(reasons, "\n" + std::string(34, ' '))));
@@ -378,8 +380,9 @@ int check_cameras(const library_choice& chosen, const config& configuration) try
   } catch (const library_error& error) {
     startFailure = error.what();
   }
+  camera_extension(library).prefer(configuration.serials());
   for (const camera_config& camera : configuration.cameras) {
-    fmt::print("{}\n", camera.serial);
+    fmt::print("{}\n", printable(camera.serial));
     check_table table;
     if (bundle) {
       table = camera_check(chosen, camera, configuration.sweeps_of(camera.serial)).run(library, *bundle);

@@ -148,6 +148,7 @@ void probe::onNoFrame() {
   const std::lock_guard lock(mutex_);
   if (isEndWanted_ && !isSignalGiven_) {
     isSignalGiven_ = true;
+    expect_failures(true);
     throw silent_end();
   }
 }

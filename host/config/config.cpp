@@ -302,6 +302,13 @@ void set_present(Zavik::Support::rw_table_like& table, property row, const std::
 
 }  // namespace
 
+std::vector<std::string> config::serials() const {
+  std::vector<std::string> all;
+  std::transform(cameras.begin(), cameras.end(), std::back_inserter(all),
+                 [](const camera_config& camera) { return camera.serial; });
+  return all;
+}
+
 std::vector<sweep_config> config::sweeps_of(const std::string& serial) const {
   std::vector<sweep_config> own;
   std::copy_if(sweeps.begin(), sweeps.end(), std::back_inserter(own),

@@ -58,6 +58,7 @@ struct config {
   std::vector<camera_config> cameras;
   std::vector<sweep_config> sweeps;
 
+  std::vector<std::string> serials() const;
   /// The sweeps for one camera, in the order of the file.
   std::vector<sweep_config> sweeps_of(const std::string& serial) const;
 };

@@ -12,11 +12,14 @@
 #include <utility>
 
 #include "host/acquire/thread_log.h"
+#include "host/config/text.h"
 
 namespace host {
 namespace {
 
 constexpr std::size_t kLinesMax = 10'000;
+constexpr int kWarning = 2;
+constexpr int kDetail = 4;
 constexpr std::array kLevelNames = {"error", "warning", "state", "done", "exec"};
 
 std::string utc_stamp() {
@@ -69,14 +72,17 @@ console::~console() {
 
 void console::receive(void* context, const log_line* line) {
   auto& self = *static_cast<console*>(context);
-  if (line->level <= 2) {
+  log_line shown = *line;
+  if (line->level <= kWarning && are_failures_expected()) {
+    shown.level = kDetail;
+  } else if (line->level <= kWarning) {
     remember_failure(fmt::format("{}: {}", line->function, line->text));
   }
-  if (line->level > self.level_) {
+  if (shown.level > self.level_) {
     return;
   }
-  std::string text = format_line(*line);
-  if (line->level <= 1 && self.isColoured_) {
+  std::string text = printable(format_line(shown));
+  if (shown.level <= 1 && self.isColoured_) {
     text = "\x1b[31m" + text + "\x1b[0m";
   }
   self.print(std::move(text));

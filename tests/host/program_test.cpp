@@ -107,7 +107,15 @@ TEST_F(mediagrabber, ends_within_a_second_of_a_signal) {
       std::this_thread::sleep_for(300ms);
       EXPECT_LT(run.end(number), 1.3) << camera;  // the bundle's wait, and the start and end of processes
       EXPECT_EQ(count(run.error(), "silent waits"), 1U) << "no summary: " << run.error();
+      EXPECT_FALSE(has(run.error(), " error ") && !has(camera, "Open")) << run.error();
     }
+  }
+  // A camera that hangs in a call is cancelled.
+  for (const char* point : {"GevOpenCamera", "GevStartTransfer", "read_Gain", "write_ExposureTime"}) {
+    auto run = start({"run", path}, fmt::format("sensor=320x240 fault={}:_slow_60000000", point));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_LT(run.end(SIGTERM), 1.3) << point << run.error();
+    EXPECT_TRUE(has(run.error(), "does not end by itself and is cancelled")) << run.error();
   }
   auto run = start({"run", path, "-t", "0.5"});
   const auto began = clock_type::now();
@@ -235,12 +243,22 @@ TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
 TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
   auto all = start({"cameras"}, kTwo);
   EXPECT_EQ(all.wait(), 0);
-  EXPECT_TRUE(has(all.out(), "\nA  ") && has(all.out(), "\nB  ") && has(all.out(), "169.254.77."))
+  EXPECT_TRUE(has(all.out(), "\nA  ") && has(all.out(), "\nB  ") && has(all.out(), "169.254.77.") &&
+              has(all.out(), "02:00:"))
       << all.out();
   auto missing = start({"cameras", configure(camera_text("CAM-17"))}, "serial=cam-17");
   EXPECT_EQ(missing.wait(), 1);
   EXPECT_TRUE(has(missing.out(), "camera 'CAM-17' did not answer; others did: cam-17")) << missing.out();
   EXPECT_TRUE(has(missing.out(), "did you mean 'cam-17'?")) << missing.out();
+  auto hostile = start({"cameras"}, "user=a\x1b[2Jb");
+  EXPECT_EQ(hostile.wait(), 0);
+  EXPECT_FALSE(has(hostile.out(), "\x1b")) << hostile.out();
+  std::string many;
+  for (int at = 0; at < 20; ++at) {
+    many += fmt::format("serial=S{};", at);
+  }
+  auto twentieth = start({"run", configure(camera_text("S19")), "-n", "2"}, many);
+  EXPECT_EQ(twentieth.wait(), 0) << "a camera beyond the eighth is put first: " << twentieth.error();
   program broken(directory, {"cameras", "-F", BROKEN_CAMERA_LIBRARY}, "");
   EXPECT_EQ(broken.wait(), 1);
   EXPECT_TRUE(has(broken.error(), "GevApiInitialize gave -1")) << broken.error();

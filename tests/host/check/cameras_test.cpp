@@ -2,8 +2,6 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "host/check/cameras.h"
 #include "tests/program.h"
 
@@ -11,10 +9,10 @@ namespace {
 
 using tests::has;
 
-GEV_DEVICE_INTERFACE camera_at(const char* serial, std::uint32_t address) {
-  GEV_DEVICE_INTERFACE camera{};
-  std::snprintf(camera.serial, sizeof camera.serial, "%s", serial);
-  camera.ipAddr = address;
+host::found_camera camera_at(const char* serial, std::uint32_t address) {
+  host::found_camera camera;
+  camera.serial = serial;
+  camera.address = address;
   return camera;
 }
 
@@ -22,19 +20,22 @@ TEST(cameras, tell_why_one_is_missing) {
   const std::vector<host::network_interface> net = {{"lo", 0x7F000001, 0xFF000000, true, true},
                                                     {"eth0", 0xC0A80001, 0xFFFFFF00, true, false}};
   const std::vector<host::network_interface> loopback = {net[0]};
-  const std::vector<GEV_DEVICE_INTERFACE> one = {camera_at("S123", 0xC0A80002)};
-  const std::vector<GEV_DEVICE_INTERFACE> nine(9, camera_at("T1", 0xC0A80003));
+  const std::vector<host::found_camera> one = {camera_at("S123", 0xC0A80002)};
+  const std::vector<host::found_camera> nine(9, camera_at("T1", 0xC0A80003));
   auto ninth = nine;
   ninth[8] = one[0];
+  auto controlled = one;
+  controlled[0].unreachable = "192.168.0.9 controls it";
   struct {
     std::string serial;
-    std::vector<GEV_DEVICE_INTERFACE> found;
+    std::vector<host::found_camera> found;
     std::vector<host::network_interface> interfaces;
     std::string reason;  // part of it; empty: none
   } const cases[] = {
       {"S123", one, net, ""},
       {"", one, net, ""},
       {"s123 ", one, net, "did you mean 'S123'"},
+      {"S123", controlled, net, "can't be opened: 192.168.0.9 controls it"},
       {"XYZXYZ", one, net, "others did: S123"},
       {"S123", one, loopback, "192.168.0.2, which is in the subnet of none"},
       {"S123", {}, net, "interface eth0: 192.168.0.1, mask 255.255.255.0, up"},
@@ -43,7 +44,7 @@ TEST(cameras, tell_why_one_is_missing) {
   };
   for (const auto& each : cases) {
     const std::string reasons =
-        fmt::format("{}", fmt::join(host::why_missing(each.serial, each.found, each.interfaces), "\n"));
+        fmt::format("{}", fmt::join(host::why_missing(each.serial, {each.found, each.interfaces, 8}), "\n"));
     EXPECT_EQ(reasons.empty(), each.reason.empty()) << reasons;
     EXPECT_TRUE(has(reasons, each.reason)) << reasons;
   }
