@@ -12,6 +12,7 @@
 
 #include "core/log.h"
 #include "host/acquire/signals.h"
+#include "host/check/diagnosis.h"
 #include "host/outputs/image_files.h"
 #include "host/outputs/video.h"
 #include "host/report/metrics.h"
@@ -86,8 +87,10 @@ session::session(const options& chosen, config configuration, const camera_libra
     : options_(chosen),
       config_(std::move(configuration)),
       extension_(library),
-      library_(library),
-      bundle_(bundle),
+      services_{library, extension_, bundle,
+                [&library, isSimulated = chosen.libraries.is_simulated()](const camera_config& camera) {
+                  return diagnose(library, camera, isSimulated);
+                }},
       console_(screen) {
   for (const camera_config& camera : config_.cameras) {
     slot_for(camera);
@@ -134,8 +137,8 @@ void session::start_cameras() {
   const run_limits limits{
       .frames = options_.frames, .restart = options_.restart, .failuresMax = options_.maxFailures};
   for (const camera_config& camera : config_.cameras) {
-    runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), library_,
-                                                       bundle_, slot_for(camera), limits));
+    runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), services_,
+                                                       slot_for(camera), limits));
   }
 }
 
@@ -201,13 +204,14 @@ bool session::is_over() {
   if (options_.seconds && std::chrono::duration<double>(clock::now() - start_).count() >= *options_.seconds) {
     return true;
   }
-  bool areDone = true;
-  for (const auto& runner : runners_) {
-    const run_outcome outcome = runner->outcome();
-    hasFailed_ = hasFailed_ || outcome == run_outcome::failed;
-    areDone = areDone && outcome == run_outcome::done;
-  }
-  return areDone || hasFailed_;
+  const auto has = [this](run_outcome outcome) {
+    return std::any_of(runners_.begin(), runners_.end(),
+                       [=](const auto& runner) { return runner->outcome() == outcome; });
+  };
+  hasFailed_ = hasFailed_ || has(run_outcome::failed);
+  hasGivenUp_ = has(run_outcome::givenUp);
+  // A service waits for another configuration.
+  return hasFailed_ || (!has(run_outcome::running) && !(hasGivenUp_ && service_notifier::is_service()));
 }
 
 int session::run() {
@@ -229,7 +233,7 @@ int session::run() {
   end_cameras(kPENDING_SIGNAL__SIGTERM);
   finish_outputs(isInterrupted);
   print_summary();
-  return hasFailed_ ? 1 : 0;
+  return hasFailed_ || hasGivenUp_ ? 1 : 0;
 }
 
 void session::look_after() {
@@ -253,14 +257,18 @@ void session::show_status() {
   std::vector<std::string> lines;
   double framesPerSecond = 0;
   std::uint64_t missed = 0;
+  std::string givenUp;
   for (const camera_figures& each : figures()) {
     const rate_meter::rates rates = meters_[each.serial].update(each);
     framesPerSecond += rates.framesPerSecond;
     missed += each.totals.missed;
+    if (!each.totals.givenUp.empty()) {
+      givenUp += fmt::format("; {} given up: {}", each.serial, each.totals.givenUp);
+    }
     lines.push_back(status_line(each, rates));
   }
-  service_notifier::status(
-      fmt::format("{} cameras, {:.1f} frames/s, {} missed", lines.size(), framesPerSecond, missed));
+  service_notifier::status(fmt::format("{} cameras, {:.1f} frames/s, {} missed{}", lines.size(),
+                                       framesPerSecond, missed, givenUp));
   if (options_.isQuiet) {
     return;
   }
@@ -334,8 +342,8 @@ void session::print_summary() {
     return;
   }
   for (const auto& each : cameras_) {
-    console_.print(
-        summary(figures_of(each->slot, each->files.get(), each->video.get()), each->slot.monitor.sweeps()));
+    console_.print(summary(figures_of(each->slot, each->files.get(), each->video.get()),
+                           each->slot.settings.outcomes()));
   }
 }
 

@@ -72,8 +72,7 @@ class session {
   const options options_;
   config config_;
   const camera_extension extension_;
-  const camera_library& library_;
-  const bundle_session& bundle_;
+  const run_services services_;
   console& console_;
   service_notifier service_;
 
@@ -88,7 +87,8 @@ class session {
   std::map<std::string, std::uint64_t> activity_;
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> stats_{nullptr, std::fclose};
   bool isStatsBroken_ = false;
-  bool hasFailed_ = false;
+  bool hasFailed_ = false;   // the program ends, with 1
+  bool hasGivenUp_ = false;  // the program ends with 1 once the other cameras are done
   std::unique_ptr<metrics_server> metrics_;
 };
 

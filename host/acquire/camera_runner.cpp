@@ -35,11 +35,9 @@ std::chrono::milliseconds pause_after(std::uint64_t failuresInRow) {
 }  // namespace
 
 camera_runner::camera_runner(const camera_config& camera, const std::vector<sweep_config>& sweeps,
-                             const camera_library& library, const bundle_session& bundle, camera_slot& slot,
-                             const run_limits& limits)
+                             const run_services& services, camera_slot& slot, const run_limits& limits)
     : camera_(camera),
-      library_(library),
-      bundle_(bundle),
+      services_(services),
       slot_(slot),
       limits_(limits),
       schedule_(camera, sweeps),
@@ -87,6 +85,15 @@ void camera_runner::work() {
       continue;
     }
     slot_.monitor.failed();
+    if (drop_refused_sweep()) {
+      continue;
+    }
+    if (refusal_.isLasting) {
+      slot_.monitor.given_up(refusal_.lines.front());
+      LOG(1, "the camera is given up: what stands against it can't change by itself");
+      outcome_ = run_outcome::givenUp;
+      return;
+    }
     if (!pause_after_failure()) {
       outcome_ = run_outcome::failed;
       return;
@@ -95,19 +102,40 @@ void camera_runner::work() {
   outcome_ = run_outcome::done;
 }
 
-// True when it ended as it was asked to; false when the device could not be created or its run failed.
-bool camera_runner::run_device() {
-  if (const std::string prepared = prepare_camera(library_, slot_.serial); !prepared.empty()) {
+// Null when the bundle refuses the camera, or when the end is wanted.
+camera_runner::device_like* camera_runner::create_device() {
+  if (const std::string prepared = prepare_camera(services_.library, slot_.serial); !prepared.empty()) {
     LOG(3, "%s", prepared.c_str());
   }
   if (is_end_wanted()) {
-    return true;
+    return nullptr;
   }
   const table_holder table = make_table(camera_);
-  device_like* const created = bundle_.create(this, table.get());
-  if (created == nullptr) {
-    return false;
+  device_like* const created = services_.bundle.create(this, table.get());
+  if (created == nullptr && !is_end_wanted()) {
+    explain_failure();
   }
+  return created;
+}
+
+// Says what stands against the camera, once for each answer.
+void camera_runner::explain_failure() {
+  refusal_reasons found = services_.diagnose(camera_);
+  if (found.lines != refusal_.lines) {
+    for (const std::string& line : found.lines) {
+      LOG(1, "%s", line.c_str());
+    }
+  }
+  refusal_ = std::move(found);
+}
+
+// True when it ended as it was asked to; false when the device could not be created or its run failed.
+bool camera_runner::run_device() {
+  device_like* const created = create_device();
+  if (created == nullptr) {
+    return is_end_wanted();
+  }
+  refusal_ = {};
   {
     const std::lock_guard lock(deviceMutex_);
     device_ = created;
@@ -116,11 +144,14 @@ bool camera_runner::run_device() {
   LOG(3, "acquisition starts");
   framesOfRun_ = 0;
   lastFrameUs_ = steady_us();
-  exposureUs_ = camera_.initial.exposureUs.value_or(0);
   isSignalGiven_ = false;
-  slot_.monitor.run_started(schedule_.names(), 1e6 / camera_.frameRateHz);
+  slot_.monitor.run_started(1e6 / camera_.frameRateHz);
+  slot_.settings.run_started(
+      schedule_.names(), camera_.initial,
+      limits_of(services_.extension.features(slot_.serial).value_or(std::vector<feature_record>())));
   created->run(this);
   expect_failures(false);
+  log_details(false);
   slot_.monitor.run_ended();
   return isSignalGiven_;
 }
@@ -133,7 +164,7 @@ void camera_runner::close_device() {
 // Reports the failure and waits before the next attempt. False when there is to be none.
 bool camera_runner::pause_after_failure() {
   const std::uint64_t inRow = slot_.monitor.totals().failuresInRow;
-  const std::string reasons = take_failures();
+  const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
   LOG(1, "the device failed (%lu in a row): %s", inRow, reasons.c_str());
   if (!limits_.restart) {
     return false;
@@ -162,14 +193,45 @@ std::int32_t camera_runner::getPendingSignal() {
 }
 
 bool camera_runner::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep) {
-  const auto step = schedule_.due(steady_us(), framesOfRun_);
-  if (!step) {
+  queue_due_sweep();
+  const auto settings = slot_.settings.take(slot_.handedOver.load() + 1);
+  if (!settings) {
     return false;
   }
-  LOG(3, "%s", schedule_.names()[step->index].c_str());
-  write_settings(step->settings, *sweep);
-  exposureUs_ = step->settings.exposureUs.value_or(exposureUs_);
-  slot_.monitor.sweep_applied(*step);
+  take_failures();    // so that those that follow are of these settings
+  log_details(true);  // until the next frame: settings may change several times a second
+  write_settings(*settings, *sweep);
+  return true;
+}
+
+void camera_runner::queue_due_sweep() {
+  const auto step = schedule_.due(steady_us(), framesOfRun_);
+  if (!step) {
+    return;
+  }
+  const std::string& name = schedule_.names()[step->index];
+  const auto reasons = slot_.settings.add(name, step->settings);
+  if (reasons.empty()) {
+    LOG(4, "%s", name.c_str());
+    return;
+  }
+  LOG(2, "%s is refused, and not tried again: %s", name.c_str(), reasons.front().c_str());
+  schedule_.drop(step->index);
+}
+
+// Whether the camera refused settings and so ended the run. A sweep that did so does not come again.
+bool camera_runner::drop_refused_sweep() {
+  const auto asker = slot_.settings.run_failed("the camera does not take it, although its limits allow it");
+  if (!asker) {
+    return false;
+  }
+  const auto& names = schedule_.names();
+  const auto sweep = std::find(names.begin(), names.end(), *asker);
+  if (sweep != names.end()) {
+    schedule_.drop(static_cast<std::size_t>(sweep - names.begin()));
+  }
+  LOG(1, "%s was refused by the camera, which ended the device (%s). It is created again without it",
+      asker->c_str(), take_failures().c_str());
   return true;
 }
 
@@ -179,12 +241,14 @@ void camera_runner::onFrameTick(float sensorTempC) {
   if (++framesOfRun_ == 1) {
     schedule_.start(nowUs);
   }
-  slot_.monitor.arrived(nowUs, sensorTempC);
+  log_details(false);
+  slot_.settings.arrived(slot_.monitor.arrived(nowUs, sensorTempC));
 }
 
 void camera_runner::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
   const std::uint64_t number = slot_.handedOver.fetch_add(1) + 1;
   slot_.monitor.handed_over(*info);
+  slot_.settings.handed_over(*info, number);
   for (frame_taker* taker : slot_.takers) {
     taker->offer(*info, number, {data, byteCount});
   }
@@ -195,12 +259,14 @@ void camera_runner::onNoFrame() {
     return;  // the run ends anyway
   }
   slot_.monitor.silent();
+  slot_.settings.survived();
   if (is_end_wanted()) {
     isSignalGiven_ = true;
     expect_failures(true);
     throw silent_end();
   }
-  if (steady_us() - lastFrameUs_ >= silence_limit_us(camera_.frameRateHz, exposureUs_)) {
+  if (steady_us() - lastFrameUs_ >=
+      silence_limit_us(camera_.frameRateHz, static_cast<double>(slot_.settings.exposure_us()))) {
     throw camera_silent();
   }
 }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,9 +15,11 @@
 #include <thread>
 #include <vector>
 
+#include "host/acquire/extension.h"
 #include "host/acquire/frame_taker.h"
 #include "host/acquire/library.h"
 #include "host/acquire/monitor.h"
+#include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
 #include "host/config/config.h"
 
@@ -26,6 +29,7 @@ namespace host {
 struct camera_slot {
   std::string serial;
   camera_monitor monitor;
+  settings_queue settings;
   std::vector<frame_taker*> takers;  ///< not owned
   std::atomic<std::uint64_t> handedOver{0};
 
@@ -40,8 +44,23 @@ struct run_limits {
 
 enum class run_outcome : std::uint8_t {
   running,
-  done,    ///< ended as it was asked to
-  failed,  ///< a device failed, and is not to be created again
+  done,     ///< ended as it was asked to
+  failed,   ///< a device failed, and is not to be created again
+  givenUp,  ///< what stands against the camera can't change by itself
+};
+
+/// What stands against a camera for which no device could be created.
+struct refusal_reasons {
+  std::vector<std::string> lines;  ///< for people; empty: nothing was found
+  bool isLasting = false;          ///< whether only another configuration, or another camera, can change it
+};
+
+/// What all runners use; must outlive them.
+struct run_services {
+  const camera_library& library;
+  const camera_extension& extension;
+  const bundle_session& bundle;
+  std::function<refusal_reasons(const camera_config&)> diagnose;  ///< on a runner's thread, without a device
 };
 
 /// Runs from construction until it is done, failed or asked to end.
@@ -50,8 +69,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
  public:
   /// All references must outlive the runner.
   camera_runner(const camera_config& camera, const std::vector<sweep_config>& sweeps,
-                const camera_library& library, const bundle_session& bundle, camera_slot& slot,
-                const run_limits& limits);
+                const run_services& services, camera_slot& slot, const run_limits& limits);
   /// Ends the run and waits for it, at most for one wait of the bundle, a second.
   ~camera_runner();
   camera_runner(const camera_runner&) = delete;
@@ -78,8 +96,12 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
 
   // On the runner's thread.
   void work();
+  device_like* create_device();
   bool run_device();
   void close_device();
+  void explain_failure();
+  void queue_due_sweep();
+  bool drop_refused_sweep();
   bool pause_after_failure();
   bool is_end_wanted() const;
 
@@ -92,15 +114,14 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void onNoFrame() override;
 
   const camera_config camera_;
-  const camera_library& library_;
-  const bundle_session& bundle_;
+  const run_services& services_;
   camera_slot& slot_;
   const run_limits limits_;
   sweep_schedule schedule_;
   std::uint64_t framesOfRun_ = 0;
   std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
-  float exposureUs_ = 0;           // as told to the camera last
   bool isSignalGiven_ = false;
+  refusal_reasons refusal_;  // of the creation that failed last; none after one that did not
 
   std::mutex deviceMutex_;  // guards the device against being destroyed while its statistics are read
   device_like* device_ = nullptr;

@@ -49,8 +49,7 @@ light_settings merged(light_settings before, const light_settings& change) {
   return before;
 }
 
-sweep_schedule::sweep_schedule(const camera_config& camera, const std::vector<sweep_config>& sweeps)
-    : initial_(camera.initial) {
+sweep_schedule::sweep_schedule(const camera_config& camera, const std::vector<sweep_config>& sweeps) {
   if (wants_gamma(camera.initial)) {
     sweep_config gamma;
     gamma.afterFrames = 1;
@@ -62,12 +61,12 @@ sweep_schedule::sweep_schedule(const camera_config& camera, const std::vector<sw
     entries_.push_back(sweep);
     names_.push_back(fmt::format("sweep {}: {}", &sweep - sweeps.data() + 1, settings_text(sweep.settings)));
   }
+  isDropped_.resize(entries_.size());
 }
 
 void sweep_schedule::start(std::uint64_t nowUs) {
-  inForce_ = initial_;
-  next_ = 0;
   looping_ = false;
+  next_ = from(0);
   lastUs_ = nowUs;
   lastFrame_ = 0;
 }
@@ -76,12 +75,7 @@ std::optional<sweep_step> sweep_schedule::due(std::uint64_t nowUs, std::uint64_t
   if (next_ == entries_.size() || !is_due(entries_[next_], nowUs, frames)) {
     return std::nullopt;
   }
-  // Gain and gamma stay by themselves when they are left out, exposure and IR level have to be told again.
-  const light_settings& change = entries_[next_].settings;
-  inForce_ = merged(inForce_, change);
-  sweep_step step{next_, change};
-  step.settings.exposureUs = inForce_.exposureUs;
-  step.settings.irLevel = inForce_.irLevel;
+  const sweep_step step{next_, entries_[next_].settings};
   lastUs_ = nowUs;
   lastFrame_ = frames;
   advance();
@@ -105,9 +99,11 @@ void sweep_schedule::advance() {
 }
 
 std::size_t sweep_schedule::from(std::size_t index) const {
-  const auto found = std::find_if(entries_.begin() + static_cast<std::ptrdiff_t>(index), entries_.end(),
-                                  [this](const sweep_config& sweep) { return sweep.loop || !looping_; });
-  return static_cast<std::size_t>(found - entries_.begin());
+  const auto comes = [this](std::size_t at) { return (entries_[at].loop || !looping_) && !isDropped_[at]; };
+  while (index < entries_.size() && !comes(index)) {
+    ++index;
+  }
+  return index;
 }
 
 }  // namespace host

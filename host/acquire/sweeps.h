@@ -11,7 +11,7 @@
 
 namespace host {
 
-/// One change of settings that is due. Exposure and IR level, which the bundle requires, are always there.
+/// One change of settings that is due.
 struct sweep_step {
   std::size_t index;  ///< of its entry in `sweep_schedule::names`
   light_settings settings;
@@ -29,6 +29,8 @@ class sweep_schedule {
   /// The step that is due when frame number `frames` of the run (the first is 1) has been handled; to be
   /// applied now.
   std::optional<sweep_step> due(std::uint64_t nowUs, std::uint64_t frames);
+  /// Never again, in this run and all that come: the camera does not take it.
+  void drop(std::size_t index) { isDropped_[index] = true; }
 
   /// What each entry changes, for people: "sweep 1: exposure 2500 us, gain 6 dB".
   const std::vector<std::string>& names() const { return names_; }
@@ -40,9 +42,8 @@ class sweep_schedule {
 
   std::vector<sweep_config> entries_;
   std::vector<std::string> names_;
-  light_settings initial_;
+  std::vector<bool> isDropped_;
 
-  light_settings inForce_;
   std::size_t next_ = 0;  // entries_.size() when there is nothing more to come
   bool looping_ = false;
   std::uint64_t lastUs_ = 0;

@@ -9,9 +9,13 @@ namespace host {
 namespace {
 
 constexpr std::size_t kFailuresMax = 6;
+constexpr int kWarning = 2;
+constexpr int kState = 3;
+constexpr int kDetail = 4;
 
 thread_local std::string currentCamera;
 thread_local bool failuresExpected = false;
+thread_local bool statesAreDetails = false;
 thread_local std::deque<std::string> recentFailures;
 
 }  // namespace
@@ -24,6 +28,7 @@ camera_log_scope::camera_log_scope(const std::string& serial) {
 camera_log_scope::~camera_log_scope() {
   currentCamera.clear();
   failuresExpected = false;
+  statesAreDetails = false;
 }
 
 const std::string& logged_camera() {
@@ -34,8 +39,13 @@ void expect_failures(bool isExpected) {
   failuresExpected = isExpected;
 }
 
-bool are_failures_expected() {
-  return failuresExpected;
+void log_details(bool areDetails) {
+  statesAreDetails = areDetails;
+}
+
+int shown_level(int level) {
+  const bool isDetail = level <= kWarning ? failuresExpected : level == kState && statesAreDetails;
+  return isDetail ? kDetail : level;
 }
 
 void remember_failure(std::string text) {

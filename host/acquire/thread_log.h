@@ -22,7 +22,12 @@ const std::string& logged_camera();
 /// From now on what this thread logs as failures is how something ends that is meant to end: the console
 /// shows it among the details. Until the scope ends, or `isExpected` is false.
 void expect_failures(bool isExpected);
-bool are_failures_expected();
+
+/// From now on what this thread logs as a state is a detail, as it changes so often.
+void log_details(bool areDetails);
+
+/// The level at which the console shows a line that this thread logs at `level`.
+int shown_level(int level);
 
 /// Told by the console of every line of level 1 and 2 that this thread logs.
 void remember_failure(std::string text);

@@ -15,8 +15,10 @@
 #include "host/acquire/intervals.h"
 #include "host/acquire/library.h"
 #include "host/acquire/monitor.h"
+#include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
 #include "host/check/cameras.h"
+#include "host/check/diagnosis.h"
 #include "host/check/probe.h"
 #include "host/config/text.h"
 
@@ -32,6 +34,8 @@ constexpr std::size_t kFramesOfMean = 5;
 constexpr double kIntervalTolerance = 0.02;
 constexpr double kGreyNoise = 1.5;  // a picture that differs by less has not changed
 constexpr auto kEndLongest = 1000ms;
+constexpr const char* kNextAdvice =
+    "\n                                 -> ";  // below the first line of advice
 
 // Over pairs of frames that are half of them apart, so that one that was late weighs little, even the first.
 double mean_interval_us(const std::vector<seen_frame>& frames) {
@@ -146,6 +150,7 @@ class camera_check {
 
  private:
   bool find(const camera_library& library);
+  void explain_refusal(const camera_library& library, const std::string& failures);
   void test_device(probe& camera);
   bool measure(probe& camera);
   interval_tracker intervals_of(const std::vector<seen_frame>& frames) const;
@@ -173,11 +178,12 @@ check_table camera_check::run(const camera_library& library, const bundle_sessio
   table_.add("library starts", true, "", "");
   if (find(library)) {
     probe camera(library, bundle, camera_);
-    if (table_.add("device created", camera.is_created(),
-                   camera.is_created() ? camera.preparation() : camera.failures(),
-                   "the line names the setting or the feature that the camera refused")) {
+    if (camera.is_created()) {
+      table_.add("device created", true, camera.preparation(), "");
       camera.start();
       test_device(camera);
+    } else {
+      explain_refusal(library, camera.failures());
     }
   }
   table_.skip_rest("a check before it failed");
@@ -195,7 +201,18 @@ bool camera_check::find(const camera_library& library) {
       isThere ? fmt::format("{} {} at {}", own->model, own->version, address_text(own->address))
               : reasons.front();
   return table_.add("camera found", isThere && reasons.empty(), figure,
-                    fmt::format("{}", fmt::join(reasons, "\n" + std::string(34, ' '))));
+                    fmt::format("{}", fmt::join(reasons, kNextAdvice)));
+}
+
+// What the camera does not take; where nothing is found, what the bundle logged.
+void camera_check::explain_refusal(const camera_library& library, const std::string& failures) {
+  const refusal_reasons found = diagnose(library, camera_, libraries_.is_simulated());
+  if (found.lines.empty()) {
+    table_.add("device created", false, failures, "'mediagrabber run -v' logs what led to it");
+    return;
+  }
+  table_.add("device created", false, "the camera does not take the configuration",
+             fmt::format("{}", fmt::join(found.lines, kNextAdvice)));
 }
 
 void camera_check::test_device(probe& camera) {

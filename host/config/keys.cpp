@@ -141,6 +141,17 @@ std::string expectation(const key_spec& key) {
   return (key.choices.size() > 1 ? "one of " : "") + listed(key.choices);
 }
 
+std::string unit_of(const std::string& key) {
+  for (const key_table* keys : {&camera_keys(), &pin_keys(), &sweep_keys()}) {
+    const auto found =
+        std::find_if(keys->begin(), keys->end(), [&](const key_spec& each) { return key == each.name; });
+    if (found != keys->end()) {
+      return found->unit;
+    }
+  }
+  return "";
+}
+
 std::string nearest(const std::string& word, const std::vector<std::string>& known) {
   std::string best;
   std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;

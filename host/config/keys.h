@@ -47,6 +47,9 @@ const key_table& sweep_keys();  ///< of [[sweep]]
 /// What a value of this key may be: "a number from 1 to 60000000 us".
 std::string expectation(const key_spec& key);
 
+/// The unit of the key of that name, wherever it stands; empty when it has none.
+std::string unit_of(const std::string& key);
+
 /// The word of `known` that `word` was probably meant to be; empty when none is near.
 std::string nearest(const std::string& word, const std::vector<std::string>& known);
 

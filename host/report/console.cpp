@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::size_t kLinesMax = 10'000;
 constexpr int kWarning = 2;
-constexpr int kDetail = 4;
 constexpr std::array kLevelNames = {"error", "warning", "state", "done", "exec"};
 
 std::string utc_stamp() {
@@ -73,9 +72,8 @@ console::~console() {
 void console::receive(void* context, const log_line* line) {
   auto& self = *static_cast<console*>(context);
   log_line shown = *line;
-  if (line->level <= kWarning && are_failures_expected()) {
-    shown.level = kDetail;
-  } else if (line->level <= kWarning) {
+  shown.level = shown_level(line->level);
+  if (shown.level <= kWarning) {
     remember_failure(fmt::format("{}: {}", line->function, line->text));
   }
   if (shown.level > self.level_) {

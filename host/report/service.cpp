@@ -2,6 +2,7 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "host/acquire/monitor.h"
@@ -12,6 +13,10 @@ service_notifier::service_notifier() {
   if (sd_watchdog_enabled(0, &watchdogUs_) <= 0) {
     watchdogUs_ = 0;
   }
+}
+
+bool service_notifier::is_service() {
+  return std::getenv("NOTIFY_SOCKET") != nullptr;
 }
 
 void service_notifier::ready() {

@@ -12,6 +12,9 @@ class service_notifier {
  public:
   service_notifier();
 
+  /// Whether systemd started the program and listens to it.
+  static bool is_service();
+
   /// READY=1, the first time.
   void ready();
   /// WATCHDOG=1, at most as often as half the watchdog's time asks for; `isAlive` is asked only then and says

@@ -46,18 +46,38 @@ nlohmann::ordered_json output_json(const std::optional<output_totals>& output) {
   return {{"written", output->written}, {"dropped", output->dropped}, {"bytes", output->bytes}};
 }
 
-std::string sweep_text(const sweep_outcome& sweep) {
-  if (sweep.applied == 0) {
-    return fmt::format("  {}: not reached", sweep.name);
+std::string times_text(std::uint64_t times) {
+  return times == 1 ? "once" : fmt::format("{} times", times);
+}
+
+// What is known of it: frames carry exposure and gain, but neither gamma nor IR level.
+std::string effect_text(const setting_outcome& setting) {
+  if (!is_in_frames(setting.settings)) {
+    return fmt::format("{}before frame {}", setting.applied == 1 ? "" : "last ", setting.appliedBefore);
   }
-  const std::string shown =
-      sweep.shown == 0 ? "never shown by a frame"
-                       : fmt::format("shown after at most {} frames{}", sweep.framesMost,
-                                     sweep.shown < sweep.applied
-                                         ? fmt::format(" ({} times not)", sweep.applied - sweep.shown)
-                                         : "");
-  return fmt::format("  {}: applied {} times, {}, longest gap {:.1f} ms", sweep.name, sweep.applied, shown,
-                     static_cast<double>(sweep.longestGapUs) / 1000);
+  if (setting.readBack == 0) {
+    return "never read back";
+  }
+  if (setting.applied == 1) {
+    return fmt::format("before frame {}, read back with frame {}", setting.appliedBefore,
+                       setting.readBackWith);
+  }
+  const bool isAlways = setting.readBack == setting.applied;
+  return fmt::format("read back {} within {} frame{}", isAlways ? "each time" : times_text(setting.readBack),
+                     setting.framesMost, setting.framesMost == 1 ? "" : "s");
+}
+
+std::string setting_text(const setting_outcome& setting) {
+  const std::string refusal = setting.refusal.empty() ? "" : fmt::format("refused: {}", setting.refusal);
+  if (setting.applied == 0) {
+    return fmt::format("  {}: {}", setting.asker, refusal.empty() ? "not reached" : refusal);
+  }
+  if (!refusal.empty()) {
+    return fmt::format("  {}: applied {}, {}", setting.asker, times_text(setting.applied), refusal);
+  }
+  return fmt::format("  {}: applied {}, {}, longest gap {:.1f} ms", setting.asker,
+                     times_text(setting.applied), effect_text(setting),
+                     static_cast<double>(setting.longestGapUs) / 1000);
 }
 
 }  // namespace
@@ -110,7 +130,7 @@ std::string status_line(const camera_figures& figures, const rate_meter::rates& 
                      outputs.empty() ? "" : fmt::format(" {:.1f}MB/s", rates.bytesPerSecond / 1e6));
 }
 
-std::string summary(const camera_figures& figures, const std::vector<sweep_outcome>& sweeps) {
+std::string summary(const camera_figures& figures, const std::vector<setting_outcome>& settings) {
   const camera_totals& totals = figures.totals;
   const double between = seconds(figures.intervals.sum_us());
   const auto ms = [&](double part) {
@@ -129,8 +149,8 @@ std::string summary(const camera_figures& figures, const std::vector<sweep_outco
                           output->dropped, static_cast<double>(output->bytes) / 1e6);
     }
   }
-  for (const sweep_outcome& sweep : sweeps) {
-    text += "\n" + sweep_text(sweep);
+  for (const setting_outcome& setting : settings) {
+    text += "\n" + setting_text(setting);
   }
   return text;
 }

@@ -53,7 +53,7 @@ class rate_meter {
 std::string status_line(const camera_figures& figures, const rate_meter::rates& rates);
 
 /// What one camera did, in a few lines without a newline at the end.
-std::string summary(const camera_figures& figures, const std::vector<sweep_outcome>& sweeps);
+std::string summary(const camera_figures& figures, const std::vector<setting_outcome>& settings);
 
 /// One line of --stats: the bundle's own statistics text beside the host's counters.
 std::string stats_line(const camera_figures& figures, const rate_meter::rates& rates,

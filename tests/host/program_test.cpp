@@ -175,6 +175,49 @@ TEST_F(mediagrabber, prepares_a_camera_that_kept_its_look_up_table_off) {
   EXPECT_TRUE(has(run.error(), "1 device failures")) << run.error();
 }
 
+TEST_F(mediagrabber, gives_up_a_camera_that_can_not_take_its_configuration) {
+  const std::string path = configure(camera_text("A") + camera_text("B"));
+  const char* const cameras =
+      "serial=A sensor=320x240 missing=ReverseX entryless=GainSelector.SensorAll; serial=B sensor=320x240";
+  auto run = start({"run", path, "-n", "20"}, cameras);
+  EXPECT_EQ(run.wait(), 1);
+  for (const char* line :
+       {"ReverseX: the camera does not have it", "GainSelector: it has no entry SensorAll, but DigitalAll",
+        "the camera is given up", "B: 21 frames"}) {
+    EXPECT_EQ(count(run.error(), line), 1U) << line << run.error();
+  }
+  auto check = start({"check", path, "-c", "A"}, cameras);
+  EXPECT_EQ(check.wait(), 1);
+  EXPECT_TRUE(has(check.out(), "-> ReverseX: the camera does not have it")) << check.out();
+
+  // A service waits for another configuration.
+  setenv("NOTIFY_SOCKET", (directory / "nobody").c_str(), 1);
+  auto service = start({"run", path, "-c", "A"}, cameras);
+  unsetenv("NOTIFY_SOCKET");
+  ASSERT_TRUE(service.says("is given up"));
+  service.signal(SIGHUP);
+  EXPECT_TRUE(service.says("is given up", 2)) << service.error();
+  service.signal(SIGTERM);
+  EXPECT_EQ(service.wait(), 1);
+}
+
+TEST_F(mediagrabber, leaves_a_sweep_out_that_the_camera_refuses) {
+  const auto sweep = [](const char* setting) {
+    return fmt::format("[[sweep]]\nafter_frames = 3\nloop = true\n{}\n", setting);
+  };
+  const std::string text =
+      camera_text("SIM00001") + sweep("gain_db = 30") + sweep("gain_db = 3") + sweep("exposure_us = 2000");
+  // The third gain, after those of the creation, is within the limits and refused all the same.
+  auto run = start({"run", configure(text), "-n", "60"}, "sensor=320x240 fault=write_Gain:_access_@3_x1");
+  EXPECT_EQ(run.wait(), 0) << run.error();
+  EXPECT_EQ(
+      count(run.error(), "is refused, and not tried again: gain_db = 30: the camera takes 0 to 24.08 dB"),
+      1U);
+  EXPECT_TRUE(has(run.error(), "sweep 1: gain 30 dB: refused: gain_db = 30: the camera takes 0 to 24.08 dB"));
+  EXPECT_TRUE(has(run.error(), "sweep 2: gain 3 dB: applied once, refused: the camera does not take it"));
+  EXPECT_TRUE(has(run.error(), "read back each time within 1 frame") && has(run.error(), "1 device failure"));
+}
+
 TEST_F(mediagrabber, serves_metrics_and_streams_video) {
   const std::string sweep = "[[sweep]]\nafter_frames = 5\nexposure_us = 2500\n";
   auto run = start({"run", configure(camera_text("SIM00001") + sweep), "-n", "100", "-y", "-", "-m", "0"});
@@ -192,7 +235,8 @@ TEST_F(mediagrabber, serves_metrics_and_streams_video) {
   const std::string head = "YUV4MPEG2 W160 H120 F50000:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\n";
   EXPECT_TRUE(video.starts_with(head));
   EXPECT_EQ(video.size(), head.size() + std::size_t{100} * (6 + 160 * 120));
-  EXPECT_TRUE(has(run.error(), "sweep 1: exposure 2500 us: applied 1 times, shown after at most 1 frames"))
+  EXPECT_TRUE(
+      has(run.error(), "sweep 1: exposure 2500 us: applied once, before frame 5, read back with frame 5"))
       << run.error();
 }
 

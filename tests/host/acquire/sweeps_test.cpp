@@ -1,8 +1,7 @@
-// When sweeps come, and what is seen of them.
+// When sweeps come.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "host/acquire/monitor.h"
 #include "host/acquire/sweeps.h"
 #include "tests/host/support.h"
 
@@ -42,32 +41,18 @@ loop = true
     }
     // The gamma that the start of a run takes away comes first; one second is five frames.
     EXPECT_EQ(seen, "0@1 1@6 2@9 3@11 2@14 3@16 2@19 3@21 2@24 ");
-    EXPECT_EQ(settings[0], (host::light_settings{.exposureUs = 5000.0F, .gamma = 2.0F, .irLevel = 1}));
-    EXPECT_EQ(settings[1], (host::light_settings{.exposureUs = 100.0F, .irLevel = 1}));
-    EXPECT_EQ(settings[2], (host::light_settings{.gainDb = 6.0F, .exposureUs = 100.0F, .irLevel = 1}));
-    EXPECT_EQ(settings[3], (host::light_settings{.exposureUs = 100.0F, .irLevel = 0}));
+    EXPECT_EQ(settings[0], (host::light_settings{.gamma = 2.0F}));
+    EXPECT_EQ(settings[3], (host::light_settings{.irLevel = 0}));
   }
+  schedule.drop(2);
+  schedule.start(5'000'000);
+  std::string seen;
+  for (std::uint64_t frame = 1; frame <= 12; ++frame) {
+    const auto step = schedule.due(5'000'000 + (frame - 1) * 200'000, frame);
+    seen += step ? fmt::format("{}@{} ", step->index, frame) : "";
+  }
+  EXPECT_EQ(seen, "0@1 1@6 3@8 3@10 3@12 ") << "one that is dropped does not come again";
   EXPECT_EQ(schedule.names()[2], "sweep 2: gain 6 dB");
-}
-
-TEST(monitor, says_when_frames_showed_a_sweep_and_the_gap_it_made) {
-  host::camera_monitor monitor(100'000);
-  monitor.run_started({"a"}, 100'000);
-  monitor.arrived(1'000'000, -321.0F);
-  monitor.sweep_applied({0, {.gainDb = 6.0F, .exposureUs = 1000.0F}});
-  std::uint64_t now = 1'000'000;
-  for (const auto& [exposure, gain] :
-       {std::pair{5000.0F, 0.0F}, {1005.0F, 0.0F}, {1005.0F, 6.05F}, {1005.0F, 6.0F}}) {
-    monitor.arrived(now += 350'000, 40.0F);
-    monitor.handed_over(
-        {.timestampUs = now, .exposureUs = exposure, .gainDb = gain, .width = 1, .height = 1, .format = 1});
-  }
-  const auto outcome = monitor.sweeps().at(0);
-  EXPECT_EQ(outcome.applied, 1U);
-  EXPECT_EQ(outcome.shown, 1U);
-  EXPECT_EQ(outcome.framesMost, 3U);
-  EXPECT_EQ(outcome.longestGapUs, 350'000U);
-  EXPECT_EQ(monitor.totals().temperatureC, 40.0F);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ using tests::info_of;
 
 TEST(status, figures_become_lines) {
   host::camera_slot slot("A\"B", 33'333);
-  slot.monitor.run_started({}, 33'333);
+  slot.monitor.run_started(33'333);
   slot.monitor.arrived(host::steady_us() - 2'000'000, 41.23F);
   slot.monitor.handed_over(info_of(4, 4));
   const host::camera_figures figures = host::figures_of(slot, nullptr, nullptr);
