@@ -1,0 +1,41 @@
+// The memory that frames are received in.
+#ifndef PLATFORM_GIGE_STREAM_FRAME_BUFFERS_H
+#define PLATFORM_GIGE_STREAM_FRAME_BUFFERS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace gige {
+
+// Buffers lie one behind the other in large pages, where the system has them: a frame of 4 KiB pages costs a
+// look-up for each of hundreds of pages while it is received and again while it is read. Every page was
+// written to once, so that none has to be found while a frame comes in. Each buffer starts a cache line of
+// its own.
+class frame_buffers {
+ public:
+  frame_buffers() = default;
+  // Raises std::bad_alloc.
+  frame_buffers(std::size_t count, std::size_t bytesEach);
+
+  std::size_t count() const { return count_; }
+  std::uint8_t* buffer(std::size_t at) const { return memory_.get() + at * stride_; }
+  // Which buffer begins there; `count()` where none does.
+  std::size_t index_of(const std::uint8_t* begin) const;
+
+  // What a buffer of that size takes.
+  static std::size_t stride_of(std::size_t bytesEach);
+
+ private:
+  struct freed {
+    void operator()(std::uint8_t* memory) const { std::free(memory); }
+  };
+  std::unique_ptr<std::uint8_t, freed> memory_;
+  std::size_t count_ = 0;
+  std::size_t stride_ = 0;
+};
+
+}  // namespace gige
+
+#endif

@@ -1,0 +1,113 @@
+// One frame while its packets come.
+#ifndef PLATFORM_GIGE_STREAM_FRAME_IN_PROGRESS_H
+#define PLATFORM_GIGE_STREAM_FRAME_IN_PROGRESS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "platform/gige/stream/assembly_counters.h"
+#include "platform/gige/stream/frame_layout.h"
+#include "platform/gige/stream/frame_owner.h"
+#include "platform/gige/stream/packet_record.h"
+#include "platform/gige/stream/resend_schedule.h"
+#include "platform/gige/stream/resend_timeout.h"
+#include "platform/gige_protocol/gvsp.h"
+
+namespace gige {
+
+// Takes packets in any order and any number of times, and judges them: which have come, which are missing,
+// and whether they can be those of a frame as it was set up. Counts packets. It is used for one frame after
+// the other.
+class frame_in_progress {
+ public:
+  // The owner, the counters and the time-out are the stream's. Raises std::bad_alloc.
+  frame_in_progress(const assembly_setup& setup, const frame_layout& layout, frame_owner& owner,
+                    assembly_counters& counters, resend_timeout& timeout);
+  frame_in_progress(const frame_in_progress&) = delete;
+  frame_in_progress& operator=(const frame_in_progress&) = delete;
+
+  enum class stage {
+    closed,   // ended, or given up before it began: what still comes of it is too late
+    awaited,  // nothing came yet
+    open,
+  };
+  stage now_in() const { return stage_; }
+  std::uint64_t id() const { return id_; }  // 0: of no frame
+
+  // Each starts anew: no frame at all; a frame that was skipped but may still come; the frame of a packet
+  // that came, with the memory that was lent for it or nullptr.
+  void clear();
+  void await(std::uint64_t id);
+  void begin(std::uint64_t id, std::uint8_t* place, moment now);
+
+  // Takes a packet of this frame, which is begun or closed. `bodyBytes` is the size of the body as it was
+  // sent, of which `body` may be only the start. Gives where to put the body; nullptr for nowhere.
+  std::uint8_t* take(const gige_protocol::packet_head& head, gige_protocol::byte_view body,
+                     std::size_t bodyBytes, moment now);
+
+  // Asks for what is missing below the highest packet that came, or for all that is missing.
+  void ask_for_gaps(moment now);
+  void ask_for_rest(moment now);
+
+  // Deals with what did not come in time. True if the frame itself takes too long.
+  bool expire(moment now);
+  // When there is something to expire, of an open frame.
+  moment deadline();
+
+  // Of a frame that has begun, whether nothing of it is to be waited for: all has come or is written off, or
+  // it is refused.
+  bool settled() const { return packets_to_come() == record_.written_off() || refusal_.what != nullptr; }
+  // Whether it is open and not settled.
+  bool waits() const { return stage_ == stage::open && !settled(); }
+
+  // Ends the frame, which is open, as it is.
+  ended_frame close();
+
+  // Of an open frame: the packet behind the highest that came; the number of its packets, as far as is known;
+  // how many of them did not come; its memory.
+  std::uint32_t next_packet() const { return highest_ + 1; }
+  std::uint32_t packet_count() const { return trailer_ + 1; }
+  std::uint32_t packets_to_come() const;
+  std::uint8_t* place() const { return place_; }
+
+ private:
+  void take_absence(const gige_protocol::packet_head& head);
+  bool note_arrival(std::uint32_t packet, moment now);
+  std::uint8_t* take_payload(std::uint32_t packet, std::size_t bytes);
+  void take_leader(std::uint32_t packet, gige_protocol::byte_view body);
+  void compare_geometry(const gige_protocol::image_geometry& image);
+  void take_trailer(std::uint32_t packet, gige_protocol::byte_view body);
+  void end_with_trailer(std::uint32_t packet);
+  void miss_below(std::uint32_t end, moment now);
+  void judge_whole();
+  std::uint64_t valid_bytes() const;
+  frame_outcome outcome(bool complete) const;
+  void refuse(const char* what, std::uint64_t found, std::uint64_t expected);
+
+  const assembly_setup& setup_;
+  const frame_layout& layout_;
+  assembly_counters& counters_;
+  const resend_timeout& timeout_;
+  packet_record record_;
+  resend_schedule schedule_;
+
+  stage stage_ = stage::closed;
+  std::uint64_t id_ = 0;
+  std::uint8_t* place_ = nullptr;
+  frame_refusal refusal_;
+
+  std::uint32_t highest_ = 0;       // packet that came
+  std::uint32_t examined_ = 0;      // packets below were looked at for gaps
+  std::uint32_t trailer_ = 0;       // its number, as far as is known
+  bool trailerKnown_ = false;       // from the frame itself
+  std::uint64_t payloadBytes_ = 0;  // that came
+  std::optional<gige_protocol::leader> leaderSeen_;
+  std::optional<gige_protocol::trailer> trailerSeen_;
+  moment begun_{};
+  moment lastPacket_{};
+};
+
+}  // namespace gige
+
+#endif

@@ -1,0 +1,80 @@
+// Frames between the thread that receives them and the consumer.
+#ifndef PLATFORM_GIGE_STREAM_FRAME_QUEUE_H
+#define PLATFORM_GIGE_STREAM_FRAME_QUEUE_H
+
+#include <gevapi.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <mutex>
+
+#include "platform/gige/stream/frame_buffers.h"
+
+namespace gige {
+
+// A buffer is free, lent to the receiver, waiting with a whole frame, or out with the consumer. Frames that
+// broke are announced without a buffer, so that they take no place from whole ones.
+//
+// Any thread may call anything. The lock is held for moments only and nothing is allocated under it, so the
+// receiver never waits for a consumer.
+class frame_queue {
+ public:
+  // Takes these buffers, free all of them; whatever was there becomes invalid. At most `announced` broken
+  // frames wait; further ones are left out. Raises std::bad_alloc, with everything as before. Not while a
+  // transfer runs.
+  void hold(frame_buffers buffers, std::size_t announced);
+  // Not beside `hold`.
+  std::size_t buffer_count() const { return buffers_.count(); }
+
+  // Lets the waits have frames, so many at most.
+  void open(std::uint64_t frames);
+  // Ends the waits at once, with ABORTED, and drops the frames that wait. False when it was closed already.
+  bool close();
+  // Ends the waits at once, with DEVICE_LOST, and so all waits to come.
+  void lose();
+  bool running() const;
+
+  // For the receiver. Lends a free buffer, nullptr when there is none, and takes it back, unused or with a
+  // whole frame: `frame.address` is where it is, null for a broken one, which is announced. Frames beyond
+  // those that `open` allowed are dropped.
+  std::uint8_t* lend();
+  void take_back(const std::uint8_t* buffer);
+  void deliver(const GEV_BUFFER_OBJECT& frame);
+
+  // For the consumer; frame_stream.h says how they end.
+  GEV_STATUS wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs);
+  GEV_STATUS release(const GEV_BUFFER_OBJECT* frame);
+
+ private:
+  struct slot {
+    std::uint8_t* buffer = nullptr;  // null in a slot for broken frames
+    GEV_BUFFER_OBJECT frame{};
+  };
+  using slots = std::list<slot>;  // a slot moves from list to list without allocation
+
+  slots::iterator lent_at(const std::uint8_t* buffer);
+  void give_back(slots& from, slots::iterator which);
+  GEV_STATUS hand_over(GEV_BUFFER_OBJECT** frame);
+
+  frame_buffers buffers_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  // Under the lock.
+  slots free_;  // the last used is used next, it is in the processor's cache
+  slots freeAnnouncements_;
+  slots lent_;
+  slots waiting_;
+  slots out_;
+  bool running_ = false;
+  bool lost_ = false;
+  bool lossTold_ = false;
+  std::uint64_t framesLeft_ = 0;
+  std::uint64_t stops_ = 0;  // how often it was closed
+};
+
+}  // namespace gige
+
+#endif

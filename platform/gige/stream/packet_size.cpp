@@ -1,0 +1,52 @@
+#include "platform/gige/stream/packet_size.h"
+
+#include <algorithm>
+#include <array>
+
+#include "core/log.h"
+
+namespace gige {
+namespace {
+
+// Largest packets of networks, from the largest that GigE Vision knows down to the smallest that it allows:
+// jumbo frames as various equipment has them, Ethernet, with PPPoE, in tunnels.
+constexpr std::array<std::uint32_t, 10> networkSizes{16'260, 9216, 9000, 8192, 4088,
+                                                     1500,   1492, 1400, 1280, 576};
+constexpr std::uint32_t anyNetwork = 1500;
+
+}  // namespace
+
+std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire,
+                               const await_test_packet& arrives, const std::string& camera) {
+  // The size that arrived, which the camera may have rounded; 0: none.
+  const auto tried = [&](std::uint32_t size) -> std::uint32_t {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      const std::uint32_t sent = fire(size);
+      if (sent == 0) {
+        return 0;
+      }
+      if (arrives(sent)) {
+        return sent;
+      }
+    }
+    return 0;
+  };
+
+  const std::uint32_t first = asked == 0 ? networkSizes.front() : asked;
+  std::uint32_t carried = tried(first);
+  if (carried == 0 && tried(networkSizes.back()) == 0) {
+    const std::uint32_t stays = asked == 0 ? anyNetwork : asked;
+    LOG(2, "fail: packet size of %s: no test packet arrived, it stays as asked for (packet-size:%u)",
+        camera.c_str(), stays);
+    return stays;
+  }
+  for (auto next = networkSizes.begin(); carried == 0 && next != networkSizes.end(); ++next) {
+    carried = *next < first ? tried(*next) : 0;
+  }
+  carried = carried == 0 ? networkSizes.back() : carried;
+  LOG(carried < asked ? 2 : 4, "%s: packet size of %s (asked-for:%u, carried:%u)",
+      carried < asked ? "fail" : "done", camera.c_str(), asked, carried);
+  return carried;
+}
+
+}  // namespace gige

@@ -1,0 +1,98 @@
+#include "platform/gige/stream/udp_receiver.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace gige {
+namespace {
+
+using std::chrono::steady_clock;
+
+std::uint32_t packets_of_frame(const assembly_setup& setup) {
+  return lay_out(setup).trailer() + 1;
+}
+
+}  // namespace
+
+udp_receiver::udp_receiver(stream_socket& socket, const assembly_setup& setup)
+    : socket_(socket), planner_(packets_of_frame(setup)) {
+  const std::size_t head = gige_protocol::head_size(setup.ids);
+  const std::size_t body = lay_out(setup).bytesPerPacket;
+  spill_.resize(batch * body);
+  for (std::size_t at = 0; at < batch; ++at) {
+    pieces_[at][0] = {heads_[at].data(), head};
+    pieces_[at][1].iov_len = body;
+    messages_[at].msg_hdr.msg_iov = pieces_[at].data();
+    messages_[at].msg_hdr.msg_iovlen = pieces_[at].size();
+  }
+}
+
+void udp_receiver::start() {
+  socket_.discard();
+  dropsSeen_ = socket_.buffer().drops;
+  drops_ = 0;
+  look_ = {};
+}
+
+void udp_receiver::look_at_buffer() {
+  const auto buffer = socket_.buffer();
+  drops_ += buffer.drops - dropsSeen_;
+  dropsSeen_ = buffer.drops;
+  look_.fill = buffer.fill;
+}
+
+bool udp_receiver::take(frame_assembler& into) {
+  constexpr std::uint32_t most = 16 * batch;
+  socket_.learn_source();
+  if (look_.packets == 0) {
+    look_.woke = steady_clock::now().time_since_epoch();
+    look_at_buffer();
+  }
+  for (std::uint32_t taken = 0; taken < most;) {
+    const std::size_t room = into.predict(places_);
+    const std::size_t received = receive(into, room);
+    taken += static_cast<std::uint32_t>(received);
+    look_.packets += static_cast<std::uint32_t>(received);
+    if (received < room) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
+  const std::size_t body = into.largest_body();
+  for (std::size_t at = 0; at < most; ++at) {
+    pieces_[at][1].iov_base = places_[at] != nullptr ? places_[at] : spill_.data() + at * body;
+  }
+  // An error is a camera's refusal of what was sent to it, or there is nothing: either way none was received.
+  const int got = recvmmsg(socket_.get(), messages_.data(), static_cast<unsigned>(most),
+                           MSG_DONTWAIT | MSG_TRUNC, nullptr);
+  const auto received = static_cast<std::size_t>(std::max(got, 0));
+  for (std::size_t at = 0; at < received; ++at) {
+    datagrams_[at] = {heads_[at].data(), static_cast<std::uint8_t*>(pieces_[at][1].iov_base),
+                      messages_[at].msg_len};
+  }
+  into.accept(std::span(datagrams_).first(received), steady_clock::now());
+  return received;
+}
+
+void udp_receiver::sleep(const frame_assembler& into, moment latest, int wake) {
+  look_.now = steady_clock::now().time_since_epoch();
+  look_.missing = into.packets_to_come();
+  look_.frameEnded = look_.packets > 0 && look_.missing == 0;
+  if (look_.packets > 0) {
+    look_.newest = socket_.last_arrival().time_since_epoch();
+  }
+  const nap_planner::plan plan = planner_.next(look_);
+  look_ = {};
+
+  const moment end = plan.untilPacket ? latest : std::min(latest, steady_clock::now() + plan.sleep);
+  std::array<pollfd, 2> events{{{wake, POLLIN, 0}, {socket_.get(), POLLIN, 0}}};
+  const timespec time = time_until(end);
+  ppoll(events.data(), plan.untilPacket ? 2 : 1, &time, nullptr);
+}
+
+}  // namespace gige
