@@ -42,11 +42,11 @@ bool is_offered(const entry& each) {
 
 }  // namespace
 
-extension_feature::extension_feature(feature& of, std::string category, std::string description)
+extension_feature::extension_feature(feature& of)
     : name_(plain(of.name())),
       unit_(plain(of.unit())),
-      category_(plain(std::move(category))),
-      description_(plain(std::move(description))),
+      category_(plain(of.category())),
+      description_(plain(of.description())),
       type_(type_of(of.kind())) {
   const GenApi::EAccessMode access = of.access();
   readable_ = access == GenApi::RO || access == GenApi::RW;
@@ -84,6 +84,17 @@ camera_extension_feature extension_feature::record() const {
           .type = type_,
           .readable = readable_ ? 1 : 0,
           .writable = writable_ ? 1 : 0};
+}
+
+int visit_features(const std::vector<std::unique_ptr<extension_feature>>& features,
+                   int (*visit)(void* context, const camera_extension_feature* feature), void* context) {
+  for (const auto& each : features) {
+    const camera_extension_feature record = each->record();
+    if (visit(context, &record) != 0) {
+      break;
+    }
+  }
+  return 0;
 }
 
 std::string plain(std::string text) {

@@ -4,6 +4,7 @@
 
 #include <camera_extension.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,7 +17,7 @@ namespace gev {
 class extension_feature {
  public:
   // Takes the feature as it is now, under its owner's lock. What cannot be read is absent from the record.
-  extension_feature(feature& of, std::string category, std::string description);
+  explicit extension_feature(feature& of);
   // Valid as long as this lives.
   camera_extension_feature record() const;
   extension_feature(const extension_feature&) = delete;
@@ -39,6 +40,10 @@ class extension_feature {
   bool readable_ = false;
   bool writable_ = false;
 };
+
+// Calls `visit` with the records of the features, as camera_extension_features does.
+int visit_features(const std::vector<std::unique_ptr<extension_feature>>& features,
+                   int (*visit)(void* context, const camera_extension_feature* feature), void* context);
 
 // What camera texts are on their way out: their control characters are blanks.
 std::string plain(std::string text);

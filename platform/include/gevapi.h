@@ -4,7 +4,7 @@
 // This header stands for a deployment's own `gevapi.h` and declares only what is used of it, under the
 // same names, so that the same sources compile against either. Two libraries implement it here, both
 // called `libGevApi.so.2`: simulated cameras (`platform/sim`) and cameras on the network
-// (`platform/aravis`). Which of them is used is decided by the process that loads the bundle.
+// (`platform/gige`). Which of them is used is decided by the process that loads the bundle.
 //
 // Threads: calls for different cameras may run at the same time. Of the calls for one camera only
 // `GevAbortTransfer` may run beside another one (it wakes a waiting `GevWaitForNextFrame`); the node

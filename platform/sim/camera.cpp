@@ -440,9 +440,8 @@ bool camera::is_open() {
 std::vector<std::unique_ptr<gev::extension_feature>> camera::list_features() {
   const std::scoped_lock lock(mutex_);
   std::vector<std::unique_ptr<gev::extension_feature>> listed;
-  features_.for_each_present([&](camera_feature& each) {
-    listed.push_back(std::make_unique<gev::extension_feature>(each, each.category(), ""));
-  });
+  features_.for_each_present(
+      [&](camera_feature& each) { listed.push_back(std::make_unique<gev::extension_feature>(each)); });
   return listed;
 }
 

@@ -120,13 +120,7 @@ EXTENSION_EXPORT int camera_extension_features(const char* serial,
     if (!of.is_open()) {
       return -ENODEV;
     }
-    for (const auto& each : of.list_features()) {
-      const camera_extension_feature record = each->record();
-      if (visit(context, &record) != 0) {
-        break;
-      }
-    }
-    return 0;
+    return gev::visit_features(of.list_features(), visit, context);
   });
 }
 

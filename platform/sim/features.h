@@ -39,7 +39,7 @@ class camera_feature final : public gev::feature {
   const std::string& name() const override { return row_.name; }
   gev::value_kind kind() const override { return kind_; }
   const std::string& unit() const override { return row_.unit; }
-  const std::string& category() const { return row_.category; }
+  const std::string& category() const override { return row_.category; }
   GenApi::EAccessMode access() override;
   const char* obstacle() override;
   gev::value get(bool ignoreCache) override;

@@ -5,8 +5,9 @@
 #include <stdexcept>
 
 #include "core/log.h"
-#include "platform/aravis/library.h"
 #include "platform/gev/by_name.h"
+#include "platform/gige/control/control_error.h"
+#include "platform/gige/library.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -15,17 +16,37 @@ namespace {
 using gige::camera;
 using gige::library;
 
-// An exception becomes a status, and what it says a line in the log.
+// What a camera that could not be opened means to the caller.
+GEV_STATUS status_of(const gige::control_error& error) {
+  if (dynamic_cast<const gige::control_denied*>(&error) != nullptr) {
+    return GEVLIB_ERROR_ACCESS_DENIED;
+  }
+  if (dynamic_cast<const gige::wait_cancelled*>(&error) != nullptr) {
+    return GEVLIB_ERROR_ABORTED;
+  }
+  if (dynamic_cast<const gige::camera_lost*>(&error) != nullptr) {
+    return GEVLIB_ERROR_DEVICE_LOST;
+  }
+  if (dynamic_cast<const gige::not_answered*>(&error) != nullptr) {
+    return GEVLIB_ERROR_DEVICE_NOT_FOUND;
+  }
+  return GEVLIB_ERROR_GENERIC;
+}
+
+// An exception becomes a status, and what it says a line in the log, in the name of the call.
 template <class Work>
-GEV_STATUS told(const char* call, Work work) {
+GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
   return gev::guarded([&]() -> GEV_STATUS {
     try {
       return work();
+    } catch (const gige::control_error& error) {
+      LOG_FROM(where, 1, "fail: %s", error.what());
+      return status_of(error);
     } catch (const GenICam::GenericException& error) {
-      LOG(1, "fail: %s: %s", call, error.what());
+      LOG_FROM(where, 1, "fail: %s", error.what());
       throw;
     } catch (const std::exception& error) {
-      LOG(1, "fail: %s: %s", call, error.what());
+      LOG_FROM(where, 1, "fail: %s", error.what());
       throw;
     }
   });
@@ -33,12 +54,13 @@ GEV_STATUS told(const char* call, Work work) {
 
 // A call for an open camera, which `work` gets.
 template <class Work>
-GEV_STATUS camera_call(const char* name, GEV_CAMERA_HANDLE handle, Work work) {
-  return told(name, [&]() -> GEV_STATUS {
+GEV_STATUS camera_call(GEV_CAMERA_HANDLE handle, Work work, Zavik::caller where = Zavik::caller::here()) {
+  const auto find_and_work = [&]() -> GEV_STATUS {
     std::shared_ptr<camera> called;
     const GEV_STATUS status = library::instance().find(handle, called);
     return status == GEVLIB_OK ? work(*called) : status;
-  });
+  };
+  return guarded_call(find_and_work, where);
 }
 
 }  // namespace
@@ -46,7 +68,7 @@ GEV_STATUS camera_call(const char* name, GEV_CAMERA_HANDLE handle, Work work) {
 // ---- The library and its cameras
 
 GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
-  return told("GevApiInitialize", [] {
+  return guarded_call([] {
     try {
       library::instance().initialize();
     } catch (const std::invalid_argument& error) {
@@ -67,7 +89,7 @@ GEVAPI_EXPORT GEV_STATUS _CloseSocketAPI(void) {
 }
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int maxCameras, int* numCameras) {
-  return told("GevGetCameraList", [=] {
+  return guarded_call([=] {
     if (!library::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
@@ -77,9 +99,10 @@ GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int max
     if (maxCameras < 0) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    const auto found = library::instance().search();
+    const auto found = library::instance().search_networks();
     *numCameras = static_cast<int>(found.size());
-    std::copy_n(found.begin(), std::min(maxCameras, *numCameras), cameras);
+    std::transform(found.begin(), found.begin() + std::min(maxCameras, *numCameras), cameras,
+                   gige::record_of);
     return GEVLIB_OK;
   });
 }
@@ -89,7 +112,7 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
   if (handle != nullptr) {
     *handle = nullptr;
   }
-  return told("GevOpenCamera", [=]() -> GEV_STATUS {
+  return guarded_call([=]() -> GEV_STATUS {
     if (!library::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
@@ -99,12 +122,13 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
     if (mode != GevMonitorMode && mode != GevControlMode && mode != GevExclusiveMode) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    return library::instance().open(*camera, mode, *handle);
+    *handle = library::instance().open(*camera, mode);
+    return GEVLIB_OK;
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
-  return told("GevCloseCamera", [=]() -> GEV_STATUS {
+  return guarded_call([=]() -> GEV_STATUS {
     if (!library::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
@@ -119,7 +143,7 @@ GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
 // ---- Options and features
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call("GevGetCameraInterfaceOptions", handle, [=](camera& of) {
+  return camera_call(handle, [=](camera& of) {
     if (options == nullptr) {
       return GEVLIB_ERROR_PARAMETER_NULL;
     }
@@ -129,7 +153,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, 
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call("GevSetCameraInterfaceOptions", handle, [=](camera& of) {
+  return camera_call(handle, [=](camera& of) {
     return options == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.set_options(*options);
   });
 }
@@ -141,28 +165,26 @@ GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
 
 GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size,
                                             void* value) {
-  return camera_call("GevGetFeatureValue", handle,
-                     [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
+  return camera_call(handle, [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
-  return camera_call("GevSetFeatureValue", handle,
-                     [=](camera& of) { return gev::write_feature(of, name, size, value); });
+  return camera_call(handle, [=](camera& of) { return gev::write_feature(of, name, size, value); });
 }
 
 // ---- Frames
 
 GEVAPI_EXPORT GEV_STATUS GevStartTransfer(GEV_CAMERA_HANDLE handle, uint32_t numFrames) {
-  return camera_call("GevStartTransfer", handle, [=](camera& of) { return of.start(numFrames); });
+  return camera_call(handle, [=](camera& of) { return of.start(numFrames); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevAbortTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call("GevAbortTransfer", handle, [](camera& of) { return of.abort(); });
+  return camera_call(handle, [](camera& of) { return of.abort(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevFreeTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call("GevFreeTransfer", handle, [](camera& of) { return of.free(); });
+  return camera_call(handle, [](camera& of) { return of.free(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT** frame,
@@ -170,13 +192,13 @@ GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFE
   if (frame != nullptr) {
     *frame = nullptr;
   }
-  return camera_call("GevWaitForNextFrame", handle, [=](camera& of) -> GEV_STATUS {
+  return camera_call(handle, [=](camera& of) -> GEV_STATUS {
     return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.wait(frame, timeout_ms);
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevReleaseFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT* frame) {
-  return camera_call("GevReleaseFrame", handle, [=](camera& of) -> GEV_STATUS {
+  return camera_call(handle, [=](camera& of) -> GEV_STATUS {
     return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.release(frame);
   });
 }

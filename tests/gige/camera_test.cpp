@@ -1,4 +1,4 @@
-// The camera library over Aravis against gvcam, an emulated camera on the network, in a network of the test's
+// The library of network cameras against gvcam, an emulated camera on the network, in a network of the test's
 // own.
 #include <GenApi/GenApi.h>
 #include <arpa/inet.h>
@@ -76,43 +76,6 @@ std::string description(const std::string& part, const std::string& by) {
   return directory / "own.xml";
 }
 
-/// A frame of 64 x 64 pixels as a camera sends it that is not emulated: leader, one packet of data, trailer.
-struct sent_frame {
-  const char* what;
-  std::uint16_t payloadType;
-  std::uint32_t bytes;
-  std::uint64_t id;
-  bool isLongId;
-  GEV_STATUS expected;
-
-  static std::string number(std::uint64_t value, unsigned bytes) {
-    std::string text;
-    while (bytes-- > 0) {
-      text += static_cast<char>(value >> (8 * bytes));
-    }
-    return text;
-  }
-  std::string packet(std::uint64_t kind, std::uint64_t at, const std::string& content) const {
-    return isLongId
-               ? number(0, 4) + number(0x80000000U | kind << 24U, 4) + number(id, 8) + number(at, 4) + content
-               : number(0, 2) + number(id, 2) + number(kind << 24U | at, 4) + content;
-  }
-  void send(std::uint16_t port) const {
-    const std::string size = number(64, 4) + number(64, 4) + std::string(12, '\0');
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(port);
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
-    for (const std::string& each :
-         {packet(1, 0, number(payloadType, 4) + number(id * 1000, 8) + number(fmtMono8, 4) + size),
-          packet(3, 1, std::string(bytes, 'x')), packet(2, 2, number(payloadType, 4) + number(64, 4))}) {
-      sendto(socket, each.data(), each.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-    }
-    close(socket);
-  }
-};
-
 std::mutex logMutex;
 std::string logged;
 
@@ -125,12 +88,12 @@ std::string takeLog() {
   return std::exchange(logged, "");
 }
 
-class aravis : public testing::Test {
+class gige_camera : public testing::Test {
  protected:
   void SetUp() override {
     static const bool own = enterOwnNetwork();
     ASSERT_TRUE(own) << "a network of its own is refused: " << std::strerror(errno);
-    std::string name = std::filesystem::temp_directory_path() / "aravis_test.XXXXXX";
+    std::string name = std::filesystem::temp_directory_path() / "gige_test.XXXXXX";
     directory = mkdtemp(name.data());
     LogSetSink(keepLog, nullptr);
     takeLog();
@@ -205,7 +168,7 @@ clock::duration duration(Work work) {
 
 // Catches a search that misses cameras or says nothing when there is none, and control that is not really
 // had.
-TEST_F(aravis, finds_cameras_and_takes_control_of_one) {
+TEST_F(gige_camera, finds_cameras_and_takes_control_of_one) {
   int count = -1;
   EXPECT_EQ(GevGetCameraList(cameras.data(), 4, &count), GEVLIB_OK);
   EXPECT_EQ(count, 0);
@@ -236,7 +199,7 @@ TEST_F(aravis, finds_cameras_and_takes_control_of_one) {
 }
 
 // Catches a check that is left to Aravis, which does not make it, and an exception of the wrong kind.
-TEST_F(aravis, presents_and_checks_features_as_the_description_says) {
+TEST_F(gige_camera, presents_and_checks_features_as_the_description_says) {
   const emulator one({"--picture", "still"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   EXPECT_EQ(nodes->_GetNode("Nothing"), nullptr);
@@ -271,9 +234,8 @@ TEST_F(aravis, presents_and_checks_features_as_the_description_says) {
 }
 
 // Catches a value that is remembered where it must not be, or asked for where it need not be. All nodes look
-// at the same register; one of them changes it behind the backs of the others, as where it is has to be
-// computed.
-TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
+// at the same register, one of them at a place that has to be computed.
+TEST_F(gige_camera, remembers_values_by_the_rules_of_the_description) {
   const std::string fixed = "<Address>0xE000</Address>";
   std::string extra;
   const auto add = [&](const std::string& name, const std::string& rule) {
@@ -302,8 +264,7 @@ TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
   integer("Behind").SetValue(1);
   EXPECT_EQ(values(), (expected{1, 1, 1, 1}));
   integer("Behind").SetValue(2);
-  EXPECT_EQ(values(), (expected{1, 2, 2, 1}));
-  EXPECT_EQ(integer("Kept").GetValue(false, true), 2);
+  EXPECT_EQ(values(), (expected{2, 2, 2, 2})) << "written by way of another node";
   number("ExposureTime").SetValue(3000);
   EXPECT_EQ(values(), (expected{2, 2, 2, 2}));
   integer("Same").SetValue(3);
@@ -316,16 +277,19 @@ TEST_F(aravis, remembers_values_by_the_rules_of_the_description) {
   const auto sent = recorder.take();
   EXPECT_EQ(std::count(sent.begin(), sent.end(), wire_test::command{false, 0xE000}), 1)
       << "what the camera made of a number has to be asked";
+  EXPECT_EQ(integer("Kept").GetValue(), 4);
+  EXPECT_TRUE(recorder.take().empty()) << "what is known is asked";
 }
 
 // Catches more than one command a frame, frames that are not the camera's, and buffers that are lost on a
 // restart.
-TEST_F(aravis, receives_frames_with_one_command_each) {
+TEST_F(gige_camera, receives_frames_with_one_command_each) {
   const emulator one({"--sensor", "640x480", "--picture", "still"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   choice("DeviceTemperatureSelector").FromString("Internal");
   choice("GainSelector").FromString("SensorAll");
-  for (const std::uint64_t frames : {40U, 120U, 40U}) {  // the second restart leaves the receiver as it is
+  bool first = true;
+  for (const std::uint64_t frames : {40U, 120U, 40U}) {
     start(100);
     number("Gain").GetValue();
     number("ExposureTime").GetValue();
@@ -347,9 +311,12 @@ TEST_F(aravis, receives_frames_with_one_command_each) {
     takeLog();
     EXPECT_EQ(GevAbortTransfer(handle), GEVLIB_OK);
     const std::string told = takeLog();
-    EXPECT_NE(told.find("incomplete:0, missing:0, packets-without-buffer:0"), std::string::npos) << told;
-    // Beside those of the frames: the lock, mode, start, stop and the two values.
-    EXPECT_LE(numberAfter(told, "commands to GV000001 during the transfer:"), frames + 12) << told;
+    EXPECT_NE(told.find("incomplete:0, missing:0, refused:0, dropped:0"), std::string::npos) << told;
+    // Beside those of the frames: the lock, mode, start, stop and the two values; and at first, where frames
+    // are to go, and a test of the packet size.
+    EXPECT_LE(numberAfter(told, "commands to GV000001 during the transfer:"), frames + (first ? 24 : 12))
+        << told;
+    first = false;
     EXPECT_EQ(take(10), GEVLIB_ERROR_TIME_OUT);
   }
   EXPECT_EQ(GevFreeTransfer(handle), GEVLIB_OK);
@@ -357,7 +324,7 @@ TEST_F(aravis, receives_frames_with_one_command_each) {
 }
 
 // Catches a damaged frame that passes as a good one, an option without its effect, and a wait that sleeps on.
-TEST_F(aravis, tells_good_frames_from_bad_and_ends_waits_at_once) {
+TEST_F(gige_camera, tells_good_frames_from_bad_and_ends_waits_at_once) {
   const emulator one({"--picture", "still", "--resend", "off"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   one.tell("loss 0.002");
@@ -399,51 +366,36 @@ TEST_F(aravis, tells_good_frames_from_bad_and_ends_waits_at_once) {
   EXPECT_EQ(options.heartbeat_timeout_ms, 4321U);
 }
 
-// Catches cameras whose frames carry chunks, which the bundle asks for, or numbers of 64 bits, and frames
-// that come whole but without all that there should be. gvcam sends none of these, but is silent here.
-TEST_F(aravis, receives_what_other_cameras_send) {
-  constexpr std::uint32_t image = 64 * 64;
-  constexpr std::uint32_t chunks = 64;
-  const emulator one({"--sensor", "64x64", "--fault", "silent on", "--xml",
-                      description("<pValue>PayloadSizeReg</pValue>",
-                                  "<Value>" + std::to_string(image + chunks) + "</Value>")});
-  ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
-  constexpr std::uint16_t plain = 0x0001;
-  constexpr std::uint16_t extended = 0x0005;
-  constexpr std::uint16_t plainWithChunks = 0x4001;
-  const std::vector<sent_frame> transfers[] = {
-      {{"chunks of the second protocol", plainWithChunks, image + chunks, 1, false, GEVLIB_OK},
-       {"fewer chunks", plainWithChunks, image + 20, 2, false, GEVLIB_OK},
-       {"chunks of the first protocol", extended, image + chunks, 3, false, GEVLIB_OK},
-       {"no chunks where they are announced", plain, image, 4, false, GEVLIB_ERROR_FRAME_INCOMPLETE},
-       {"less than the image", plainWithChunks, image - 100, 5, false, GEVLIB_ERROR_FRAME_INCOMPLETE}},
-      {{"a long number", plainWithChunks, image + chunks, 70'000, true, GEVLIB_OK},
-       {"the next one", plainWithChunks, image + chunks, 70'001, true, GEVLIB_OK}}};
-  for (const auto& frames : transfers) {
-    start(30);
-    for (const sent_frame& each : frames) {
-      each.send(static_cast<std::uint16_t>(integer("GevSCPHostPort").GetValue()));
-      EXPECT_EQ(take(), each.expected) << each.what;
-      if (each.expected == GEVLIB_OK) {
-        EXPECT_TRUE(frame.id == each.id && frame.w == 64 && frame.h == 64 && frame.recv_size == each.bytes &&
-                    frame.timestamp == each.id * 1000 && frame.address != nullptr)
-            << each.what;
+// Catches frames with chunks, which the bundle asks for, or with numbers of 64 bits, that are not taken for
+// what they are.
+TEST_F(gige_camera, receives_every_form_of_frames) {
+  for (const char* chunks : {"standard", "extended"}) {
+    for (const char* ids : {"standard", "extended"}) {
+      const emulator one({"--sensor", "64x64", "--chunks", chunks, "--ids", ids});
+      ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
+      node<GenApi::IBoolean>("ChunkModeActive").SetValue(true);
+      choice("ChunkSelector").FromString("Gain");
+      node<GenApi::IBoolean>("ChunkEnable").SetValue(true);
+      start(30);
+      for (std::uint64_t id = 1; id <= 3; ++id) {
+        EXPECT_EQ(take(), GEVLIB_OK) << chunks << " chunks, " << ids << " ids";
+        EXPECT_EQ(frame.id, id);
+        EXPECT_EQ(frame.w * frame.h, 64U * 64);
+        EXPECT_GT(frame.recv_size, 64U * 64);
+        EXPECT_NE(frame.address, nullptr);
       }
+      EXPECT_EQ(GevCloseCamera(&handle), GEVLIB_OK);
     }
-    EXPECT_EQ(GevAbortTransfer(handle), GEVLIB_OK);
   }
 }
 
-// Catches a camera that is not ours any more, as when it missed our heartbeats, and that is waited for.
-TEST_F(aravis, notices_that_control_was_taken_away) {
+// Catches a camera that is not ours any more and that is waited for.
+TEST_F(gige_camera, notices_that_control_was_taken_away) {
   const emulator one({"--picture", "still"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   start(50);
   ASSERT_EQ(take(), GEVLIB_OK);
-  GEV_CAMERA_OPTIONS options{};
-  GevGetCameraInterfaceOptions(handle, &options);
-  options.heartbeat_timeout_ms = 500;  // less than there is between two heartbeats
-  EXPECT_EQ(GevSetCameraInterfaceOptions(handle, &options), GEVLIB_OK);
+  choice("GevCCP").FromString("OpenAccess");
   GEV_STATUS status = GEVLIB_OK;
   for (int frames = 0; status == GEVLIB_OK && frames < 150; ++frames) {
     status = take(3000);
@@ -455,7 +407,7 @@ TEST_F(aravis, notices_that_control_was_taken_away) {
 
 // Catches a dead camera that is noticed by time-outs, a close that waits for it, and one that is lost for
 // good.
-TEST_F(aravis, notices_a_dead_camera_and_opens_it_again) {
+TEST_F(gige_camera, notices_a_dead_camera_and_opens_it_again) {
   const emulator one({"--picture", "still"});
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   start(50);

@@ -1,12 +1,11 @@
-#include "platform/aravis/environment.h"
-
-#include <arpa/inet.h>
+#include "platform/gige/environment.h"
 
 #include <charconv>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
-#include <string_view>
+
+#include "platform/gige/control/addresses.h"
 
 namespace gige {
 namespace {
@@ -48,24 +47,27 @@ std::uint32_t number_of(const char* name, std::uint32_t otherwise, std::uint32_t
 std::vector<std::uint32_t> addresses_of(const char* name) {
   std::vector<std::uint32_t> addresses;
   for (const std::string& word : words_of(variable(name))) {
-    in_addr address{};
-    if (inet_pton(AF_INET, word.c_str(), &address) != 1) {
+    const auto address = parse_address(word);
+    if (!address) {
       refuse(name, word, "an IPv4 address such as 192.168.0.10");
     }
-    addresses.push_back(ntohl(address.s_addr));
+    addresses.push_back(*address);
   }
   return addresses;
 }
 
-packet_socket_use packet_socket_of(const char* name) {
+transport_choice transport_of(const char* name) {
   const std::string text = variable(name);
   if (text.empty() || text == "auto") {
-    return packet_socket_use::automatic;
+    return transport_choice::automatic;
   }
-  if (text == "on" || text == "off") {
-    return text == "on" ? packet_socket_use::on : packet_socket_use::off;
+  if (text == "udp") {
+    return transport_choice::udp;
   }
-  refuse(name, text, "auto, on or off");
+  if (text == "ring") {
+    return transport_choice::packet_ring;
+  }
+  refuse(name, text, "auto, udp or ring");
 }
 
 }  // namespace
@@ -74,16 +76,12 @@ environment read_environment() {
   environment read;
   read.interfaces = words_of(variable("GIGE_INTERFACES"));
   read.addresses = addresses_of("GIGE_ADDRESSES");
-  read.packetSocket = packet_socket_of("GIGE_PACKET_SOCKET");
+  read.discovery = std::chrono::milliseconds(
+      number_of("GIGE_DISCOVERY_MS", static_cast<std::uint32_t>(read.discovery.count()), 1, 10'000));
+  read.transport = transport_of("GIGE_TRANSPORT");
   read.socketBufferBytes = number_of("GIGE_SOCKET_BUFFER", read.socketBufferBytes, 65'536, 1U << 30);
-  read.discoveryMs = number_of("GIGE_DISCOVERY_MS", read.discoveryMs, 1, 10'000);
+  read.descriptionDirectory = variable("GIGE_DESCRIPTION_DIR");
   return read;
-}
-
-std::string address_text(std::uint32_t address) {
-  const in_addr network{htonl(address)};
-  char text[INET_ADDRSTRLEN] = {};
-  return inet_ntop(AF_INET, &network, text, sizeof text);
 }
 
 }  // namespace gige
