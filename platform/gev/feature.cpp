@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "core/log.h"
 #include "platform/gev/exceptions.h"
 
 namespace gev {
@@ -76,6 +77,53 @@ void check_readable(feature& of) {
   }
 }
 
+void check_and_write(feature& to, const value& written, bool verify) {
+  if (verify) {
+    check_writable(to, written, to.access());
+    check_presented(to, written);
+  }
+  to.set(written);
+}
+
+// "16 to 64 by 16 px", "Off, Active"
+std::string right_values(feature& of) {
+  switch (of.kind()) {
+    case value_kind::integer:
+      return to_text(of.min()) + " to " + to_text(of.max()) + " by " + with_unit(of, of.inc());
+    case value_kind::floating:
+      return to_text(of.min()) + " to " + with_unit(of, of.max());
+    case value_kind::enumeration:
+      return entry_names(of.entries());
+    case value_kind::boolean:
+      return "0, 1";
+    case value_kind::string:
+      break;
+  }
+  return "any text";
+}
+
+// Limits are the camera's to say, and one that has just not answered is not asked again.
+std::string right_values_if_told(feature& of, const GenICam::GenericException& refusal) {
+  if (dynamic_cast<const GenICam::TimeoutException*>(&refusal) != nullptr) {
+    return "unknown";
+  }
+  try {
+    return right_values(of);
+  } catch (const GenICam::GenericException&) {
+    return "unknown";
+  }
+}
+
+template <class Write>
+void logging_refusals(feature& to, const std::string& written, Write write) {
+  try {
+    write();
+  } catch (const GenICam::GenericException& refusal) {
+    log_refusal(to.name(), written, right_values_if_told(to, refusal), refusal);
+    throw;
+  }
+}
+
 const std::string unsaid;
 
 }  // namespace
@@ -98,11 +146,18 @@ value read(feature& from, bool verify, bool ignoreCache) {
 }
 
 void write(feature& to, const value& written, bool verify) {
-  if (verify) {
-    check_writable(to, written, to.access());
-    check_presented(to, written);
-  }
-  to.set(written);
+  logging_refusals(to, format(to.kind(), {}, written), [&] { check_and_write(to, written, verify); });
+}
+
+void write_text(feature& to, std::string_view text, bool verify) {
+  logging_refusals(to, std::string(text),
+                   [&] { check_and_write(to, parse(to.name(), to.kind(), to.entries(), text), verify); });
+}
+
+void log_refusal(const std::string& feature, const std::string& written, const std::string& right,
+                 const GenICam::GenericException& refusal) {
+  LOG(2, "fail: write %s (value:%s, right:%s, reason:%s)", feature.c_str(), written.c_str(), right.c_str(),
+      refusal.GetDescription());
 }
 
 void check_value(const feature& of, value_kind kind, const value& what, const limits& within,

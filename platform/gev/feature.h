@@ -3,6 +3,7 @@
 #define PLATFORM_GEV_FEATURE_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/gev/value.h"
@@ -43,8 +44,15 @@ class feature {
 
 // Reads the value; raises AccessException when it cannot be read. `verify` checks what was read as well.
 value read(feature& from, bool verify, bool ignoreCache);
-// Checks access, limits and entries when `verify`, and writes.
+// Checks access, limits and entries when `verify`, and writes. Logs one line for a write that is refused, by
+// these checks or by the camera, before the exception leaves.
 void write(feature& to, const value& written, bool verify);
+// The same for the text of a value, see `parse`.
+void write_text(feature& to, std::string_view text, bool verify);
+
+// The line of a write that was refused elsewhere. `right` says which values would have been taken.
+void log_refusal(const std::string& feature, const std::string& written, const std::string& right,
+                 const GenICam::GenericException& refusal);
 
 // The same checks for an implementation of `feature` to refuse by the camera's own limits and access. A
 // refusal names the feature, the value and what would be right.

@@ -28,7 +28,7 @@ class value_node : public GenApi::INode, public Interface {
   void FromString(const GenICam::gcstring& text, bool verify) override {
     const value given = std::string(text.c_str());
     const auto turn = enter_write(given, verify);
-    write(feature_, parse(feature_.name(), feature_.kind(), feature_.entries(), text.c_str()), verify);
+    write_text(feature_, text.c_str(), verify);
   }
 
  protected:
@@ -59,8 +59,13 @@ class value_node : public GenApi::INode, public Interface {
   }
 
   std::unique_lock<std::mutex> enter_write(const value& written, bool verify) {
-    return gate_.enter(
-        {.what = operation::write, .feature = &feature_.name(), .written = &written, .verify = verify});
+    try {
+      return gate_.enter(
+          {.what = operation::write, .feature = &feature_.name(), .written = &written, .verify = verify});
+    } catch (const GenICam::GenericException& refusal) {
+      log_refusal(feature_.name(), to_text(written), "unknown", refusal);
+      throw;
+    }
   }
 
   feature& feature_;

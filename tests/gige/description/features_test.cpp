@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/gige/description/camera_features.h"
+#include "platform/log2/log_sink.h"
 #include "tests/gige/description/memory_port.h"
 
 namespace description_test {
@@ -154,6 +155,37 @@ TEST_F(Features, refuse_what_the_camera_cannot_do) {
   EXPECT_EQ(refusal("Mode", "Rare"), "");
   write("Locks", "1");
   EXPECT_THAT(refusal("Width", "16"), HasSubstr("is read only: locked by the camera"));
+}
+
+// Catches a refusal that leaves no trace but the exception, which a caller may swallow, and a read that logs.
+TEST_F(Features, log_one_line_for_each_refused_write) {
+  describe(
+      "<Integer "
+      "Name='Width'><Value>16</Value><Min>16</Min><Max>64</Max><Inc>16</Inc><Unit>px</Unit></Integer>"
+      "<Enumeration Name='Mode'><EnumEntry Name='Off'><Value>0</Value></EnumEntry><Value>0</Value>"
+      "</Enumeration><Integer Name='Away'><Value>1</Value><pIsAvailable>Zero</pIsAvailable></Integer>"
+      "<Integer Name='Zero'><Value>0</Value></Integer>" +
+      reg("Register", at("0x10")));
+  std::string logged;
+  LogSetSink(
+      [](void* to, const log_line* line) {
+        *static_cast<std::string*>(to) += std::to_string(line->level) + " " + line->text + "\n";
+      },
+      &logged);
+  EXPECT_THROW(gev::write(feature("Width"), std::int64_t{80}, true), GenICam::OutOfRangeException);
+  EXPECT_THROW(gev::write_text(feature("Mode"), "On", true), GenICam::InvalidArgumentException);
+  EXPECT_THROW(gev::read(feature("Away"), false, false), GenICam::AccessException);
+  camera_.silent = true;
+  EXPECT_THROW(gev::write(feature("Register"), std::int64_t{1}, true), GenICam::TimeoutException);
+  gev::write(feature("Width"), std::int64_t{32}, true);
+  LogSetSink(nullptr, nullptr);
+  EXPECT_EQ(
+      logged,
+      "2 fail: write Width (value:80, right:16 to 64 by 16 px, reason:Width: value 80 is above the maximum "
+      "64 "
+      "px)\n"
+      "2 fail: write Mode (value:On, right:Off, reason:Mode: value 'On' is not one of its entries: Off)\n"
+      "2 fail: write Register (value:1, right:unknown, reason:the camera is silent)\n");
 }
 
 TEST_F(Features, are_read_only_to_who_only_watches) {
