@@ -24,6 +24,7 @@ constexpr std::int64_t longestRegister = 65'536;
 constexpr std::int64_t longestBlock = 16 << 20;
 constexpr std::int64_t longestPolling = 86'400'000;  // milliseconds
 constexpr std::size_t longestName = 256;
+constexpr std::size_t excerpt = 32;  // characters of what is wrong, in a message
 
 // From a feature down to its registers it is some ten nodes, and some hundred in all where formulas take
 // many.
@@ -75,6 +76,17 @@ void replace_text(xmlNode* element, const std::string& text) {
   xmlNodeAddContent(element, reinterpret_cast<const xmlChar*>(text.c_str()));
 }
 
+bool is_space_or_control(char c) {
+  return (c >= 0 && c <= ' ') || c == '\x7f';
+}
+
+// For a message.
+std::string printable(std::string_view text) {
+  std::string clean(text);
+  std::replace_if(clean.begin(), clean.end(), is_space_or_control, ' ');
+  return clean;
+}
+
 // ---- Parsing
 
 // Descriptions that are no UTF-8 are of Western Europe, whatever they say: degrees and micrometres.
@@ -92,10 +104,10 @@ xml_document parse(const std::string& xml) {
                                           encoding_of(xml), parserOptions));
   if (document == nullptr) {
     const xmlError* const error = xmlCtxtGetLastError(context.get());
-    throw description_error(error == nullptr
+    throw description_error(error == nullptr || error->message == nullptr
                                 ? std::string("the description is no XML")
                                 : "the description is no XML: line " + std::to_string(error->line) + ": " +
-                                      std::string(trimmed(error->message)));
+                                      printable(trimmed(error->message)));
   }
   return document;
 }
@@ -197,7 +209,7 @@ class node_check {
   }
 
   node* add(const xmlNode* element, std::string_view type, node* owner) {
-    node* const added = named(attribute(element, "Name"));
+    node* const added = named(name_of(element));
     if (owner != nullptr && type == "StructEntry") {  // it is a part of its register
       added->sources.emplace_back(owner, 1U);
     } else if (owner != nullptr) {
@@ -206,12 +218,19 @@ class node_check {
     return added;
   }
 
+  // Names are printed and logged.
+  static std::string name_of(const xmlNode* element) {
+    std::string name = attribute(element, "Name");
+    if (name.size() > longestName || std::any_of(name.begin(), name.end(), is_space_or_control)) {
+      throw description_error("a name has more than " + std::to_string(longestName) +
+                              " characters, or holds spaces or control characters: " +
+                              printable(std::string_view(name).substr(0, excerpt)));
+    }
+    return name;
+  }
+
   // Nodes of one name count as one, since ArvGc would take any of them.
   node* named(const std::string& name) {
-    if (name.size() > longestName) {
-      throw description_error("a node's name has more than " + std::to_string(longestName) +
-                              " characters: " + name.substr(0, 32) + "...");
-    }
     if (node* const known = find(name)) {
       return known;
     }
@@ -246,6 +265,7 @@ class node_check {
     } else if (type == "PollingTime") {
       check_number(element, of, "PollingTime", 0, longestPolling);
     } else if (type == "EnumEntry") {
+      name_of(element);
       ++of.ownWork;
     }
   }
@@ -253,15 +273,15 @@ class node_check {
   static void check_number(const xmlNode* element, const node& of, const char* what, std::int64_t least,
                            std::int64_t most) {
     const std::string text = text_in(element);
-    std::string_view digits = trimmed(text);
+    const std::string_view digits = trimmed(text);
     const bool hexadecimal = digits.starts_with("0x") || digits.starts_with("0X");
-    digits.remove_prefix(hexadecimal ? 2 : 0);
     std::int64_t number = -1;
     const char* const end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, number, hexadecimal ? 16 : 10);
+    const auto [stop, error] =
+        std::from_chars(digits.data() + (hexadecimal ? 2 : 0), end, number, hexadecimal ? 16 : 10);
     if (error != std::errc() || stop != end || number < least || number > most) {
-      refuse(of, std::string(what) + " is '" + text.substr(0, 32) + "', right is " + std::to_string(least) +
-                     " to " + std::to_string(most));
+      refuse(of, std::string(what) + " is '" + printable(digits.substr(0, excerpt)) + "', right is " +
+                     std::to_string(least) + " to " + std::to_string(most));
     }
   }
 
@@ -347,7 +367,8 @@ std::string checked_description(std::string_view xml) {
   const xml_document document = parse(std::string(xml));
   xmlNode* const root = xmlDocGetRootElement(document.get());
   if (view(root->name) != "RegisterDescription") {
-    throw description_error("the description begins with <" + std::string(view(root->name)).substr(0, 32) +
+    throw description_error("the description begins with <" +
+                            std::string(view(root->name).substr(0, excerpt)) +
                             ">, right is <RegisterDescription>");
   }
   node_check().check(root);

@@ -34,8 +34,8 @@ description_source parse_source(std::string_view text);
 struct source_access {
   std::uint32_t camera = 0;  // its IPv4 address, host byte order: the only host that `http` may name
   std::string directory;     // the only one whose files `file` may name; empty: no file at all
-  std::chrono::milliseconds patience =
-      std::chrono::seconds(30);  // for all of a transfer, however it trickles in
+  // For all of a transfer, however it trickles in.
+  std::chrono::milliseconds patience = std::chrono::seconds(30);
   int cancelled = -1;  // a descriptor that becomes readable when waiting shall end; -1: it never shall
 };
 

@@ -1,5 +1,6 @@
 #include "platform/gige/description/node_feature.h"
 
+#include <cctype>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -16,9 +17,11 @@ std::string text_of(const char* text) {
 }
 
 std::string unit_of(ArvGcFeatureNode* node, value_kind kind) {
-  return kind == value_kind::integer    ? text_of(arv_gc_integer_get_unit(ARV_GC_INTEGER(node)))
-         : kind == value_kind::floating ? text_of(arv_gc_float_get_unit(ARV_GC_FLOAT(node)))
-                                        : "";
+  std::string unit = kind == value_kind::integer    ? text_of(arv_gc_integer_get_unit(ARV_GC_INTEGER(node)))
+                     : kind == value_kind::floating ? text_of(arv_gc_float_get_unit(ARV_GC_FLOAT(node)))
+                                                    : "";
+  std::erase_if(unit, [](unsigned char c) { return std::iscntrl(c) != 0; });  // it stands in messages
+  return unit;
 }
 
 std::string purpose_of(ArvGcFeatureNode* node) {

@@ -93,6 +93,8 @@ TEST(Description, is_refused_with_the_node_that_would_end_its_reader) {
            {"<IntSwissKnife Name='K'><Formula>1 / (2</Formula></IntSwissKnife>",
             "node K: a bracket that is not closed"},
            {integer(std::string(300, 'n'), ""), "more than 256 characters"},
+           {integer("A&#10;B", ""), "spaces or control characters: A B"},
+           {"<Enumeration Name='A'><EnumEntry Name='B&#9;'/></Enumeration>", "control characters: B"},
            {integer("A", numbered(40, " ") + "<Value " + numbered(40, "a#='' ") + "/>"),
             "more than 32 attributes"},
            {numbered(400'001, "<a/>"), "more than 200000 elements"},

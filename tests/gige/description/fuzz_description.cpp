@@ -12,6 +12,7 @@
 #include "platform/gige/description/camera_features.h"
 #include "platform/gige/description/description_source.h"
 #include "platform/gige/description/http.h"
+#include "platform/log2/log_sink.h"
 #include "tests/gige/description/generated_description.h"
 #include "tests/gige/description/memory_port.h"
 
@@ -63,6 +64,7 @@ void describe(std::string_view xml, std::uint8_t content) {
 
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
   g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, void*) {}, nullptr);
+  LogSetSink([](void*, const log_line*) {}, nullptr);
   gige::prepare_descriptions();
   return 0;
 }
