@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "platform/gvcam/frame_settings.h"
 
@@ -15,6 +16,7 @@ using gige_protocol::command_code;
 using gige_protocol::message;
 using gige_protocol::register_write;
 using gige_protocol::status;
+namespace packet_size = gige_protocol::packet_size;
 namespace standard = gige_protocol::registers;
 namespace privilege = gige_protocol::control_privilege;
 
@@ -32,6 +34,49 @@ bool tells_who_has_control(register_address at) {
 
 bool is_write(command_code code) {
   return code == command_code::write_register || code == command_code::write_memory;
+}
+
+// Registers of which a client can set some bits only. Those without any do something and read as 0.
+struct writable_bits {
+  register_address address;
+  std::uint32_t mask;
+};
+constexpr std::array writableBits = {
+    writable_bits{standard::timestampControl, 0},
+    writable_bits{standard::gvcpConfiguration, gige_protocol::gvcp_configuration::extendedStatusCodes |
+                                                   gige_protocol::gvcp_configuration::extendedStatusCodes2 |
+                                                   gige_protocol::gvcp_configuration::pendingAcknowledge},
+    writable_bits{standard::gvspConfiguration, gige_protocol::gvsp_configuration::extendedIds},
+    writable_bits{standard::streamConfiguration, gige_protocol::stream_options::extendedChunks},
+    writable_bits{standard::streamPort, gige_protocol::stream_port::portMask},
+    writable_bits{features::triggerSoftware, 0},
+};
+
+std::uint32_t adjusted_packet_size(std::uint32_t wanted) {
+  const std::uint32_t size = std::clamp(wanted & packet_size::sizeMask, smallestPacket, largestPacket);
+  return (wanted & packet_size::doNotFragment) | size / wordSize * wordSize;
+}
+
+// What a register holds after a write; nothing for a value that no frame could be made with.
+std::optional<std::uint32_t> adjusted(const register_write& wanted, const register_memory& memory) {
+  const auto up_to = [&](register_address largest) {
+    return wanted.value > 0 && wanted.value <= memory.word(largest) ? std::optional(wanted.value)
+                                                                    : std::nullopt;
+  };
+  switch (wanted.address) {
+    case standard::heartbeatTimeout:
+      return std::max(wanted.value, shortestHeartbeatMs);
+    case standard::streamPacketSize:
+      return adjusted_packet_size(wanted.value);
+    case features::width:
+      return up_to(features::sensorWidth);
+    case features::height:
+      return up_to(features::sensorHeight);
+    default: {
+      const auto* const bits = std::ranges::find(writableBits, wanted.address, &writable_bits::address);
+      return bits == writableBits.end() ? wanted.value : wanted.value & bits->mask;
+    }
+  }
 }
 
 message refused(const command& request, status why) {
@@ -240,59 +285,35 @@ status control_server::write(const register_write& wanted, const endpoint& from,
   return is_error(state) ? state : apply(wanted, now, result);
 }
 
-// Writes a register that may be written. Some adjust the value, some do something.
 status control_server::apply(const register_write& wanted, camera_time now, outcome& result) {
-  std::uint32_t value = wanted.value;
+  const auto value = adjusted(wanted, memory_);
+  if (!value) {
+    return status::invalid_parameter;
+  }
+  act(wanted, now, result);
+  memory_.set_word(wanted.address, *value);
+  memory_.set_word(features::payloadSize, static_cast<std::uint32_t>(read_settings(memory_).payload_size()));
+  return status::success;
+}
+
+// Does what a write asks for besides the register's contents.
+void control_server::act(const register_write& wanted, camera_time now, outcome& result) {
   switch (wanted.address) {
-    case standard::heartbeatTimeout:
-      value = std::max(value, shortestHeartbeatMs);
-      break;
     case standard::timestampControl:
-      control_clock(value, now);
-      value = 0;
+      control_clock(wanted.value, now);
       break;
-    case standard::gvcpConfiguration:
-      value &= gige_protocol::gvcp_configuration::extendedStatusCodes |
-               gige_protocol::gvcp_configuration::extendedStatusCodes2 |
-               gige_protocol::gvcp_configuration::pendingAcknowledge;
+    case standard::streamPacketSize:
+      result.wantsTestPacket |= (wanted.value & packet_size::fireTestPacket) != 0;
       break;
-    case standard::gvspConfiguration:
-      value &= gige_protocol::gvsp_configuration::extendedIds;
-      break;
-    case standard::streamConfiguration:
-      value &= gige_protocol::stream_options::extendedChunks;
-      break;
-    case standard::streamPort:
-      value &= gige_protocol::stream_port::portMask;
-      break;
-    case standard::streamPacketSize: {
-      const std::uint32_t size =
-          std::clamp(value & gige_protocol::packet_size::sizeMask, smallestPacket, largestPacket);
-      result.wantsTestPacket |= (value & gige_protocol::packet_size::fireTestPacket) != 0;
-      value = (value & gige_protocol::packet_size::doNotFragment) | size / wordSize * wordSize;
-      break;
-    }
-    case features::width:
-    case features::height: {
-      const bool isWidth = wanted.address == features::width;
-      if (value == 0 || value > memory_.word(isWidth ? features::sensorWidth : features::sensorHeight)) {
-        return status::invalid_parameter;
-      }
-      break;
-    }
     case features::acquisition:
-      acquire(value != 0, result);
-      return status::success;
+      acquire(wanted.value != 0, result);
+      break;
     case features::triggerSoftware:
       ++result.triggers;
-      value = 0;
       break;
     default:
       break;
   }
-  memory_.set_word(wanted.address, value);
-  memory_.set_word(features::payloadSize, static_cast<std::uint32_t>(read_settings(memory_).payload_size()));
-  return status::success;
 }
 
 status control_server::claim(std::uint32_t wanted, const endpoint& from, outcome& result) {
@@ -312,7 +333,6 @@ status control_server::claim(std::uint32_t wanted, const endpoint& from, outcome
 void control_server::acquire(bool wanted, outcome& result) {
   result.isStreamStarted = wanted && (!memory_.is_acquiring() || result.isStreamStarted);
   result.isStreamStopped |= !wanted && memory_.is_acquiring();
-  memory_.set_word(features::acquisition, wanted ? 1 : 0);
 }
 
 void control_server::control_clock(std::uint32_t wanted, camera_time now) {

@@ -81,10 +81,11 @@ class control_server {
   gige_protocol::status write(const gige_protocol::register_write& wanted, const endpoint& from,
                               camera_time now, outcome& result);
   gige_protocol::status apply(const gige_protocol::register_write& wanted, camera_time now, outcome& result);
-  gige_protocol::status claim(std::uint32_t privilege, const endpoint& from, outcome& result);
+  gige_protocol::status claim(std::uint32_t wanted, const endpoint& from, outcome& result);
+  void act(const gige_protocol::register_write& wanted, camera_time now, outcome& result);
   void acquire(bool wanted, outcome& result);
   void control_clock(std::uint32_t wanted, camera_time now);
-  void grant(const endpoint& to, std::uint32_t privilege);
+  void grant(const endpoint& to, std::uint32_t kind);
   void release();
 
   register_memory& memory_;

@@ -67,19 +67,19 @@ void write_identity(register_memory& to, const camera_identity& identity) {
 }
 
 void write_capabilities(register_memory& to, const camera_setup& setup) {
-  using namespace gige_protocol;  // NOLINT(google-build-using-namespace): bits of many namespaces
+  namespace capability = gige_protocol::gvcp_capability;
   to.set_word(standard::interfaceCount, 1);
   to.set_word(standard::streamChannelCount, 1);
-  to.set_word(standard::gvspCapability, gvsp_capability::sourcePort | gvsp_capability::blockIds16Bit);
+  to.set_word(standard::gvspCapability,
+              gige_protocol::gvsp_capability::sourcePort | gige_protocol::gvsp_capability::blockIds16Bit);
   to.set_word(standard::gvcpCapability,
-              gvcp_capability::userDefinedName | gvcp_capability::serialNumber |
-                  gvcp_capability::primaryApplication | gvcp_capability::extendedStatusCodes |
-                  gvcp_capability::extendedStatusCodes2 | gvcp_capability::pendingAcknowledge |
-                  gvcp_capability::writeMemory | gvcp_capability::concatenation |
-                  (setup.canResend ? gvcp_capability::packetResend : 0));
+              capability::userDefinedName | capability::serialNumber | capability::primaryApplication |
+                  capability::extendedStatusCodes | capability::extendedStatusCodes2 |
+                  capability::pendingAcknowledge | capability::writeMemory | capability::concatenation |
+                  (setup.canResend ? capability::packetResend : 0));
   to.set_word(standard::timestampFrequencyLow, ticksPerSecond);
   to.set_word(standard::pendingTimeout, pendingTimeoutMs);
-  to.set_word(standard::streamCapability, stream_options::extendedChunks);
+  to.set_word(standard::streamCapability, gige_protocol::stream_options::extendedChunks);
   to.set_word(features::sensorWidth, setup.width);
   to.set_word(features::sensorHeight, setup.height);
 }

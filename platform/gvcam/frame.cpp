@@ -9,9 +9,7 @@ namespace gvcam {
 namespace {
 
 using gige_protocol::byte_view;
-using gige_protocol::packet_format;
 using gige_protocol::packet_head;
-using gige_protocol::payload_type;
 using gige_protocol::status;
 
 void append(std::vector<std::uint8_t>& to, std::uint64_t number, std::size_t size) {
@@ -45,7 +43,8 @@ frame::frame(const frame_settings& settings, std::uint64_t blockId, std::uint64_
       timestamp_(timestamp),
       pixels_(std::move(pixels)),
       chunks_(make_chunks()),
-      perPacket_(gige_protocol::payload_per_packet(settings.packetSize, settings.ids)),
+      perPacket_(
+          std::max<std::size_t>(gige_protocol::payload_per_packet(settings.packetSize, settings.ids), 1)),
       payloadPackets_(static_cast<std::uint32_t>(gige_protocol::payload_packet_count(size(), perPacket_))) {}
 
 frame_packet frame::packet(std::uint32_t id) const {
@@ -69,24 +68,9 @@ frame_packet frame::make_packet(std::uint32_t id, packet_head head) const {
   head.packetId = id;
   frame_packet result;
   if (id == 0) {
-    gige_protocol::leader body{.type = settings_.payload, .timestamp = timestamp_, .image = {}};
-    if (has_geometry(body.type)) {
-      const auto side = [](std::size_t pixels) { return static_cast<std::uint32_t>(pixels); };
-      body.image = {.pixelFormat = settings_.pixelFormat,
-                    .width = side(settings_.picture.width),
-                    .height = side(settings_.picture.height),
-                    .offsetX = side(settings_.picture.offsetX),
-                    .offsetY = side(settings_.picture.offsetY)};
-    }
-    result.head = make_leader(head, body);
+    result.head = make_leader(head, leader());
   } else if (id > payloadPackets_) {
-    result.head.put(
-        make_trailer(head, {.type = settings_.payload,
-                            .height = static_cast<std::uint32_t>(settings_.picture.height),
-                            .payloadSize = static_cast<std::uint32_t>(size()),
-                            .chunkSize = static_cast<std::uint32_t>(chunks_.size()),
-                            .chunkLayoutId = static_cast<std::uint32_t>(settings_.chunks.to_ulong())})
-            .view());
+    result.head.put(make_trailer(head, trailer()).view());
   } else {
     put_head(result, head);
     const std::size_t first = (id - 1) * perPacket_;
@@ -96,6 +80,28 @@ frame_packet frame::make_packet(std::uint32_t id, packet_head head) const {
     result.chunks = last > image ? part(chunks_, std::max(first, image) - image, last - image) : byte_view();
   }
   return result;
+}
+
+gige_protocol::leader frame::leader() const {
+  const picture::picture_settings& picture = settings_.picture;
+  const auto side = [](std::size_t pixels) { return static_cast<std::uint32_t>(pixels); };
+  gige_protocol::leader body{.type = settings_.payload, .timestamp = timestamp_, .image = {}};
+  if (has_geometry(body.type)) {
+    body.image = {.pixelFormat = settings_.pixelFormat,
+                  .width = side(picture.width),
+                  .height = side(picture.height),
+                  .offsetX = side(picture.offsetX),
+                  .offsetY = side(picture.offsetY)};
+  }
+  return body;
+}
+
+gige_protocol::trailer frame::trailer() const {
+  return {.type = settings_.payload,
+          .height = static_cast<std::uint32_t>(settings_.picture.height),
+          .payloadSize = static_cast<std::uint32_t>(size()),
+          .chunkSize = static_cast<std::uint32_t>(chunks_.size()),
+          .chunkLayoutId = static_cast<std::uint32_t>(settings_.chunks.to_ulong())};
 }
 
 std::vector<std::uint8_t> frame::make_chunks() const {

@@ -38,6 +38,8 @@ class frame {
 
  private:
   frame_packet make_packet(std::uint32_t id, gige_protocol::packet_head head) const;
+  gige_protocol::leader leader() const;
+  gige_protocol::trailer trailer() const;
   std::vector<std::uint8_t> make_chunks() const;
 
   frame_settings settings_;

@@ -15,7 +15,7 @@ using std::chrono::nanoseconds;
 
 // Of the latest frames, as many are kept as fit into both.
 constexpr std::size_t mostFramesKept = 16;
-constexpr std::size_t mostBytesKept = 64 * 1024 * 1024;
+constexpr std::size_t mostBytesKept = std::size_t{64} << 20U;
 
 constexpr std::size_t packetsAtOnce = 64;
 constexpr nanoseconds shortestSleep = std::chrono::microseconds(100);
