@@ -29,15 +29,18 @@ inline message read_word(std::uint16_t id, std::uint32_t address) {
 }
 
 // The one register of the answer to `read_word`.
-inline std::uint32_t word_of(const message& answer) {
-  const auto head = gige_protocol::parse_acknowledge(answer.view());
+inline std::uint32_t word_of(gige_protocol::byte_view answer) {
+  const auto head = gige_protocol::parse_acknowledge(answer);
   const auto values = head ? gige_protocol::parse_register_values(head->payload) : gige_protocol::refusal{""};
   return values && values->size() == 1 ? (*values)[0] : 0xdead'dead;
 }
 
-inline status status_of(const message& answer) {
-  const auto head = gige_protocol::parse_acknowledge(answer.view());
+inline status status_of(gige_protocol::byte_view answer) {
+  const auto head = gige_protocol::parse_acknowledge(answer);
   return head ? head->result : status::error;
+}
+inline status status_of(const message& answer) {
+  return status_of(answer.view());
 }
 
 }  // namespace gvcam_test

@@ -45,7 +45,7 @@ class control : public testing::Test {
     return result.answer ? status_of(*result.answer) : status::no_message;
   }
   std::uint32_t read(const endpoint& from, std::uint32_t address) {
-    return word_of(say(from, read_word(++id, address)).answer.value_or(message()));
+    return word_of(say(from, read_word(++id, address)).answer.value_or(message()).view());
   }
   status read_status(const endpoint& from, std::uint32_t address) {
     return status_of(*say(from, read_word(++id, address)).answer);
