@@ -65,8 +65,7 @@ config_result load_config(const options& chosen) {
   return result;
 }
 
-camera_outputs::camera_outputs(const camera_config& camera, const options& chosen)
-    : slot(camera.serial, 1e6 / camera.frameRateHz) {
+camera_outputs::camera_outputs(const camera_config& camera, const options& chosen) : slot(camera.serial) {
   if (!chosen.recordDirectory.empty()) {
     const std::filesystem::path directory = std::filesystem::path(chosen.recordDirectory) / camera.serial;
     files =
@@ -216,14 +215,13 @@ bool session::is_over() {
 
 int session::run() {
   start_cameras();
-  bool isInterrupted = false;
-  while (!is_over() && !isInterrupted) {
+  while (!is_over() && !isInterrupted_) {
     const int signal = wait_signal(kTick);
     if (signal == SIGHUP) {
       reload();
     } else if (signal != 0) {
       LOG(3, "SIG%s: the end", sigabbrev_np(signal));
-      isInterrupted = true;
+      isInterrupted_ = true;
     } else {
       look_after();
     }
@@ -231,9 +229,19 @@ int session::run() {
   service_notifier::stopping();
   write_stats();
   end_cameras(kPENDING_SIGNAL__SIGTERM);
-  finish_outputs(isInterrupted);
+  finish_outputs(isInterrupted_);
   print_summary();
-  return hasFailed_ || hasGivenUp_ ? 1 : 0;
+  return is_failure() ? 1 : 0;
+}
+
+// No frame of some camera, fewer than were asked for, or frames that are not in the recording.
+bool session::is_failure() const {
+  const auto falls_short = [this](const std::unique_ptr<camera_outputs>& each) {
+    const std::uint64_t handedOver = each->slot.handedOver.load();
+    return handedOver == 0 || (options_.frames && !isInterrupted_ && handedOver < *options_.frames) ||
+           (each->files && each->files->totals().dropped > 0);
+  };
+  return hasFailed_ || hasGivenUp_ || std::any_of(cameras_.begin(), cameras_.end(), falls_short);
 }
 
 void session::look_after() {

@@ -61,6 +61,7 @@ class session {
   bool wait_for_runners(std::chrono::milliseconds longest);
   void reload();
   bool is_over();
+  bool is_failure() const;
   void look_after();
   void show_status();
   void write_stats();
@@ -87,8 +88,9 @@ class session {
   std::map<std::string, std::uint64_t> activity_;
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> stats_{nullptr, std::fclose};
   bool isStatsBroken_ = false;
-  bool hasFailed_ = false;   // the program ends, with 1
-  bool hasGivenUp_ = false;  // the program ends with 1 once the other cameras are done
+  bool isInterrupted_ = false;  // by a signal
+  bool hasFailed_ = false;      // the program ends, with 1
+  bool hasGivenUp_ = false;     // the program ends with 1 once the other cameras are done
   std::unique_ptr<metrics_server> metrics_;
 };
 

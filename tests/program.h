@@ -106,11 +106,11 @@ class program {
     child_ = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  // Sends the signal and gives the seconds until the program has ended, which must be without a failure.
-  double end(int number) {
+  // Sends the signal and gives the seconds until the program has ended, with that exit code.
+  double end(int number, int exitCode = 0) {
     const auto asked = clock_type::now();
     signal(number);
-    EXPECT_EQ(wait(), 0) << error();
+    EXPECT_EQ(wait(), exitCode) << error();
     return std::chrono::duration<double>(clock_type::now() - asked).count();
   }
   std::string out() const { return content(out_); }

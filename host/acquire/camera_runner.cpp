@@ -145,15 +145,24 @@ bool camera_runner::run_device() {
   framesOfRun_ = 0;
   lastFrameUs_ = steady_us();
   isSignalGiven_ = false;
-  slot_.monitor.run_started(1e6 / camera_.frameRateHz);
-  slot_.settings.run_started(
-      schedule_.names(), camera_.initial,
-      limits_of(services_.extension.features(slot_.serial).value_or(std::vector<feature_record>())));
+  start_figures();
   created->run(this);
   expect_failures(false);
   log_details(false);
   slot_.monitor.run_ended();
   return isSignalGiven_;
+}
+
+void camera_runner::start_figures() {
+  const double exposureUs = static_cast<double>(camera_.initial.exposureUs.value_or(0));
+  const double periodUs = 1e6 / camera_.frameRateHz;
+  if (exposureUs > periodUs) {
+    LOG(2, "exposure_us = %.0f caps the rate at %.4g Hz, below frame_rate_hz = %.4g", exposureUs,
+        1e6 / exposureUs, camera_.frameRateHz);
+  }
+  slot_.monitor.run_started(std::max(periodUs, exposureUs));
+  const auto features = services_.extension.features(slot_.serial).value_or(std::vector<feature_record>());
+  slot_.settings.run_started(schedule_.names(), camera_.initial, limits_of(features));
 }
 
 void camera_runner::close_device() {
@@ -242,7 +251,22 @@ void camera_runner::onFrameTick(float sensorTempC) {
     schedule_.start(nowUs);
   }
   log_details(false);
+  read_health();
   slot_.settings.arrived(slot_.monitor.arrived(nowUs, sensorTempC));
+  report_losses(nowUs);
+}
+
+void camera_runner::read_health() {
+  if (const auto record = services_.extension.health(slot_.serial)) {
+    slot_.monitor.health(*record);
+  }
+}
+
+void camera_runner::report_losses(std::uint64_t nowUs) {
+  const camera_totals totals = slot_.monitor.totals();
+  if (const auto text = losses_.due(nowUs, totals.missed, totals.health)) {
+    LOG(2, "%s", text->c_str());
+  }
 }
 
 void camera_runner::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
@@ -260,6 +284,8 @@ void camera_runner::onNoFrame() {
   }
   slot_.monitor.silent();
   slot_.settings.survived();
+  read_health();
+  report_losses(steady_us());
   if (is_end_wanted()) {
     isSignalGiven_ = true;
     expect_failures(true);

@@ -18,6 +18,7 @@
 #include "host/acquire/extension.h"
 #include "host/acquire/frame_taker.h"
 #include "host/acquire/library.h"
+#include "host/acquire/loss.h"
 #include "host/acquire/monitor.h"
 #include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
@@ -33,7 +34,7 @@ struct camera_slot {
   std::vector<frame_taker*> takers;  ///< not owned
   std::atomic<std::uint64_t> handedOver{0};
 
-  camera_slot(std::string name, double periodUs) : serial(std::move(name)), monitor(periodUs) {}
+  explicit camera_slot(std::string name) : serial(std::move(name)) {}
 };
 
 struct run_limits {
@@ -102,6 +103,9 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void explain_failure();
   void queue_due_sweep();
   bool drop_refused_sweep();
+  void start_figures();
+  void read_health();
+  void report_losses(std::uint64_t nowUs);
   bool pause_after_failure();
   bool is_end_wanted() const;
 
@@ -118,6 +122,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   camera_slot& slot_;
   const run_limits limits_;
   sweep_schedule schedule_;
+  loss_reporter losses_;
   std::uint64_t framesOfRun_ = 0;
   std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
   bool isSignalGiven_ = false;

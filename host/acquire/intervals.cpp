@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace host {
 namespace {
 
 constexpr double kFirstUs = 10;
 constexpr double kStep = 1.01;
-
-constexpr double kGap = 1.5;  // periods
 
 std::size_t bucket_of(std::uint64_t us, std::size_t count) {
   const double steps = std::log(std::max(static_cast<double>(us), kFirstUs) / kFirstUs) / std::log(kStep);
@@ -25,6 +24,11 @@ void interval_histogram::add(std::uint64_t us) {
   maxUs_ = std::max(maxUs_, us);
 }
 
+std::uint64_t interval_histogram::count_up_to(std::uint64_t us) const {
+  const auto end = buckets_.begin() + static_cast<std::ptrdiff_t>(bucket_of(us, buckets_.size())) + 1;
+  return us >= maxUs_ ? count_ : std::accumulate(buckets_.begin(), end, std::uint64_t{0});
+}
+
 std::uint64_t interval_histogram::quantile_us(double part) const {
   const auto wanted = static_cast<std::uint64_t>(std::ceil(part * static_cast<double>(count_)));
   std::uint64_t seen = 0;
@@ -37,49 +41,6 @@ std::uint64_t interval_histogram::quantile_us(double part) const {
     }
   }
   return 0;
-}
-
-std::optional<std::uint64_t> interval_tracker::arrived(std::uint64_t nowUs) {
-  std::optional<std::uint64_t> interval;
-  if (lastUs_) {
-    interval = nowUs - *lastUs_;
-    histogram_.add(*interval);
-    judge(static_cast<double>(*interval) / periodUs_);
-  }
-  lastUs_ = nowUs;
-  return interval;
-}
-
-void interval_tracker::judge(double periods) {
-  if (left_ == 0) {
-    if (periods <= kGap) {
-      return;
-    }
-    left_ = kRush;
-  }
-  periodsLate_ = std::max(0.0, periodsLate_ + periods - 1);
-  leastLate_ = std::min(leastLate_, periodsLate_);
-  if (--left_ == 0) {
-    settle(leastLate_);
-  }
-}
-
-// What is late beyond that became so only now, and may still be made up for.
-void interval_tracker::settle(double sure) {
-  const auto missed = std::llround(sure);
-  missed_ += static_cast<std::uint64_t>(missed);
-  periodsLate_ -= static_cast<double>(missed);
-  leastLate_ = kNever;
-  left_ = kRush;
-  if (periodsLate_ < kGap - 1) {
-    periodsLate_ = 0;
-    left_ = 0;
-  }
-}
-
-void interval_tracker::interrupt() {
-  settle(periodsLate_);
-  lastUs_.reset();
 }
 
 }  // namespace host

@@ -17,18 +17,16 @@ std::uint64_t steady_us() {
 
 void camera_monitor::run_started(double periodUs) {
   const std::lock_guard lock(mutex_);
-  intervals_.set_period(periodUs);
+  missed_.run_started(periodUs);
+  health_.reopened();
   totals_.isRunning = true;
   totals_.givenUp.clear();
-  runStartUs_ = steady_us();
+  startUs_ = startUs_.value_or(steady_us());
 }
 
 void camera_monitor::run_ended() {
   const std::lock_guard lock(mutex_);
-  intervals_.interrupt();
-  totals_.missed = intervals_.missed();
   totals_.isRunning = false;
-  totals_.runningUs += steady_us() - runStartUs_;
 }
 
 void camera_monitor::failed() {
@@ -48,9 +46,16 @@ std::optional<std::uint64_t> camera_monitor::arrived(std::uint64_t nowUs, float 
   ++totals_.frames;
   totals_.lastFrameUs = nowUs;
   totals_.temperatureC = temperatureC > kTemperatureMinC ? std::optional(temperatureC) : std::nullopt;
-  const auto interval = intervals_.arrived(nowUs);
-  totals_.missed = intervals_.missed();
+  const auto interval = missed_.arrived(nowUs, health_.total() ? health_.total()->frame_id : 0);
+  if (interval) {
+    intervals_.add(*interval);
+  }
   return interval;
+}
+
+void camera_monitor::health(const camera_extension_health_record& record) {
+  const std::lock_guard lock(mutex_);
+  health_.update(record);
 }
 
 void camera_monitor::handed_over(const cam_frame_info& info) {
@@ -67,17 +72,19 @@ void camera_monitor::silent() {
 }
 
 camera_totals camera_monitor::totals() const {
+  const std::uint64_t nowUs = steady_us();
   const std::lock_guard lock(mutex_);
   camera_totals now = totals_;
-  if (now.isRunning) {
-    now.runningUs += steady_us() - runStartUs_;
-  }
+  now.missed = missed_.count(nowUs);
+  now.isMissedEstimate = missed_.is_estimate();
+  now.health = health_.total();
+  now.elapsedUs = startUs_ ? nowUs - *startUs_ : 0;
   return now;
 }
 
 interval_histogram camera_monitor::histogram() const {
   const std::lock_guard lock(mutex_);
-  return intervals_.histogram();
+  return intervals_;
 }
 
 }  // namespace host

@@ -10,6 +10,7 @@
 
 #include "host/acquire/frame_taker.h"
 #include "host/acquire/intervals.h"
+#include "host/acquire/loss.h"
 
 namespace host {
 
@@ -18,30 +19,33 @@ std::uint64_t steady_us();
 
 struct camera_totals {
   std::uint64_t frames = 0;         ///< arrived
-  std::uint64_t missed = 0;         ///< judged by the intervals
+  std::uint64_t missed = 0;         ///< should have come and did not, see missed_frames
   std::uint64_t silentWaits = 0;    ///< waits that brought no usable frame
   std::uint64_t failures = 0;       ///< devices that could not be made or failed
   std::uint64_t failuresInRow = 0;  ///< since a frame was handed over
   std::uint64_t lastFrameUs = 0;    ///< arrival, steady_us; 0: none yet
-  std::uint64_t runningUs = 0;      ///< time of all runs together
+  std::uint64_t elapsedUs = 0;      ///< since the first run started
   std::optional<float> exposureUs = std::nullopt;
   std::optional<float> gainDb = std::nullopt;
   std::optional<float> temperatureC = std::nullopt;
+  std::optional<camera_extension_health_record> health = std::nullopt;  ///< over all openings
+  bool isMissedEstimate = false;                                        ///< judged by arrival times
   bool isRunning = false;
   std::string givenUp;  ///< why no device is created any more; empty: it is
 };
 
 class camera_monitor {
  public:
-  explicit camera_monitor(double periodUs) : intervals_(periodUs) {}
-
   // Told by the acquisition thread.
+  /// Frames are expected so often, microseconds.
   void run_started(double periodUs);
   void run_ended();
   void failed();
   /// No device will be created any more, for that reason.
   void given_up(const std::string& reason);
-  /// Gives the interval before it; none for the first frame of a run.
+  /// The library's record of the camera's stream; within a frame's callbacks it has the number of that frame.
+  void health(const camera_extension_health_record& record);
+  /// A frame arrived. Gives the interval before it; none for the first frame of a run.
   std::optional<std::uint64_t> arrived(std::uint64_t nowUs, float temperatureC);
   void handed_over(const cam_frame_info& info);
   void silent();
@@ -56,8 +60,10 @@ class camera_monitor {
  private:
   mutable std::mutex mutex_;
   camera_totals totals_;
-  interval_tracker intervals_;
-  std::uint64_t runStartUs_ = 0;
+  missed_frames missed_;
+  stream_health health_;
+  interval_histogram intervals_;
+  std::optional<std::uint64_t> startUs_;  // of the first run
   std::atomic<std::uint64_t> activity_{0};
 };
 

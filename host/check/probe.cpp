@@ -1,6 +1,8 @@
 #include "host/check/probe.h"
 
-#include <numeric>
+#include <fmt/format.h>
+
+#include <algorithm>
 
 #include "host/acquire/monitor.h"
 #include "host/acquire/preparation.h"
@@ -17,14 +19,16 @@ using std::chrono::milliseconds;
 constexpr float kNoTemperatureC = -321.0F;
 constexpr milliseconds kSignalCheck{20};
 
-double mean_of(const std::uint8_t* data, std::uint32_t count) {
-  return count == 0 ? 0 : static_cast<double>(std::accumulate(data, data + count, std::uint64_t{0})) / count;
+grey_histogram histogram_of(const std::uint8_t* data, std::uint32_t count) {
+  grey_histogram greys{};
+  std::for_each(data, data + count, [&](std::uint8_t grey) { ++greys[grey]; });
+  return greys;
 }
 
 }  // namespace
 
 probe::probe(const camera_library& library, const bundle_session& bundle, const camera_config& camera)
-    : camera_(camera), temperatureC_(kNoTemperatureC) {
+    : camera_(camera), extension_(library), temperatureC_(kNoTemperatureC) {
   const camera_log_scope scope(camera.serial);
   preparation_ = prepare_camera(library, camera.serial);
   const table_holder table = make_table(camera);
@@ -47,6 +51,7 @@ void probe::start() {
   thread_ = std::thread([this] {
     const camera_log_scope scope(camera_.serial);
     device_->run(this);
+    note_failures();
     const std::lock_guard lock(mutex_);
     isRunning_ = false;
     news_.notify_all();
@@ -73,8 +78,30 @@ bool probe::wait_until(milliseconds longest, Condition isMet) {
   return false;
 }
 
-bool probe::wait_frames(std::size_t count, milliseconds longest) {
-  return wait_until(longest, [this, count] { return frames_.size() >= count; });
+bool probe::wait_frames(std::size_t count, milliseconds longest, progress_line& progress) {
+  const std::size_t first = frames().size();
+  return wait_until(longest, [&] {
+    progress.show(fmt::format("{}: {} of {} frames", camera_.serial, frames_.size() - first, count - first));
+    return frames_.size() >= count;
+  });
+}
+
+// On the run's thread, whose failures they are.
+void probe::note_failures() {
+  const std::string fresh = take_failures();
+  const std::lock_guard lock(mutex_);
+  if (runFailures_.empty()) {
+    runFailures_ = fresh;
+  }
+}
+
+std::string probe::run_failures() const {
+  const std::lock_guard lock(mutex_);
+  return runFailures_;
+}
+
+light_limits probe::limits() const {
+  return limits_of(extension_.features(camera_.serial).value_or(std::vector<feature_record>()));
 }
 
 std::optional<std::size_t> probe::apply(const light_settings& settings, milliseconds longest) {
@@ -138,13 +165,19 @@ void probe::onFrameTick(float sensorTempC) {
 }
 
 void probe::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
-  const seen_frame frame{steady_us(), *info, mean_of(data, byteCount)};
+  seen_frame frame{.arrivalUs = steady_us(), .info = *info, .greys = histogram_of(data, byteCount)};
+  frame.mean = mean_grey(frame.greys);
+  if (const auto record = extension_.health(camera_.serial)) {
+    frame.id = record->frame_id;
+    frame.cameraTimeNs = record->frame_time_ns;
+  }
   const std::lock_guard lock(mutex_);
   frames_.push_back(frame);
   news_.notify_all();
 }
 
 void probe::onNoFrame() {
+  note_failures();
   const std::lock_guard lock(mutex_);
   if (isEndWanted_ && !isSignalGiven_) {
     isSignalGiven_ = true;

@@ -13,7 +13,11 @@
 #include <thread>
 #include <vector>
 
+#include "host/acquire/extension.h"
 #include "host/acquire/library.h"
+#include "host/acquire/limits.h"
+#include "host/check/prediction.h"
+#include "host/check/table.h"
 #include "host/config/config.h"
 
 namespace host {
@@ -25,7 +29,10 @@ class interrupted {};
 struct seen_frame {
   std::uint64_t arrivalUs = 0;  ///< steady_us
   Zavik::Support::MediaGrabber::cam_frame_info info{};
-  double mean = 0;  ///< mean grey of the picture
+  grey_histogram greys{};
+  double mean = 0;                 ///< mean grey of the picture
+  std::uint64_t id = 0;            ///< as the camera counts; 0: not known
+  std::uint64_t cameraTimeNs = 0;  ///< on the camera's clock, when the id is known
 };
 
 class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
@@ -45,8 +52,9 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
   const std::string& failures() const { return failures_; }
 
   void start();
-  /// Waits until so many frames were seen in all, at most so long, or until the run ended.
-  bool wait_frames(std::size_t count, std::chrono::milliseconds longest);
+  /// Waits until so many frames were seen in all, at most so long, or until the run ended. Shows what it
+  /// waits for.
+  bool wait_frames(std::size_t count, std::chrono::milliseconds longest, progress_line& progress);
   /// Applies settings after the next frame, and gives the number of frames seen by then; none when no frame
   /// came within `longest`.
   std::optional<std::size_t> apply(const light_settings& settings, std::chrono::milliseconds longest);
@@ -55,6 +63,12 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
 
   std::vector<seen_frame> frames() const;
   float temperature() const;
+  /// The library's record of the stream; none without the extension.
+  std::optional<camera_extension_health_record> health() const { return extension_.health(camera_.serial); }
+  /// What was logged as failures while the device runs.
+  std::string run_failures() const;
+  /// What the camera takes; nothing is known without the extension.
+  light_limits limits() const;
   bool is_running() const;
 
  private:
@@ -66,10 +80,13 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
                std::uint32_t byteCount) override;
   void onNoFrame() override;
 
+  void note_failures();
+
   template <class Condition>
   bool wait_until(std::chrono::milliseconds longest, Condition isMet);
 
   const camera_config& camera_;
+  const camera_extension extension_;
   Zavik::Support::MediaGrabber::device_like* device_ = nullptr;
   std::string preparation_;
   std::string failures_;
@@ -81,6 +98,7 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
   std::optional<light_settings> pending_;
   std::size_t appliedAt_ = 0;
   float temperatureC_;
+  std::string runFailures_;
   bool isRunning_ = false;
   bool isEndWanted_ = false;
   std::thread thread_;

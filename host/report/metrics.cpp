@@ -1,116 +1,189 @@
 #include "host/report/metrics.h"
 
-#include <fmt/format.h>
+#include <prometheus/metric_family.h>
+#include <prometheus/text_serializer.h>
 
 #include <array>
-#include <functional>
+#include <limits>
 #include <utility>
 
 namespace host {
 namespace {
 
-std::string label_text(const std::string& text) {
-  std::string escaped;
-  for (const char letter : text) {
-    if (letter == '"' || letter == '\\') {
-      escaped += '\\';
-    }
-    escaped += letter;
-  }
-  return escaped;
-}
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+using prometheus::MetricType;
+using health_record = camera_extension_health_record;
 
-struct metric {
+// One figure of a camera; none where it is not known.
+struct figure {
   const char* name;
-  const char* type;
+  MetricType type;
   const char* help;
-  std::function<std::optional<double>(const camera_figures&)> value;
+  std::optional<double> (*value)(const camera_figures&);
 };
 
 std::optional<double> widened(const std::optional<float>& value, double factor = 1) {
   return value ? std::optional(static_cast<double>(*value) * factor) : std::nullopt;
 }
 
+double number(std::uint64_t count) {
+  return static_cast<double>(count);
+}
+
 // clang-format off
-const std::array kMetrics = {
-    metric{"up", "gauge", "Whether the camera's device runs.",
-           [](const camera_figures& c) { return c.totals.isRunning ? 1.0 : 0.0; }},
-    metric{"frames_total", "counter", "Frames that arrived.",
-           [](const camera_figures& c) { return static_cast<double>(c.totals.frames); }},
-    metric{"frames_missed_total", "counter", "Frames missed, judged by arrival times and the configured rate.",
-           [](const camera_figures& c) { return static_cast<double>(c.totals.missed); }},
-    metric{"silent_waits_total", "counter", "Waits of a second without a usable frame.",
-           [](const camera_figures& c) { return static_cast<double>(c.totals.silentWaits); }},
-    metric{"device_failures_total", "counter", "Devices that could not be created or failed.",
-           [](const camera_figures& c) { return static_cast<double>(c.totals.failures); }},
-    metric{"last_frame_age_seconds", "gauge", "Time since the last frame arrived.",
+constexpr std::array kFigures = {
+    figure{"up", MetricType::Gauge, "1 while the camera's device runs, else 0.",
+           [](const camera_figures& c) { return std::optional(c.totals.isRunning ? 1.0 : 0.0); }},
+    figure{"frames_total", MetricType::Counter, "Frames that arrived whole.",
+           [](const camera_figures& c) { return std::optional(number(c.totals.frames)); }},
+    figure{"frames_missed_total", MetricType::Counter,
+           "Frames that were due and did not arrive: by the camera's frame numbers, and by time over outages.",
+           [](const camera_figures& c) { return std::optional(number(c.totals.missed)); }},
+    figure{"frames_missed_is_estimate", MetricType::Gauge,
+           "1 when the camera library tells no frame numbers and arrival times are judged instead.",
+           [](const camera_figures& c) { return std::optional(c.totals.isMissedEstimate ? 1.0 : 0.0); }},
+    figure{"silent_waits_total", MetricType::Counter, "Waits of at most a second that brought no usable frame.",
+           [](const camera_figures& c) { return std::optional(number(c.totals.silentWaits)); }},
+    figure{"device_failures_total", MetricType::Counter, "Devices that could not be created, or whose run failed.",
+           [](const camera_figures& c) { return std::optional(number(c.totals.failures)); }},
+    figure{"given_up", MetricType::Gauge, "1 when no device is created any more, as the camera can't take its configuration.",
+           [](const camera_figures& c) { return std::optional(c.totals.givenUp.empty() ? 0.0 : 1.0); }},
+    figure{"last_frame_age_seconds", MetricType::Gauge, "Time since the last frame arrived.",
            [](const camera_figures& c) { return since_last_frame(c); }},
-    metric{"exposure_seconds", "gauge", "Exposure time of the last frame.",
+    figure{"exposure_seconds", MetricType::Gauge, "Exposure time of the last frame.",
            [](const camera_figures& c) { return widened(c.totals.exposureUs, 1e-6); }},
-    metric{"gain_decibels", "gauge", "Gain of the last frame.",
+    figure{"gain_decibels", MetricType::Gauge, "Gain of the last frame.",
            [](const camera_figures& c) { return widened(c.totals.gainDb); }},
-    metric{"sensor_temperature_celsius", "gauge", "Temperature of the sensor.",
+    figure{"sensor_temperature_celsius", MetricType::Gauge, "Temperature of the sensor.",
            [](const camera_figures& c) { return widened(c.totals.temperatureC); }},
 };
 
-const std::array kOutputMetrics = {
-    std::pair{"output_frames_total", std::pair{"Frames written.", &output_totals::written}},
-    std::pair{"output_frames_dropped_total",
-              std::pair{"Frames that were to be written and were not.", &output_totals::dropped}},
-    std::pair{"output_bytes_total", std::pair{"Bytes written.", &output_totals::bytes}},
+// Counters of the camera library, each under a label of its family.
+struct health_counter {
+  const char* label;
+  std::uint64_t health_record::*count;
+};
+
+constexpr std::array kLostFrames = {health_counter{"incomplete", &health_record::frames_incomplete},
+                                    health_counter{"missing", &health_record::frames_missing},
+                                    health_counter{"refused", &health_record::frames_refused},
+                                    health_counter{"dropped", &health_record::frames_dropped}};
+constexpr std::array kPackets = {health_counter{"received", &health_record::packets_received},
+                                 health_counter{"lost", &health_record::packets_lost},
+                                 health_counter{"requested", &health_record::packets_requested},
+                                 health_counter{"received_again", &health_record::packets_received_again},
+                                 health_counter{"duplicate", &health_record::packets_duplicate},
+                                 health_counter{"foreign", &health_record::packets_foreign},
+                                 health_counter{"dropped_by_kernel", &health_record::kernel_drops}};
+
+struct output_counter {
+  const char* name;
+  const char* help;
+  std::uint64_t output_totals::*count;
+};
+
+constexpr std::array kOutputCounters = {
+    output_counter{"output_frames_total", "Frames written.", &output_totals::written},
+    output_counter{"output_frames_dropped_total", "Frames that were to be written and were not.", &output_totals::dropped},
+    output_counter{"output_bytes_total", "Bytes written.", &output_totals::bytes},
 };
 // clang-format on
 
-void append_head(std::string& text, const char* name, const char* type, const char* help) {
-  text += fmt::format("# HELP mediagrabber_{0} {1}\n# TYPE mediagrabber_{0} {2}\n", name, help, type);
+// Bounds of the histogram of intervals, microseconds: from cameras of a thousand frames a second to an
+// outage.
+constexpr std::array<std::uint64_t, 13> kIntervalBoundsUs = {
+    1'000,   2'000,   5'000,     10'000,    20'000,    50'000,    100'000,
+    200'000, 500'000, 1'000'000, 2'000'000, 5'000'000, 10'000'000};
+
+MetricFamily family(const char* name, const char* help, MetricType type) {
+  return {.name = std::string("mediagrabber_") + name, .help = help, .type = type, .metric = {}};
 }
 
-void append_outputs(std::string& text, const std::vector<camera_figures>& cameras) {
-  for (const auto& [name, what] : kOutputMetrics) {
-    append_head(text, name, "counter", what.first);
-    for (const camera_figures& camera : cameras) {
-      for (const auto& [output, totals] :
-           {std::pair{"files", camera.files}, std::pair{"video", camera.video}}) {
-        if (totals) {
-          text += fmt::format("mediagrabber_{}{{camera=\"{}\",output=\"{}\"}} {}\n", name,
-                              label_text(camera.serial), output, (*totals).*what.second);
-        }
+ClientMetric metric_of(const camera_figures& camera, MetricType type, double value) {
+  ClientMetric metric;
+  metric.label = {{"camera", camera.serial}};
+  (type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
+  return metric;
+}
+
+MetricFamily family_of(const figure& each, const std::vector<camera_figures>& cameras) {
+  MetricFamily all = family(each.name, each.help, each.type);
+  for (const camera_figures& camera : cameras) {
+    if (const auto value = each.value(camera)) {
+      all.metric.push_back(metric_of(camera, each.type, *value));
+    }
+  }
+  return all;
+}
+
+template <class Counters>
+MetricFamily family_of(MetricFamily all, const char* label, const Counters& counters,
+                       const std::vector<camera_figures>& cameras) {
+  for (const camera_figures& camera : cameras) {
+    for (const health_counter& each : counters) {
+      if (camera.totals.health) {
+        ClientMetric metric = metric_of(camera, all.type, number((*camera.totals.health).*each.count));
+        metric.label.push_back({label, each.label});
+        all.metric.push_back(std::move(metric));
       }
     }
   }
+  return all;
 }
 
-void append_intervals(std::string& text, const std::vector<camera_figures>& cameras) {
-  constexpr const char* kName = "frame_interval_seconds";
-  append_head(text, kName, "summary", "Time between the arrivals of two frames, since the start.");
+MetricFamily family_of(const output_counter& each, const std::vector<camera_figures>& cameras) {
+  MetricFamily all = family(each.name, each.help, MetricType::Counter);
   for (const camera_figures& camera : cameras) {
-    const std::string label = label_text(camera.serial);
-    for (const double part : {0.5, 0.95, 0.99}) {
-      text += fmt::format("mediagrabber_{}{{camera=\"{}\",quantile=\"{}\"}} {}\n", kName, label, part,
-                          seconds(camera.intervals.quantile_us(part)));
+    for (const auto& [output, totals] :
+         {std::pair{"files", camera.files}, std::pair{"video", camera.video}}) {
+      if (totals) {
+        ClientMetric metric = metric_of(camera, all.type, number((*totals).*each.count));
+        metric.label.push_back({"output", output});
+        all.metric.push_back(std::move(metric));
+      }
     }
-    text += fmt::format(
-        "mediagrabber_{0}_sum{{camera=\"{1}\"}} {2}\nmediagrabber_{0}_count{{camera=\"{1}\"}} {3}\n", kName,
-        label, seconds(camera.intervals.sum_us()), camera.intervals.count());
   }
+  return all;
+}
+
+MetricFamily intervals_of(const std::vector<camera_figures>& cameras) {
+  MetricFamily all = family("frame_interval_seconds", "Time between the arrivals of two frames of a run.",
+                            MetricType::Histogram);
+  for (const camera_figures& camera : cameras) {
+    ClientMetric metric;
+    metric.label = {{"camera", camera.serial}};
+    metric.histogram.sample_count = camera.intervals.count();
+    metric.histogram.sample_sum = seconds(camera.intervals.sum_us());
+    for (const std::uint64_t bound : kIntervalBoundsUs) {
+      metric.histogram.bucket.push_back({camera.intervals.count_up_to(bound), seconds(bound)});
+    }
+    metric.histogram.bucket.push_back({camera.intervals.count(), std::numeric_limits<double>::infinity()});
+    all.metric.push_back(std::move(metric));
+  }
+  return all;
 }
 
 }  // namespace
 
 std::string metrics_text(const std::vector<camera_figures>& cameras) {
-  std::string text;
-  for (const metric& each : kMetrics) {
-    append_head(text, each.name, each.type, each.help);
-    for (const camera_figures& camera : cameras) {
-      if (const auto value = each.value(camera)) {
-        text += fmt::format("mediagrabber_{}{{camera=\"{}\"}} {}\n", each.name, label_text(camera.serial),
-                            *value);
-      }
-    }
+  std::vector<MetricFamily> families;
+  for (const figure& each : kFigures) {
+    families.push_back(family_of(each, cameras));
   }
-  append_outputs(text, cameras);
-  append_intervals(text, cameras);
-  return text;
+  families.push_back(family_of(
+      family("frames_lost_total", "Frames that the camera sent and that did not arrive whole, by reason.",
+             MetricType::Counter),
+      "reason", kLostFrames, cameras));
+  families.push_back(family_of(
+      family("packets_total", "Packets of the stream, by what became of them. A packet may be in several.",
+             MetricType::Counter),
+      "kind", kPackets, cameras));
+  for (const output_counter& each : kOutputCounters) {
+    families.push_back(family_of(each, cameras));
+  }
+  families.push_back(intervals_of(cameras));
+  return prometheus::TextSerializer().Serialize(families);
 }
 
 }  // namespace host

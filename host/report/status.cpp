@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "core/time_helpers.h"
+#include "host/config/text.h"
 
 namespace host {
 namespace {
@@ -44,6 +46,48 @@ nlohmann::ordered_json output_json(const std::optional<output_totals>& output) {
     return nullptr;
   }
   return {{"written", output->written}, {"dropped", output->dropped}, {"bytes", output->bytes}};
+}
+
+// An estimate is shown as one.
+std::string missed_text(const camera_totals& totals) {
+  return fmt::format("{}{}", totals.isMissedEstimate ? "about " : "", totals.missed);
+}
+
+std::string plural(std::uint64_t count, const char* noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+// What the camera library knows of the stream.
+std::string stream_text(const camera_extension_health_record& health) {
+  constexpr std::array kTransports = {"simulated", "UDP", "packet ring"};
+  const std::string causes = loss_text(health);
+  std::string text =
+      fmt::format("\n  stream: {}, {}", kTransports.at(std::min<std::size_t>(health.transport, 2)),
+                  plural(health.buffers, "buffer"));
+  if (health.transport != camera_extension_simulated) {
+    text += fmt::format(", packets of {} bytes, {} received, {} lost, {} asked for again, {} received again",
+                        health.packet_size, health.packets_received, health.packets_lost,
+                        health.packets_requested, health.packets_received_again);
+  }
+  return text + (causes.empty() ? "" : "\n  lost: " + causes);
+}
+
+nlohmann::ordered_json stream_json(const std::optional<camera_extension_health_record>& health) {
+  if (!health) {
+    return nullptr;
+  }
+  return {{"frames_whole", health->frames_whole},
+          {"frames_incomplete", health->frames_incomplete},
+          {"frames_missing", health->frames_missing},
+          {"frames_refused", health->frames_refused},
+          {"frames_dropped", health->frames_dropped},
+          {"packets_received", health->packets_received},
+          {"packets_lost", health->packets_lost},
+          {"packets_requested", health->packets_requested},
+          {"packets_received_again", health->packets_received_again},
+          {"packets_duplicate", health->packets_duplicate},
+          {"packets_foreign", health->packets_foreign},
+          {"kernel_drops", health->kernel_drops}};
 }
 
 std::string times_text(std::uint64_t times) {
@@ -123,8 +167,8 @@ std::string status_line(const camera_figures& figures, const rate_meter::rates& 
   const auto age = since_last_frame(figures);
   const std::string outputs = output_text("rec", figures.files) + output_text("video", figures.video);
   return fmt::format("{} {}#{} {:.1f}/s missed {} gap {} {}us {}dB {}C{}{}", figures.serial,
-                     totals.isRunning ? "" : "DOWN ", totals.frames, rates.framesPerSecond, totals.missed,
-                     age ? fmt::format("{:.0f}ms", *age * 1000) : "-",
+                     totals.isRunning ? "" : "DOWN ", totals.frames, rates.framesPerSecond,
+                     missed_text(totals), age ? fmt::format("{:.0f}ms", *age * 1000) : "-",
                      number_or_dash("{:.0f}", totals.exposureUs), number_or_dash("{:.1f}", totals.gainDb),
                      number_or_dash("{:.1f}", totals.temperatureC), outputs,
                      outputs.empty() ? "" : fmt::format(" {:.1f}MB/s", rates.bytesPerSecond / 1e6));
@@ -132,17 +176,23 @@ std::string status_line(const camera_figures& figures, const rate_meter::rates& 
 
 std::string summary(const camera_figures& figures, const std::vector<setting_outcome>& settings) {
   const camera_totals& totals = figures.totals;
-  const double between = seconds(figures.intervals.sum_us());
+  const double elapsed = seconds(totals.elapsedUs);
   const auto ms = [&](double part) {
     return static_cast<double>(figures.intervals.quantile_us(part)) / 1000;
   };
   std::string text = fmt::format(
-      "{}: {} frames in {:.1f} s, {:.2f}/s, {} missed, {} silent waits, {} device failures\n"
+      "{}: {} in {:.1f} s, {:.2f}/s, {} missed, {}, {}\n"
       "  intervals: half within {:.2f} ms, 95% within {:.2f} ms, 99% within {:.2f} ms, longest {:.2f} ms",
-      figures.serial, totals.frames, seconds(totals.runningUs),
-      between > 0 ? static_cast<double>(figures.intervals.count()) / between : 0.0, totals.missed,
-      totals.silentWaits, totals.failures, ms(0.5), ms(0.95), ms(0.99),
-      static_cast<double>(figures.intervals.max_us()) / 1000);
+      printable(figures.serial), plural(totals.frames, "frame"), elapsed,
+      elapsed > 0 ? static_cast<double>(totals.frames) / elapsed : 0.0, missed_text(totals),
+      plural(totals.silentWaits, "silent wait"), plural(totals.failures, "device failure"), ms(0.5), ms(0.95),
+      ms(0.99), static_cast<double>(figures.intervals.max_us()) / 1000);
+  if (totals.health) {
+    text += stream_text(*totals.health);
+  }
+  if (!totals.givenUp.empty()) {
+    text += "\n  given up: " + totals.givenUp;
+  }
   for (const auto& [name, output] : {std::pair{"files", figures.files}, std::pair{"video", figures.video}}) {
     if (output) {
       text += fmt::format("\n  {}: {} frames written, {} dropped, {:.1f} MB", name, output->written,
@@ -164,15 +214,18 @@ std::string stats_line(const camera_figures& figures, const rate_meter::rates& r
                                        {"frames", totals.frames},
                                        {"rate_hz", rates.framesPerSecond},
                                        {"missed", totals.missed},
+                                       {"missed_is_estimate", totals.isMissedEstimate},
                                        {"silent_waits", totals.silentWaits},
                                        {"failures", totals.failures},
                                        {"exposure_us", nullable(totals.exposureUs)},
                                        {"gain_db", nullable(totals.gainDb)},
                                        {"temperature_c", nullable(totals.temperatureC)},
+                                       {"stream", stream_json(totals.health)},
                                        {"files", output_json(figures.files)},
                                        {"video", output_json(figures.video)},
                                        {"bundle", bundle_json(bundleStats)}};
-  return line.dump();
+  // A serial number may be any bytes.
+  return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace host

@@ -105,8 +105,9 @@ TEST_F(mediagrabber, ends_within_a_second_of_a_signal) {
       ASSERT_TRUE(run.says(has(camera, "Open") ? "created again in 1 s" : "acquisition starts"))
           << run.error();
       std::this_thread::sleep_for(300ms);
-      EXPECT_LT(run.end(number), 1.3) << camera;  // the bundle's wait, and the start and end of processes
-      EXPECT_EQ(count(run.error(), "silent waits"), 1U) << "no summary: " << run.error();
+      EXPECT_LT(run.end(number, has(camera, "Open") ? 1 : 0), 1.3)
+          << camera;  // the bundle's wait, and the start and end of processes
+      EXPECT_EQ(count(run.error(), "silent wait"), 1U) << "no summary: " << run.error();
       EXPECT_FALSE(has(run.error(), " error ") && !has(camera, "Open")) << run.error();
     }
   }
@@ -114,7 +115,7 @@ TEST_F(mediagrabber, ends_within_a_second_of_a_signal) {
   for (const char* point : {"GevOpenCamera", "GevStartTransfer", "read_Gain", "write_ExposureTime"}) {
     auto run = start({"run", path}, fmt::format("sensor=320x240 fault={}:_slow_60000000", point));
     std::this_thread::sleep_for(300ms);
-    EXPECT_LT(run.end(SIGTERM), 1.3) << point << run.error();
+    EXPECT_LT(run.end(SIGTERM, 1), 1.3) << point << run.error();
     EXPECT_TRUE(has(run.error(), "does not end by itself and is cancelled")) << run.error();
   }
   auto run = start({"run", path, "-t", "0.5"});
@@ -131,7 +132,7 @@ TEST_F(mediagrabber, creates_a_failed_device_again) {
   EXPECT_EQ(flaky.wait(), 0) << flaky.error();
   EXPECT_EQ(images("SIM00001", ".png"), 30U);
   EXPECT_TRUE(has(flaky.error(), "the device failed (1 in a row): run2: fail: exception <")) << flaky.error();
-  EXPECT_TRUE(has(flaky.error(), "0 missed, 0 silent waits, 1 device failures")) << flaky.error();
+  EXPECT_TRUE(has(flaky.error(), "0 silent waits, 1 device failure")) << flaky.error();
 
   auto absent = start({"run", path, "--max-failures", "2"}, "serial=OTHER");
   EXPECT_EQ(absent.wait(), 1);
@@ -172,7 +173,7 @@ TEST_F(mediagrabber, prepares_a_camera_that_kept_its_look_up_table_off) {
   ASSERT_TRUE(run.says("acquisition starts", 3)) << run.error();
   EXPECT_LT(run.end(SIGTERM), 1.3);
   EXPECT_EQ(count(run.error(), "prepared: lutMode from Off to Active"), 2U) << run.error();
-  EXPECT_TRUE(has(run.error(), "1 device failures")) << run.error();
+  EXPECT_TRUE(has(run.error(), "1 device failure")) << run.error();
 }
 
 TEST_F(mediagrabber, gives_up_a_camera_that_can_not_take_its_configuration) {
@@ -184,7 +185,7 @@ TEST_F(mediagrabber, gives_up_a_camera_that_can_not_take_its_configuration) {
   for (const char* line :
        {"ReverseX: the camera does not have it", "GainSelector: it has no entry SensorAll, but DigitalAll",
         "the camera is given up", "B: 21 frames"}) {
-    EXPECT_EQ(count(run.error(), line), 1U) << line << run.error();
+    EXPECT_TRUE(has(run.error(), line)) << line << run.error();
   }
   auto check = start({"check", path, "-c", "A"}, cameras);
   EXPECT_EQ(check.wait(), 1);
@@ -245,7 +246,7 @@ TEST_F(mediagrabber, a_full_disk_does_not_stop_acquisition) {
   fs::create_symlink("/dev/full", directory / "rec/SIM00001/frames.jsonl");
   auto run = start(
       {"run", configure(camera_text("SIM00001")), "-n", "20", "-r", directory / "rec", "-s", "/dev/full"});
-  EXPECT_EQ(run.wait(), 0) << run.error();
+  EXPECT_EQ(run.wait(), 1) << run.error();
   EXPECT_EQ(count(run.error(), "frames.jsonl"), 1U) << "one message, not one a frame: " << run.error();
   EXPECT_EQ(count(run.error(), "the disk is full"), 2U) << run.error();
   EXPECT_TRUE(has(run.error(), "21 frames") && has(run.error(), "0 frames written, 20 dropped"))
@@ -320,7 +321,7 @@ TEST_F(mediagrabber, check_tells_good_cameras_from_bad_ones) {
        {"passed library starts", "passed camera found", "passed device created",
         "passed frames arrive 150 of 150", "passed frame interval", "passed timestamps increase",
         "passed exposure read back 5000 us", "passed gain read back 0.00 dB",
-        "passed sweeps take effect exposure 2500 us, gain 3 dB: read back with frame 1",
+        "passed sweeps take effect exposure 2500 us, gain 3 dB: read back with frame 1, grey",
         "passed IR off and on", "passed temperature", "passed ends on a signal"},
        0},
       {"serial=OTHER", {"FAILED camera found camera 'SIM00001' did not answer", "skipped device created"}, 1},

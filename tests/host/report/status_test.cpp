@@ -14,19 +14,33 @@ using tests::has;
 using tests::info_of;
 
 TEST(status, figures_become_lines) {
-  host::camera_slot slot("A\"B", 33'333);
+  host::camera_slot slot("A\"B\xff");
   slot.monitor.run_started(33'333);
-  slot.monitor.arrived(host::steady_us() - 2'000'000, 41.23F);
+  camera_extension_health_record record{};
+  record.frames_dropped = 4;
+  record.frame_id = 9;
+  slot.monitor.health(record);
+  slot.monitor.arrived(host::steady_us() - 250'000, 41.23F);
+  record.frame_id = 12;
+  slot.monitor.health(record);
+  slot.monitor.arrived(host::steady_us() - 100'000, 41.23F);
   slot.monitor.handed_over(info_of(4, 4));
   const host::camera_figures figures = host::figures_of(slot, nullptr, nullptr);
   const std::string line = host::status_line(figures, {30.04, 1.5e6});
-  EXPECT_TRUE(has(line, "#1 30.0/s missed 0 gap 200") && has(line, "5000us 6.0dB 41.2C")) << line;
+  EXPECT_TRUE(has(line, "#2 30.0/s missed 2 gap 10") && has(line, "5000us 6.0dB 41.2C")) << line;
+  const std::string summary = host::summary(figures, {});
+  EXPECT_TRUE(has(summary, "2 missed, 0 silent waits") && has(summary, "lost: 4 found no free buffer"))
+      << summary;
   const std::string metrics = host::metrics_text({figures});
-  EXPECT_TRUE(has(metrics, "\nmediagrabber_exposure_seconds{camera=\"A\\\"B\"} 0.0050005")) << metrics;
-  EXPECT_TRUE(has(metrics, "\n# TYPE mediagrabber_frames_total counter\n")) << metrics;
+  for (const char* expected :
+       {"\nmediagrabber_exposure_seconds{camera=\"A\\\"B", "# TYPE mediagrabber_frames_total counter\n",
+        "\"} 0.0050005", "reason=\"dropped\"} 4\n", "mediagrabber_frame_interval_seconds_bucket{camera=",
+        "le=\"0.1\"} 0\n", "le=\"0.2\"} 1\n", "le=\"+Inf\"} 1\n"}) {
+    EXPECT_TRUE(has(metrics, expected)) << expected << metrics;
+  }
   for (const char* bundle : {"", "no json", R"({"stat": {"temp": 1}})"}) {
     const auto json = nlohmann::json::parse(host::stats_line(figures, {}, bundle));
-    EXPECT_EQ(json["camera"], "A\"B");
+    EXPECT_EQ(json["stream"]["frames_dropped"], 4);
     EXPECT_EQ(json["bundle"].type_name(), std::string(*bundle == '\0'  ? "null"
                                                       : *bundle == 'n' ? "string"
                                                                        : "object"));
