@@ -87,8 +87,11 @@ GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from) {
   if (!wanted) {
     return GEVLIB_ERROR_PARAMETER_INVALID;
   }
-  const auto* text = std::get_if<std::string>(&*wanted);
-  write(to, text == nullptr ? *wanted : parse(to.name(), to.kind(), to.entries(), *text), true);
+  if (const auto* text = std::get_if<std::string>(&*wanted)) {
+    write_text(to, *text, true);
+  } else {
+    write(to, *wanted, true);
+  }
   return GEVLIB_OK;
 }
 

@@ -55,9 +55,7 @@ camera::camera(std::shared_ptr<link> owner, const camera_place& where, GevAccess
       features_(read_features()),
       nodes_(*this),
       reference_(&nodes_) {
-  for (gev::feature* const each : features_->all()) {
-    nodes_.add(*each);
-  }
+  features_->fill(nodes_);
   read_options();
   link_->on_loss([this] { stream_.lose(); });
   LOG(4, "done: camera %s at %s opened from %s", serial().c_str(), address_text(where.address).c_str(),

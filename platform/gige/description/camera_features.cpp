@@ -2,6 +2,7 @@
 
 #include <libxml/parser.h>
 
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -16,8 +17,16 @@ namespace {
 constexpr const char* rootCategory = "Root";
 constexpr std::size_t deepestCategory = 16;
 
+// ArvGc's parser keeps its state in a static variable, so one description is parsed at a time: some
+// milliseconds for which no camera is asked anything.
+ArvGc* parse_description(const std::string& xml, const gc_device& device) {
+  static std::mutex parser;
+  const std::scoped_lock one(parser);
+  return arv_gc_new(device.get(), xml.data(), xml.size());
+}
+
 ArvGc* read_description(const std::string& xml, const gc_device& device) {
-  ArvGc* const description = arv_gc_new(device.get(), xml.data(), xml.size());
+  ArvGc* const description = parse_description(xml, device);
   if (description == nullptr) {
     throw description_error("the description cannot be read by ArvGc");
   }
