@@ -10,6 +10,7 @@ constexpr double microsecond = 1000;
 
 // A shorter nap costs more than to be woken by the packets that it would save.
 constexpr double shortestNap = 40 * microsecond;
+constexpr double awaitingNap = 1000 * microsecond;
 constexpr double mostFill = 0.5;
 
 // Behind the moment when a frame is expected to end; frames that are late by more cost one more nap.
@@ -29,9 +30,9 @@ double count_of(nap_planner::nanoseconds time) {
   return static_cast<double>(time.count());
 }
 
-// Weighs in what was seen; takes the first one as it is.
-void weigh_in(double& mean, double seen) {
-  mean = mean == 0 ? seen : mean + (seen - mean) * lessonWeight;
+// With what was seen weighed in; the first one as it is.
+double mean_of(double before, double seen) {
+  return before == 0 ? seen : before + (seen - before) * lessonWeight;
 }
 
 }  // namespace
@@ -40,7 +41,8 @@ nap_planner::plan nap_planner::next(const look& seen) {
   learn(seen);
   const bool inProgress = seen.missing > 0;
   const bool inVain = inProgress && seen.packets == 0;
-  if (inVain || packetDistance_ == 0 || (!inProgress && !steady_)) {
+  const bool unknown = packetDistance_ == 0 || (!inProgress && (!steady_ || seen.awaiting));
+  if (inVain || unknown) {
     return nextPacket;
   }
   const double now = count_of(seen.now);
@@ -60,8 +62,12 @@ nap_planner::plan nap_planner::next(const look& seen) {
   return {false, nanoseconds(std::llround(std::max(sleep, shortestNap)))};
 }
 
-// Until the buffer is filled as far as a nap may let it be.
+// Until the buffer is filled as far as a nap may let it be, or packets that were asked for again may be
+// there.
 double nap_planner::longest_nap(const look& seen) const {
+  if (seen.awaiting) {
+    return awaitingNap;
+  }
   const double untilFull =
       packetFill_ == 0 ? packetsOfFrame_ * packetDistance_ : mostFill / packetFill_ * packetDistance_;
   if (seen.missing > 0) {
@@ -78,19 +84,34 @@ void nap_planner::learn(const look& seen) {
   const double newest = count_of(seen.newest);
   const double packets = seen.packets;
   if (seen.packets >= fewPackets) {
-    weigh_in(packetCost_, count_of(seen.now - seen.woke) / packets);
+    packetCost_ = mean_of(packetCost_, count_of(seen.now - seen.woke) / packets);
   }
   // Packets that came while others were taken make this too little, never too much.
   packetFill_ = std::max(packetFill_, seen.fill / packets);
-  const bool sameFrame = missingBefore_ == seen.packets + seen.missing;
-  if (sameFrame) {
-    weigh_in(packetDistance_, (newest - newest_) / packets);
-  }
+  learn_packet_distance(seen, newest);
   if (seen.frameEnded) {
     learn_frame_distance(newest);
   }
   newest_ = newest;
-  missingBefore_ = seen.missing;
+}
+
+// From the first look at a frame to its end. Most of a frame must come in between: what little comes after a
+// sender was held up says nothing.
+void nap_planner::learn_packet_distance(const look& seen, double newest) {
+  const std::uint32_t came = missingFirst_ - std::min(seen.missing, missingFirst_);
+  came_ += seen.packets;
+  if (missingFirst_ == 0 || came_ != came || seen.awaiting) {
+    missingFirst_ = seen.missing;
+    newestFirst_ = newest;
+    came_ = 0;
+  } else if (seen.frameEnded) {
+    const double distance = (newest - newestFirst_) / came;
+    if (came > packetsOfFrame_ / 2) {
+      // To expect the end too late delays it; to expect it too early costs a nap.
+      packetDistance_ = distance < packetDistance_ ? distance : mean_of(packetDistance_, distance);
+    }
+    missingFirst_ = 0;
+  }
 }
 
 void nap_planner::learn_frame_distance(double end) {
@@ -109,8 +130,8 @@ void nap_planner::learn_frame_distance(double end) {
   const double deviation = std::abs(distance - frameDistance_);
   steady_ = frameDistance_ != 0 && deviation < std::min(frameDistance_ * steadyShare, steadyTime);
   if (steady_) {
-    weigh_in(unsteadiness_, deviation);
-    weigh_in(frameDistance_, distance);
+    unsteadiness_ = mean_of(unsteadiness_, deviation);
+    frameDistance_ = mean_of(frameDistance_, distance);
   } else {
     frameDistance_ = distance;
   }

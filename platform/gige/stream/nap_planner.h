@@ -11,7 +11,8 @@ namespace gige {
 // most of a frame and wakes by the time it is complete finds its packets waiting in the socket. When that
 // will be is learnt from the frames before: their distance, and the distance of packets within a frame. Two
 // things keep naps short: the end of a frame, for delivery waits for the nap, and the socket's buffer, of
-// which a nap lets half be filled. Where nothing is known yet the receiver waits for a packet.
+// which a nap lets half be filled. Where nothing is known yet the receiver waits for a packet, and so it
+// does, or nearly, when packets were asked for again: they come when they come.
 class nap_planner {
  public:
   using nanoseconds = std::chrono::nanoseconds;
@@ -25,6 +26,7 @@ class nap_planner {
     bool frameEnded = false;    // the last packet that was taken made a frame complete
     std::uint32_t missing = 0;  // packets that the frame in progress lacks; 0: none is in progress
     double fill = 0;            // of the socket's buffer as the look began, 0 to 1
+    bool awaiting = false;      // packets that were asked for again
   };
 
   struct plan {
@@ -38,6 +40,7 @@ class nap_planner {
 
  private:
   void learn(const look& seen);
+  void learn_packet_distance(const look& seen, double newest);
   void learn_frame_distance(double end);
   double longest_nap(const look& seen) const;
 
@@ -52,8 +55,10 @@ class nap_planner {
   bool skipped_ = false;       // or a whole number of frames later
   double frameEnd_ = 0;        // of the last frame that ended
 
-  double newest_ = 0;                // of the look before
-  std::uint32_t missingBefore_ = 0;  // of the look before
+  double newest_ = 0;               // packet of the look before
+  double newestFirst_ = 0;          // of the first look at the frame in progress
+  std::uint32_t missingFirst_ = 0;  // packets that it lacked then; 0: there was none
+  std::uint32_t came_ = 0;          // since then
 };
 
 }  // namespace gige

@@ -22,7 +22,7 @@ class packet_receiver {
   virtual bool take(frame_assembler& into) = 0;
   // Sleeps until it is time to take packets again, `latest` at the latest, or `wake`, a descriptor, is
   // readable. Only when `take` left nothing.
-  virtual void sleep(const frame_assembler& into, moment latest, int wake) = 0;
+  virtual void sleep(frame_assembler& into, moment latest, int wake) = 0;
 
   // Packets for this stream that the system dropped, since `start`.
   virtual std::uint64_t kernel_drops() const = 0;

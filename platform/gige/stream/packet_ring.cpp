@@ -243,7 +243,7 @@ bool packet_ring::is_of_camera(const udp_datagram& packet) {
   return packet.sourcePort == socket_.source();
 }
 
-void packet_ring::sleep(const frame_assembler& /*into*/, moment latest, int wake) {
+void packet_ring::sleep(frame_assembler& /*into*/, moment latest, int wake) {
   std::array<pollfd, 2> events{{{wake, POLLIN, 0}, {ring_.get(), POLLIN, 0}}};
   const timespec time = time_until(latest);
   ppoll(events.data(), events.size(), &time, nullptr);

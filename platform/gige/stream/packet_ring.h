@@ -44,7 +44,7 @@ class packet_ring final : public packet_receiver {
   void start() override;
   void stop() override;
   bool take(frame_assembler& into) override;
-  void sleep(const frame_assembler& into, moment latest, int wake) override;
+  void sleep(frame_assembler& into, moment latest, int wake) override;
   std::uint64_t kernel_drops() const override { return drops_; }
 
  private:

@@ -79,10 +79,20 @@ std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
   return received;
 }
 
-void udp_receiver::sleep(const frame_assembler& into, moment latest, int wake) {
+// From a request on, until no frame is in progress any more.
+bool udp_receiver::awaits_what_it_asked_for(frame_assembler& into) {
+  const std::uint64_t requested = into.counters().packetsRequested;
+  if (!into.deadline()) {
+    requestedBefore_ = requested;
+  }
+  return requested != requestedBefore_;
+}
+
+void udp_receiver::sleep(frame_assembler& into, moment latest, int wake) {
   look_.now = steady_clock::now().time_since_epoch();
   look_.missing = into.packets_to_come();
   look_.frameEnded = look_.packets > 0 && look_.missing == 0;
+  look_.awaiting = awaits_what_it_asked_for(into);
   if (look_.packets > 0) {
     look_.newest = socket_.last_arrival().time_since_epoch();
   }

@@ -23,7 +23,7 @@ class udp_receiver final : public packet_receiver {
 
   void start() override;
   bool take(frame_assembler& into) override;
-  void sleep(const frame_assembler& into, moment latest, int wake) override;
+  void sleep(frame_assembler& into, moment latest, int wake) override;
   std::uint64_t kernel_drops() const override { return drops_; }
 
  private:
@@ -31,10 +31,12 @@ class udp_receiver final : public packet_receiver {
 
   std::size_t receive(frame_assembler& into, std::size_t most);
   void look_at_buffer();
+  bool awaits_what_it_asked_for(frame_assembler& into);
 
   stream_socket& socket_;
   nap_planner planner_;
   nap_planner::look look_;
+  std::uint64_t requestedBefore_ = 0;  // packets, when no frame was in progress
   std::uint64_t drops_ = 0;
   std::uint32_t dropsSeen_ = 0;  // as the system counts them
 

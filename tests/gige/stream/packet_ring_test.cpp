@@ -20,7 +20,7 @@ std::vector<std::uint8_t> packet(unsigned ipWords = 5, unsigned udpSize = 12) {
 }
 
 TEST(packet_of_a_ring, is_read_with_its_options_and_without_what_pads_it) {
-  for (const unsigned words : {5, 6, 15}) {
+  for (const unsigned words : {5U, 6U, 15U}) {
     auto bytes = packet(words);
     bytes.resize(bytes.size() + 10);
     const auto read = gige::read_datagram(bytes);
