@@ -31,8 +31,7 @@ constexpr std::uint64_t framesReceived = 3;
 constexpr milliseconds testPacketPatience(15);
 
 bool same_socket(const stream_setup& a, const stream_setup& b) {
-  return a.ownAddress == b.ownAddress && a.cameraAddress == b.cameraAddress &&
-         a.socketBufferBytes == b.socketBufferBytes;
+  return a.ownAddress == b.ownAddress && a.cameraAddress == b.cameraAddress;
 }
 
 bool same_buffers(const stream_setup& a, const stream_setup& b) {
@@ -114,7 +113,7 @@ void frame_stream::prepare(const stream_setup& setup) {
   try {
     own.receiver.reset();
     if (!own.socket || !same_socket(setup, own.setup)) {
-      own.socket.emplace(setup.ownAddress, setup.cameraAddress, setup.socketBufferBytes);
+      own.socket.emplace(setup.ownAddress, setup.cameraAddress);
     }
     if (own.queue.buffer_count() == 0 || !same_buffers(setup, own.setup)) {
       own.queue.hold({}, 0);  // never two sets of buffers at a time
@@ -134,16 +133,16 @@ void frame_stream::prepare(const stream_setup& setup) {
 }
 
 void frame_stream::parts::tell_what_was_granted() {
-  const std::uint32_t granted = receiver->buffer_bytes();
+  const std::uint32_t granted = receiver->buffer_granted();
   const bool ring = receiver->transport() == camera_extension_packet_ring;
   const auto buffers = static_cast<std::uint32_t>(queue.buffer_count());
   health.grant(receiver->transport(), setup.packetBytes, granted, buffers);
   LOG(4, "done: stream of %s (transport:%s, packet-size:%u, buffers:%u of %u bytes)", setup.camera.c_str(),
       ring ? "packet ring" : "UDP", setup.packetBytes, buffers, setup.payloadBytes);
-  const bool enough = granted >= setup.socketBufferBytes;
+  const std::uint32_t asked = receiver->buffer_asked_for();
+  const bool enough = granted >= asked;
   LOG(enough ? 4 : 2, "%s: socket buffer of %s (asked-for:%u, granted:%u bytes%s)", enough ? "done" : "fail",
-      setup.camera.c_str(), setup.socketBufferBytes, granted,
-      enough || ring ? "" : ", limit: sysctl net.core.rmem_max");
+      setup.camera.c_str(), asked, granted, enough || ring ? "" : ", limit: sysctl net.core.rmem_max");
 }
 
 bool frame_stream::prepared() const {

@@ -22,7 +22,8 @@ struct stream_setup {
   std::uint32_t cameraAddress = 0;
   std::uint16_t sourcePort = 0;  // that the camera sends from; 0: that of its first packet
   transport_choice transport = transport_choice::automatic;
-  std::uint32_t socketBufferBytes = 0;  // asked of the system; the ring's with a packet ring
+  std::uint32_t socketBufferBytes =
+      0;  // asked of the system; the ring's with a packet ring; 0: by the frames
 
   std::uint32_t payloadBytes = 0;  // of one frame, with chunks; at least what its pixels take
   std::uint32_t width = 0;

@@ -25,6 +25,18 @@ using std::chrono::steady_clock;
 // Firewalls forget a UDP stream after 30 seconds and more.
 constexpr std::chrono::seconds knockInterval(5);
 
+// A socket's buffer takes memory only as far as it is filled: it has room for frames that come while the
+// machine is busy with something else. A ring takes its memory at once.
+constexpr std::uint64_t framesInSocket = 16;
+constexpr std::uint64_t framesInRing = 4;
+constexpr std::uint64_t leastBuffer = 4U << 20U;
+constexpr std::uint64_t mostBuffer = 32U << 20U;
+
+std::uint32_t buffer_for(const stream_setup& setup, std::uint64_t frames) {
+  const std::uint64_t choice = std::clamp(frames * setup.payloadBytes, leastBuffer, mostBuffer);
+  return setup.socketBufferBytes != 0 ? setup.socketBufferBytes : static_cast<std::uint32_t>(choice);
+}
+
 assembly_setup assembly_of(const stream_setup& setup) {
   return {.payloadBytes = setup.payloadBytes,
           .width = setup.width,
@@ -85,14 +97,16 @@ void receiving_thread::make_receiver(const assembly_setup& setup) {
     }
   }
   receiver_ = std::make_unique<udp_receiver>(socket_, setup);
-  bufferBytes_ = socket_.granted_buffer();
+  bufferAskedFor_ = buffer_for(setup_, framesInSocket);
+  bufferGranted_ = socket_.ask_for_buffer(bufferAskedFor_);
 }
 
 void receiving_thread::make_ring(const assembly_setup& setup) {
-  auto ring = std::make_unique<packet_ring>(socket_, setup_.ownAddress, setup_.cameraAddress,
-                                            setup_.socketBufferBytes, setup);
+  const std::uint32_t bytes = buffer_for(setup_, framesInRing);
+  auto ring = std::make_unique<packet_ring>(socket_, setup_.ownAddress, setup_.cameraAddress, bytes, setup);
   transport_ = camera_extension_packet_ring;
-  bufferBytes_ = ring->bytes();
+  bufferAskedFor_ = bytes;
+  bufferGranted_ = ring->bytes();
   receiver_ = std::move(ring);
 }
 

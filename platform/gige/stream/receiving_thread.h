@@ -29,8 +29,9 @@ class receiving_thread final : private frame_owner {
   ~receiving_thread();
 
   camera_extension_transport transport() const { return transport_; }
-  // Granted, of the socket or the ring.
-  std::uint32_t buffer_bytes() const { return bufferBytes_; }
+  // Of the socket or the ring, bytes.
+  std::uint32_t buffer_asked_for() const { return bufferAskedFor_; }
+  std::uint32_t buffer_granted() const { return bufferGranted_; }
 
   // Drops what came before, and receives. Raises std::system_error when there is no thread to be had.
   void start();
@@ -60,7 +61,8 @@ class receiving_thread final : private frame_owner {
   frame_assembler assembler_;
   std::unique_ptr<packet_receiver> receiver_;
   camera_extension_transport transport_ = camera_extension_udp;
-  std::uint32_t bufferBytes_ = 0;
+  std::uint32_t bufferAskedFor_ = 0;
+  std::uint32_t bufferGranted_ = 0;
 
   bool refusalTold_ = false;  // in this transfer
   std::uint32_t foreignSeen_ = 0;

@@ -35,7 +35,7 @@ std::array<std::uint32_t, SK_MEMINFO_VARS> memory_of(int socket) {
 
 }  // namespace
 
-stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera, std::uint32_t bufferBytes)
+stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera)
     : camera_(camera), connected_(bind_udp(own, 0, true)) {
   port_ = ntohs(bound_address(connected_.get()).sin_port);
   sentry_ = bind_udp(own, port_, true);
@@ -45,16 +45,15 @@ stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera, std::uint3
   if (!set_source(0)) {
     raise_socket_error("finding a route to the camera");
   }
-  enlarge_buffer(bufferBytes);
 }
 
-// Beyond the limit of the system where the process may; the system grants what it likes.
-void stream_socket::enlarge_buffer(std::uint32_t bytes) {
+std::uint32_t stream_socket::ask_for_buffer(std::uint32_t bytes) {
   const int asked = static_cast<int>(bytes);
-  if (setsockopt(connected_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked) != 0) {
-    set_option(connected_.get(), SO_RCVBUF, asked);
+  if (setsockopt(get(), SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked) != 0) {
+    set_option(get(), SO_RCVBUF, asked);
   }
-  grantedBuffer_ = memory_of(connected_.get())[SK_MEMINFO_RCVBUF] / 2;  // it counts its own needs in
+  bufferBytes_ = memory_of(get())[SK_MEMINFO_RCVBUF] / 2;  // the system counts its own needs in
+  return bufferBytes_;
 }
 
 bool stream_socket::set_source(std::uint16_t port) {
@@ -96,7 +95,7 @@ void stream_socket::discard() const {
   // A sender that never stops does not keep this going for ever.
   constexpr std::uint32_t leastPacket = 256;  // bytes that the system counts for one
   std::uint8_t none = 0;
-  for (std::uint32_t most = grantedBuffer_ / leastPacket; most > 0; --most) {
+  for (std::uint32_t most = bufferBytes_ / leastPacket; most > 0; --most) {
     if (recv(get(), &none, 0, MSG_DONTWAIT) < 0 && errno != ECONNREFUSED) {
       return;
     }

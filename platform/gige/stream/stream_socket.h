@@ -15,14 +15,16 @@ namespace gige {
 // answer strangers that the port is closed. Calls come from one thread at a time.
 class stream_socket {
  public:
-  // Binds to any free port of `own`, for packets of `camera`. Asks for a receive buffer of so many bytes and
-  // says in the log what was granted. `camera` and `own` are IPv4 addresses in host byte order. Raises
+  // Binds to any free port of `own`, for packets of `camera`: IPv4 addresses in host byte order. Raises
   // std::system_error.
-  stream_socket(std::uint32_t own, std::uint32_t camera, std::uint32_t bufferBytes);
+  stream_socket(std::uint32_t own, std::uint32_t camera);
 
   int get() const { return connected_.get(); }
   std::uint16_t port() const { return port_; }
-  std::uint32_t granted_buffer() const { return grantedBuffer_; }  // bytes
+
+  // Asks for a receive buffer of so many bytes, and gives how many there are now: the system has a limit, but
+  // for processes with privileges.
+  std::uint32_t ask_for_buffer(std::uint32_t bytes);
 
   // The port that the camera sends from: takes packets from there only; 0: from all of its ports. False, with
   // everything as before, when no way leads to the camera.
@@ -56,14 +58,12 @@ class stream_socket {
   std::chrono::steady_clock::time_point last_arrival() const;
 
  private:
-  void enlarge_buffer(std::uint32_t bytes);
-
   std::uint32_t camera_;
   descriptor connected_;
   descriptor sentry_;
   std::uint16_t port_ = 0;
   std::uint16_t source_ = 0;
-  std::uint32_t grantedBuffer_ = 0;
+  std::uint32_t bufferBytes_ = 0;
 };
 
 }  // namespace gige

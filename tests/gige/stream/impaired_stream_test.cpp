@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
+#include <span>
+#include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -58,6 +63,7 @@ class emulated_camera : public testing::Test {
 
   void stream_over(const path& way, transport_choice transport) {
     path_ = way;
+    camera_.reset();  // its address is needed
     setup_.width = width;
     setup_.height = height;
     setup_.framesPerSecond = 1e6 / frameUs;
@@ -76,7 +82,6 @@ class emulated_camera : public testing::Test {
          .cameraAddress = cameraAddress,
          .sourcePort = static_cast<std::uint16_t>(control_->read_register(registers::streamSourcePort)),
          .transport = transport,
-         .socketBufferBytes = 4U << 20U,
          .payloadBytes = static_cast<std::uint32_t>(frameBytes),
          .width = width,
          .height = height,
@@ -202,6 +207,49 @@ TEST_F(emulated_camera, is_received_again_when_it_was_silent_and_returns) {
   trigger();
   EXPECT_EQ(receive(), std::pair(std::uint64_t{12}, true));
   EXPECT_EQ(health().frames_missing, 10U);
+}
+
+/// Sends packets of frames that look like the camera's, 10 000 a second, until it goes.
+class forger {
+ public:
+  explicit forger(std::uint16_t port) : thread_([this, port] { forge(port); }) {}
+  ~forger() {
+    ended_ = true;
+    thread_.join();
+  }
+  forger(const forger&) = delete;
+  forger& operator=(const forger&) = delete;
+
+ private:
+  void forge(std::uint16_t port) const {
+    const gige::descriptor socket = test::bound_socket(0x7f000004, 0);
+    const sockaddr_in to = gige::internet_address(ownAddress, port);
+    std::array<std::uint8_t, 1400> bytes{};
+    for (std::uint32_t packet = 0; !ended_; ++packet) {
+      const gige_protocol::packet_head head{.blockId = packet / 50 % 200 + 1, .packetId = packet % 50};
+      gige_protocol::store_packet_head(head, std::span(bytes).first<gige_protocol::extendedHeadSize>());
+      sendto(socket.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+  }
+
+  std::atomic<bool> ended_ = false;
+  std::thread thread_;
+};
+
+TEST_F(emulated_camera, is_received_right_while_another_host_forges_its_packets) {
+  for (const auto transport : {transport_choice::udp, transport_choice::packet_ring}) {
+    stream_over({}, transport);
+    const forger other(stream_.port());
+    for (std::uint64_t id = 1; id <= framesToSee; ++id) {
+      trigger();
+      EXPECT_EQ(receive(), std::pair(id, true));
+    }
+    const auto counted = health();
+    EXPECT_GT(counted.packets_foreign, 0U);
+    EXPECT_EQ(counted.packets_duplicate, 0U);
+    stream_.clear();
+  }
 }
 
 }  // namespace

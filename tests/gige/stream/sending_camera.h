@@ -35,6 +35,14 @@ inline bool enter_own_network() {
   return ioctl(any.get(), SIOCSIFFLAGS, &loopback) == 0;
 }
 
+// A UDP socket of that address; port 0: any.
+inline gige::descriptor bound_socket(std::uint32_t where, std::uint16_t port) {
+  gige::descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in here = gige::internet_address(where, port);
+  EXPECT_EQ(bind(made.get(), reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
+  return made;
+}
+
 class sending_camera {
  public:
   static constexpr std::uint32_t address = 0x7f000002;
@@ -47,10 +55,11 @@ class sending_camera {
   static constexpr auto trailer = static_cast<std::uint32_t>((frameBytes + perPacket - 1) / perPacket + 1);
   static constexpr std::uint64_t framePackets = trailer + 1;
 
-  sending_camera() : stream_(bound(address, 0)), control_(bound(address, protocol::controlPort)) {}
+  sending_camera()
+      : stream_(bound_socket(address, 0)), control_(bound_socket(address, protocol::controlPort)) {}
 
   std::uint16_t stream_port() const { return ntohs(gige::bound_address(stream_.get()).sin_port); }
-  void send_from_another_port() { stream_ = bound(address, 0); }
+  void send_from_another_port() { stream_ = bound_socket(address, 0); }
 
   // The frame's pixels are made from its number.
   static std::vector<std::uint8_t> pixels(std::uint64_t id) {
@@ -115,12 +124,6 @@ class sending_camera {
  private:
   static constexpr int patienceMs = 5000;
 
-  static gige::descriptor bound(std::uint32_t where, std::uint16_t port) {
-    gige::descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in here = gige::internet_address(where, port);
-    EXPECT_EQ(bind(made.get(), reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
-    return made;
-  }
   static std::vector<std::uint8_t> receive(const gige::descriptor& from) {
     std::vector<std::uint8_t> bytes(protocol::largestMessage);
     pollfd waiting{from.get(), POLLIN, 0};
