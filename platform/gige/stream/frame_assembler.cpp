@@ -10,7 +10,6 @@ namespace gige {
 using gige_protocol::byte_view;
 using gige_protocol::id_mode;
 using gige_protocol::packet_head;
-using stage = frame_in_progress::stage;
 
 namespace {
 
@@ -51,7 +50,7 @@ frame_assembler::frame_assembler(const assembly_setup& setup, frame_owner& owner
 
 void frame_assembler::reset() {
   for (frame_in_progress& frame : frames_) {
-    if (frame.now_in() == stage::open && frame.place() != nullptr) {
+    if (frame.is_open() && frame.place() != nullptr) {
       owner_.take_back(frame.place());
     }
     frame.clear();
@@ -68,7 +67,7 @@ std::size_t frame_assembler::predict(std::span<std::uint8_t*> places) {
   moves_.start();
   places = places.first(std::min(places.size(), setup_.largestBatch));
   std::size_t count = 0;
-  if (newest().now_in() == stage::open) {
+  if (newest().is_open()) {
     count = predict_packets(places, 0, newest().place(), newest().next_packet(), newest().packet_count());
   }
   if (count < places.size()) {
@@ -140,7 +139,7 @@ frame_in_progress* frame_assembler::frame_of(const packet_head& head, byte_view 
     return &newest();
   }
   const bool previous = head.blockId == older().id();
-  if (previous && older().now_in() != stage::awaited) {
+  if (previous && !older().is_awaited()) {
     drop_stray();
     return &older();
   }
@@ -198,8 +197,7 @@ void frame_assembler::drop_stray() {
   }
 }
 
-// The stream goes on where the stray packet is from. Of that, only a leader is kept: payload is asked for
-// again.
+// The stream goes on where the stray packet is from. Of that, only a leader was kept.
 void frame_assembler::follow_stray(moment now) {
   move_to(stray_.head.blockId, now);
   if (stray_.head.format == gige_protocol::packet_format::leader) {
@@ -210,8 +208,7 @@ void frame_assembler::follow_stray(moment now) {
   drop_stray();
 }
 
-// Makes this frame the newest. What the frames before it still lack is given up, but for the one right
-// before.
+// Makes this frame the newest. Of those before it, only the one right before it may still go on.
 void frame_assembler::move_to(std::uint64_t id, moment now) {
   const std::int64_t ahead = started_ ? block_distance(newest().id(), id, setup_.ids) : 0;
   retire(older());
@@ -237,10 +234,10 @@ std::uint8_t* frame_assembler::lend() {
 
 // Ends a frame that may have ended before, or may not have begun.
 void frame_assembler::retire(frame_in_progress& frame) {
-  if (frame.now_in() == stage::awaited) {
+  if (frame.is_awaited()) {
     ++counters_.framesMissing;
     frame.clear();
-  } else if (frame.now_in() == stage::open) {
+  } else if (frame.is_open()) {
     close(frame);
   }
 }
@@ -265,10 +262,10 @@ void frame_assembler::close(frame_in_progress& frame) {
 
 // Ends the frames that wait for nothing, in the order of their ids.
 void frame_assembler::close_settled() {
-  if (older().now_in() == stage::open && older().settled()) {
+  if (older().is_open() && older().settled()) {
     close(older());
   }
-  if (older().now_in() != stage::open && newest().now_in() == stage::open && newest().settled()) {
+  if (!older().is_open() && newest().is_open() && newest().settled()) {
     retire(older());
     close(newest());
   }

@@ -87,7 +87,7 @@ std::uint8_t* frame_in_progress::take(const packet_head& head, byte_view body, s
 
 // The camera answers that it does not have a packet.
 void frame_in_progress::take_absence(const packet_head& head) {
-  if (stage_ != stage::open || head.packetId > trailer_ || is_late(head.state)) {
+  if (!is_open() || head.packetId > trailer_ || is_late(head.state)) {
     return;
   }
   const bool previousToo = head.state == gige_protocol::status::packet_and_previous_removed;
@@ -96,7 +96,7 @@ void frame_in_progress::take_absence(const packet_head& head) {
 
 // Counts a packet. True if it is the first of its number and comes in time.
 bool frame_in_progress::note_arrival(std::uint32_t packet, moment now) {
-  const bool inTime = stage_ == stage::open || refusal_.what != nullptr;
+  const bool inTime = is_open() || refusal_.what != nullptr;
   const bool numbered = packet <= layout_.trailer();
   if (!inTime || (numbered && !record_.receive(packet))) {
     ++counters_.packetsDuplicate;

@@ -27,13 +27,9 @@ class frame_in_progress {
   frame_in_progress(const frame_in_progress&) = delete;
   frame_in_progress& operator=(const frame_in_progress&) = delete;
 
-  enum class stage {
-    closed,   // ended, or given up before it began: what still comes of it is too late
-    awaited,  // nothing came yet
-    open,
-  };
-  stage now_in() const { return stage_; }
   std::uint64_t id() const { return id_; }  // 0: of no frame
+  bool is_awaited() const { return stage_ == stage::awaited; }
+  bool is_open() const { return stage_ == stage::open; }
 
   // Each starts anew: no frame at all; a frame that was skipped but may still come; the frame of a packet
   // that came, with the memory that was lent for it or nullptr.
@@ -59,7 +55,7 @@ class frame_in_progress {
   // it is refused.
   bool settled() const { return packets_to_come() == record_.written_off() || refusal_.what != nullptr; }
   // Whether it is open and not settled.
-  bool waits() const { return stage_ == stage::open && !settled(); }
+  bool waits() const { return is_open() && !settled(); }
 
   // Ends the frame, which is open, as it is.
   ended_frame close();
@@ -72,6 +68,11 @@ class frame_in_progress {
   std::uint8_t* place() const { return place_; }
 
  private:
+  enum class stage : std::uint8_t {
+    closed,   // ended, or of no frame: what still comes of it is too late
+    awaited,  // nothing came yet
+    open,     // something came, and it has not ended
+  };
   void take_absence(const gige_protocol::packet_head& head);
   bool note_arrival(std::uint32_t packet, moment now);
   std::uint8_t* take_payload(std::uint32_t packet, std::size_t bytes);

@@ -4,6 +4,8 @@
 #include <functional>
 #include <span>
 
+#include "platform/gige/stream/copy_past_cache.h"
+
 namespace gige {
 
 payload_moves::payload_moves(std::size_t largestBatch, std::size_t bytesPerPlace)
@@ -25,11 +27,25 @@ void payload_moves::plan(std::size_t index, const std::uint8_t* from, std::uint8
 
 void payload_moves::carry_out() {
   for (std::size_t index = 0; index < end_; ++index) {
-    if (moves_[index].to != nullptr) {
+    if (moves_[index].to == nullptr) {
+      continue;
+    }
+    if (runCount_ == 0) {  // nothing is in the way
+      carry_out_from_outside(moves_[index]);
+    } else {
       carry_out_chain(index);
     }
   }
+  if (end_ > 0) {
+    finish_copies();
+  }
   end_ = 0;
+}
+
+// What was not received into places comes out of a packet ring, which the kernel has filled at some time.
+void payload_moves::carry_out_from_outside(move& of) {
+  copy_past_cache(of.to, of.from, of.bytes);
+  of = {};
 }
 
 // Carries out the move `first` and all that must be before it.

@@ -40,6 +40,7 @@ class payload_moves {
     std::size_t count = 0;
   };
   std::size_t in_the_way_of(const move& of) const;
+  static void carry_out_from_outside(move& of);
   void carry_out_chain(std::size_t first);
 
   const std::size_t bytesPerPlace_;

@@ -1,0 +1,362 @@
+#include "tests/gige/stream/assembly_trial.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <deque>
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "platform/gige/stream/frame_assembler.h"
+
+namespace gige {
+namespace {
+
+using namespace std::chrono_literals;
+using gige_protocol::id_mode;
+using gige_protocol::packet_format;
+using gige_protocol::payload_type;
+using gige_protocol::status;
+
+constexpr std::array states = {status::packet_unavailable, status::packet_and_previous_removed,
+                               status::packet_temporarily_unavailable, status::packet_resend, status::error};
+constexpr std::array types = {payload_type::image, payload_type::image_with_chunks, payload_type::chunk_data,
+                              payload_type::jpeg, payload_type::multi_part};
+constexpr std::uint32_t imageTypes = 3;  // those that come first
+
+// Each spoils one field of a packet, some only by chance.
+using lie = void (*)(sent_packet& of, const choices& choose);
+// clang-format off
+constexpr std::array lies = {
+    lie{[](auto& of, auto& choose) { of.head.blockId += choose(40) - std::uint64_t{20}; }},
+    lie{[](auto& of, auto& choose) { of.head.blockId = 1 + choose(70'000); }},
+    lie{[](auto& of, auto& choose) { of.head.packetId = choose(12); }},
+    lie{[](auto& of, auto& choose) { of.head.packetId += choose(300); }},
+    lie{[](auto& of, auto& choose) { of.head.packetId = largest_packet_id(of.head.ids) - choose(2); }},
+    lie{[](auto& of, auto& choose) { of.head.format = static_cast<packet_format>(choose(16)); }},
+    lie{[](auto& of, auto& choose) { of.head.state = states[choose(states.size())]; }},
+    lie{[](auto& of, auto& choose) { of.head.ids = choose(2) == 0 ? id_mode::standard : id_mode::extended; }},
+    lie{[](auto& of, auto& choose) { of.cut = choose(2) == 0 ? cutToRunt : 1 + choose(4); }},
+    lie{[](auto& of, auto& choose) { of.bytes = choose(100); }},
+    lie{[](auto& of, auto& choose) { of.leader.type = of.trailer.type = types[choose(types.size())]; }},
+    lie{[](auto& of, auto& choose) { of.leader.image.width += choose(3); }},
+    lie{[](auto& of, auto& choose) { of.leader.image.height += choose(3); }},
+    lie{[](auto& of, auto& choose) { of.leader.image.pixelFormat += choose(3); }},
+    lie{[](auto& of, auto& choose) { of.leader.image.paddingX = static_cast<std::uint16_t>(choose(3)); }},
+    lie{[](auto& of, auto& choose) { of.trailer.height = choose(2) == 0 ? 0 : 1000; }},
+    lie{[](auto& of, auto& choose) { of.trailer.payloadSize = of.trailer.chunkSize = choose(7000); }},
+};
+// clang-format on
+
+void spoil(sent_packet& packet, const choices& choose) {
+  lies[choose(lies.size())](packet, choose);
+  // What does not fit into the head of the form that it has now.
+  packet.head.blockId &= gige_protocol::largest_block_id(packet.head.ids);
+  packet.head.packetId &= gige_protocol::largest_packet_id(packet.head.ids);
+}
+
+assembly_setup make_setup(const choices& choose) {
+  constexpr std::uint32_t mono8 = 0x01080001;
+  const bool extended = choose(2) == 0;
+  const std::uint32_t heads = extended ? 48 : 36;
+  assembly_setup setup{.width = 48 - choose(3) * 20, .height = 116 - choose(3) * 50, .pixelFormat = mono8};
+  setup.payloadBytes = std::uint64_t{setup.width} * setup.height + std::uint64_t{choose(3)} * 40;
+  setup.packetBytes = heads + 40 + choose(2);
+  setup.ids = extended ? id_mode::extended : id_mode::standard;
+  setup.cameraResends = choose(4) != 0;
+  setup.maxPacketResends = choose(3) * 10;
+  setup.resendTimeout = resend_timeout::shortest;
+  setup.frameTimeout = std::chrono::milliseconds(1 + choose(10));
+  setup.largestBatch = 1 + choose(70);
+  return setup;
+}
+
+struct impairments {
+  std::uint32_t lost;  // percent, as all others
+  std::uint32_t twice;
+  std::uint32_t overtaken;
+  std::uint32_t lied;
+  std::uint32_t other;  // events between packets
+};
+
+trial_event other_event(const choices& choose) {
+  using kind = trial_event::kind;
+  constexpr std::array kinds = {kind::pause,  kind::pause,       kind::deadline, kind::deadline, kind::answer,
+                                kind::answer, kind::unavailable, kind::starve,   kind::feed};
+  if (choose(100) == 0) {
+    return {.what = kind::restart};
+  }
+  return {.what = kinds[choose(kinds.size())], .tenths = choose(choose(10) == 0 ? 100 : 4)};
+}
+
+}  // namespace
+
+trial make_trial(const choices& choose) {
+  trial made{.camera = {make_setup(choose), types[choose(imageTypes)]}, .predicted = choose(2) == 0};
+  const impairments each{choose(2) * choose(12), choose(2) * choose(10), choose(2) * choose(10),
+                         choose(2) * choose(4), 1 + choose(10)};
+  const std::uint64_t largest = gige_protocol::largest_block_id(made.camera.setup.ids);
+  std::uint64_t frame = choose(2) == 0 ? 1 : largest - choose(4);
+  for (std::uint32_t frames = 9 - choose(8); frames > 0; --frames) {
+    const std::uint32_t packets = packets_of(frame, made.camera);
+    for (std::uint32_t number = 0; number < packets; ++number) {
+      const auto happens = [&](std::uint32_t percent) { return percent > 0 && choose(100) < percent; };
+      if (happens(each.other)) {
+        made.events.push_back(other_event(choose));
+      }
+      if (happens(each.lost)) {
+        number += choose(4) == 0 ? choose(2 * packets) : 0;  // in bursts, sometimes of the whole frame
+        continue;
+      }
+      trial_event arrival{.packet = true_packet(frame, number, made.camera)};
+      const bool payload = arrival.packet.head.format == packet_format::payload;
+      if (happens(payload ? each.lied : 10 * each.lied)) {  // there are few others
+        spoil(arrival.packet, choose);
+      }
+      const auto back = happens(each.overtaken) ? choose(20) : 0;
+      for (unsigned times = happens(each.twice) ? 2 : 1; times > 0; --times) {
+        made.events.insert(made.events.end() - std::min<std::ptrdiff_t>(back, std::ssize(made.events)),
+                           arrival);
+      }
+    }
+    made.events.push_back(other_event(choose));
+    frame = next_block_id(frame, made.camera.setup.ids);
+    if (choose(20) == 0) {  // the camera was out of reach for a while, or starts anew
+      frame = choose(2) == 0 ? 1 : std::max<std::uint64_t>((frame + choose(50'000)) & largest, 1);
+    }
+  }
+  return made;
+}
+
+namespace {
+
+struct counter {
+  const char* name;
+  std::uint64_t assembly_counters::*value;
+};
+// clang-format off
+constexpr std::array allCounters = {
+    counter{"whole frames", &assembly_counters::framesWhole},
+    counter{"incomplete frames", &assembly_counters::framesIncomplete},
+    counter{"missing frames", &assembly_counters::framesMissing},
+    counter{"refused frames", &assembly_counters::framesRefused},
+    counter{"dropped frames", &assembly_counters::framesDropped},
+    counter{"packets received", &assembly_counters::packetsReceived},
+    counter{"packets lost", &assembly_counters::packetsLost},
+    counter{"packets requested", &assembly_counters::packetsRequested},
+    counter{"packets received again", &assembly_counters::packetsReceivedAgain},
+    counter{"duplicate packets", &assembly_counters::packetsDuplicate},
+    counter{"foreign packets", &assembly_counters::packetsForeign},
+};
+// clang-format on
+
+// Runs the assembler and the model, and is the owner of the former.
+class both final : public frame_owner {
+ public:
+  explicit both(const trial& what)
+      : trial_(what),
+        layout_(lay_out(what.camera.setup)),
+        model_(what.camera.setup, [this] { return !starved_; }),
+        assembler_(what.camera.setup, *this) {}
+
+  std::optional<std::string> run() {
+    for (const trial_event& event : trial_.events) {
+      happen(event);
+      if (!difference_.empty()) {
+        return difference_;
+      }
+    }
+    accept_all();
+    assembler_.reset();
+    note(memory_.empty(), "memory is kept");
+    return difference_.empty() ? std::nullopt : std::optional(difference_);
+  }
+
+  std::uint8_t* lend() override {
+    if (starved_) {
+      return nullptr;
+    }
+    auto memory = std::make_unique<std::uint8_t[]>(trial_.camera.setup.payloadBytes);
+    std::uint8_t* place = memory.get();
+    memory_[place] = std::move(memory);
+    return place;
+  }
+  void take_back(std::uint8_t* place) override { note(memory_.erase(place) == 1, "other memory comes back"); }
+  void end(const ended_frame& frame) override {
+    ended_.push_back({frame.outcome, frame.id, frame.timestamp, frame.bytes});
+    if (frame.outcome == frame_outcome::whole) {
+      for (std::size_t offset = 0; offset < frame.bytes; ++offset) {
+        note(frame.place[offset] == content(frame.id, offset), "a wrong byte in a whole frame");
+      }
+    }
+    note((frame.outcome == frame_outcome::refused) == (frame.refusal.what != nullptr), "no reason to refuse");
+    if (frame.place != nullptr) {
+      take_back(frame.place);
+    }
+  }
+  void request(const resend_request& packets) override {
+    requests_.push_back(packets);
+    for (std::uint32_t number = packets.first; number <= packets.last; ++number) {
+      asked_.emplace_back(packets.blockId, number);
+    }
+  }
+
+ private:
+  void happen(const trial_event& event) {
+    if (event.what == trial_event::kind::packet) {
+      batch_.push_back(event.packet);
+      return;
+    }
+    accept_all();
+    switch (event.what) {
+      case trial_event::kind::pause:
+        pass(now_ + event.tenths * 100us);
+        break;
+      case trial_event::kind::deadline:
+        pass(std::max(now_, assembler_.deadline().value_or(now_)));
+        break;
+      case trial_event::kind::answer:
+        answer(true);
+        break;
+      case trial_event::kind::unavailable:
+        answer(false);
+        break;
+      case trial_event::kind::starve:
+        starved_ = !trial_.predicted;
+        break;  // otherwise memory is lent ahead
+      case trial_event::kind::feed:
+        starved_ = false;
+        break;
+      default:
+        assembler_.reset(), model_.reset();
+    }
+    compare();
+  }
+
+  void pass(moment until) {
+    now_ = until;
+    assembler_.expire(now_);
+    model_.expire(now_);
+  }
+
+  void answer(bool available) {
+    if (asked_.empty()) {
+      return;
+    }
+    const auto [frame, number] = asked_.front();
+    asked_.pop_front();
+    batch_.push_back(true_packet(frame, number, trial_.camera));
+    if (!available || number >= packets_of(frame, trial_.camera)) {
+      batch_.back().head.state = status::packet_unavailable;
+    }
+  }
+
+  void accept_all() {
+    for (std::size_t done = 0; done < batch_.size();) {
+      std::vector<std::uint8_t*> places(std::min(batch_.size() - done, trial_.camera.setup.largestBatch));
+      places.resize(trial_.predicted ? assembler_.predict(places) : places.size());
+      const auto first = batch_.begin() + static_cast<std::ptrdiff_t>(done);
+      accept({first, first + std::ssize(places)}, places);
+      done += places.size();
+    }
+    batch_.clear();
+  }
+
+  void accept(const std::vector<sent_packet>& packets, const std::vector<std::uint8_t*>& places) {
+    std::vector<datagram> received;
+    std::vector<std::vector<std::uint8_t>> pieces(2 * packets.size());  // of just their size, for sanitizers
+    for (std::size_t index = 0; index < packets.size(); ++index) {
+      const auto bytes = bytes_of(packets[index], layout_);
+      const auto head = bytes.begin() + static_cast<std::ptrdiff_t>(
+                                            std::min(bytes.size(), head_size(trial_.camera.setup.ids)));
+      const auto end = std::min(bytes.end(), head + static_cast<std::ptrdiff_t>(assembler_.largest_body()));
+      pieces[2 * index].assign(bytes.begin(), head);
+      pieces[2 * index + 1].assign(head, end);
+      received.push_back({pieces[2 * index].data(), pieces[2 * index + 1].data(), bytes.size()});
+      if (trial_.predicted && places[index] != nullptr) {
+        received.back().body = places[index];
+        std::copy(head, end, places[index]);
+      }
+    }
+    assembler_.accept(received, now_);
+    model_.accept(packets, now_);
+    compare();
+  }
+
+  void compare() {
+    note(ended_ == model_.ended, "other frames ended");
+    note(requests_ == model_.requests, "other packets were asked for");
+    for (const counter& each : allCounters) {
+      note(assembler_.counters().*each.value == model_.counters.*each.value, each.name);
+    }
+    note(assembler_.deadline() == model_.deadline(), "another deadline");
+  }
+
+  void note(bool right, const char* otherwise) {
+    if (!right && difference_.empty()) {
+      difference_ = otherwise;
+    }
+  }
+
+  const trial& trial_;
+  const frame_layout layout_;
+  bool starved_ = false;
+  assembly_model model_;
+  frame_assembler assembler_;
+  moment now_{};
+  std::vector<sent_packet> batch_;
+  std::map<std::uint8_t*, std::unique_ptr<std::uint8_t[]>> memory_;
+  std::deque<std::pair<std::uint64_t, std::uint32_t>> asked_;
+  std::vector<model_end> ended_;
+  std::vector<resend_request> requests_;
+  std::string difference_;
+};
+
+std::string text_of(const trial_event& event) {
+  constexpr std::array names = {"packet",      "pause",  "deadline", "answer",
+                                "unavailable", "starve", "feed",     "restart"};
+  std::ostringstream text;
+  text << names[static_cast<std::size_t>(event.what)];
+  if (event.what == trial_event::kind::pause) {
+    text << " of " << event.tenths << "/10 ms";
+  } else if (event.what == trial_event::kind::packet) {
+    const sent_packet& packet = event.packet;
+    text << ' ' << packet.head.blockId << ':' << packet.head.packetId << ' ' << name_of(packet.head.format)
+         << ", " << packet.bytes << " bytes, cut by " << packet.cut << ", " << name_of(packet.leader.type)
+         << ", " << gige_protocol::text_of(packet.head.state);
+  }
+  return text.str();
+}
+
+}  // namespace
+
+std::optional<std::string> run_trial(const trial& what) {
+  return both(what).run();
+}
+
+std::string shrink(trial failing) {
+  for (std::size_t length = failing.events.size(); length > 0; length /= 2) {
+    for (std::size_t first = 0; first + length <= failing.events.size();) {
+      trial less = failing;
+      const auto from = less.events.begin() + static_cast<std::ptrdiff_t>(first);
+      less.events.erase(from, from + static_cast<std::ptrdiff_t>(length));
+      if (run_trial(less)) {
+        failing = std::move(less);
+      } else {
+        first += length;
+      }
+    }
+  }
+  std::ostringstream text;
+  text << *run_trial(failing) << " with frames of " << failing.camera.setup.width << " x "
+       << failing.camera.setup.height << ", " << failing.camera.setup.payloadBytes << " bytes, in packets of "
+       << failing.camera.setup.packetBytes << ", " << failing.camera.setup.maxPacketResends << " resends"
+       << (failing.predicted ? ", predicted" : "") << ":\n";
+  for (const trial_event& event : failing.events) {
+    text << "  " << text_of(event) << '\n';
+  }
+  return text.str();
+}
+
+}  // namespace gige
