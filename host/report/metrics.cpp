@@ -156,7 +156,8 @@ MetricFamily intervals_of(const std::vector<camera_figures>& cameras) {
     metric.histogram.sample_count = camera.intervals.count();
     metric.histogram.sample_sum = seconds(camera.intervals.sum_us());
     for (const std::uint64_t bound : kIntervalBoundsUs) {
-      metric.histogram.bucket.push_back({camera.intervals.count_up_to(bound), static_cast<double>(bound) / 1e6});
+      metric.histogram.bucket.push_back(
+          {camera.intervals.count_up_to(bound), static_cast<double>(bound) / 1e6});
     }
     metric.histogram.bucket.push_back({camera.intervals.count(), std::numeric_limits<double>::infinity()});
     all.metric.push_back(std::move(metric));
