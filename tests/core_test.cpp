@@ -30,6 +30,9 @@ thread_local int allocationsLeft = -1;
   }
   throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
