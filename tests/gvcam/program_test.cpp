@@ -28,8 +28,8 @@ class gvcam_program : public testing::Test {
   // Runs a line of a shell in a network of its own with a camera that answers; gives what it said.
   std::string beside_camera(const std::string& options, const std::string& line) const {
     const std::string script =
-        "set -e; ip link set lo mtu 9000 up; " GVCAM " --sensor 320x240 --fps 50 " + options +
-        " < /dev/null > camera.out & for try in $(seq 200); do grep -q ' on 127' camera.out && "
+        "set -e; ip link set lo mtu 9000 up; : > camera.out; " GVCAM " --sensor 320x240 --fps 50 " + options +
+        " < /dev/null >> camera.out & for try in $(seq 200); do grep -q ' on 127' camera.out && "
         "break; sleep 0.05; done; " +
         line + "; kill %1; wait %1";
     const std::string namespaceOptions = geteuid() == 0 ? "-n" : "-rn";
