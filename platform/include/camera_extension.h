@@ -109,7 +109,7 @@ typedef struct {
   uint64_t frames_incomplete;  // a packet of it never came
   uint64_t frames_missing;     // no packet of it came
   uint64_t frames_refused;     // of a geometry or format that was not set up
-  uint64_t frames_dropped;     // whole, but no buffer was free: the consumer took too long
+  uint64_t frames_dropped;     // no buffer was free for it: the consumer took too long
 
   uint64_t packets_received;   // each counted once, whether it came at first or on request
   uint64_t packets_lost;       // had not arrived by the time their frame ended; expected = received + lost
