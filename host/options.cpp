@@ -5,7 +5,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <map>
@@ -67,6 +70,36 @@ image_format format_of(const std::string& text) {
   throw CLI::ValidationError("--format", fmt::format("'{}' must be png, pgm or raw", text));
 }
 
+// Whether the validator takes the text, which it then has converted.
+bool converts(const CLI::Validator& validator, std::string& text) {
+  try {
+    return validator(text).empty();
+  } catch (const CLI::ValidationError&) {
+    return false;
+  }
+}
+
+// "7d" is an age, "200GB" a size, "free=20GB" what is to be left.
+void add_limit(keep_limits& limits, const std::string& text) {
+  constexpr std::string_view kFree = "free=";
+  static const CLI::AsNumberWithUnit asSeconds(
+      std::map<std::string, double>{{"min", 60}, {"h", 3600}, {"d", 86400}},
+      CLI::AsNumberWithUnit::UNIT_REQUIRED);
+  const bool isFree = text.starts_with(kFree);
+  const bool hasUnit = !text.empty() && std::isdigit(static_cast<unsigned char>(text.back())) == 0;
+  std::string size = isFree ? text.substr(kFree.size()) : text;
+  std::string age = text;
+  if (hasUnit && converts(CLI::AsSizeValue(true), size)) {
+    (isFree ? limits.freeBytes : limits.bytes) = std::stoull(size);
+  } else if (converts(asSeconds, age) && std::stod(age) > 0 && std::stod(age) <= 1e9) {
+    limits.age = std::chrono::microseconds(std::llround(std::stod(age) * 1e6));
+  } else {
+    throw CLI::ValidationError(
+        "--keep",
+        fmt::format("'{}' must be an age (30min, 12h, 7d), a size (500MB, 2TB) or free=SIZE", text));
+  }
+}
+
 int level_of(const std::string& text) {
   const int level = log_level_of(text);
   if (level == 0) {
@@ -108,7 +141,7 @@ void add_common(CLI::App& app, options& to) {
   add_text(app, "-B,--bundle", to.libraries.bundle, "PATH", "the camera driver bundle, when another");
   app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
       ->type_name("SERIAL")
-      ->expected(1);
+      ->allow_extra_args(false);
   add_converted(app, "-l,--log-level", to.logLevel, level_of, "LEVEL",
                 "1-5 or error,warning,state,done,exec");
 }
@@ -119,7 +152,19 @@ void add_run(CLI::App& app, options& to) {
   add_text(app, "-r,--record", to.recordDirectory, "DIR", "record into DIR/SERIAL");
   add_converted(app, "-f,--format", to.format, format_of, "FORMAT", "png (default), pgm or raw");
   add_count(app, "-e,--every", "--every", to.every, "record every Nth frame");
+  app.add_option_function<std::vector<std::string>>(
+         "-k,--keep",
+         [&to](const std::vector<std::string>& limits) {
+           for (const std::string& limit : limits) {
+             add_limit(to.keep, limit);
+           }
+         },
+         "of each camera's recording: 7d, 200GB, free=20GB; may be repeated")
+      ->type_name("LIMIT")
+      ->allow_extra_args(false)
+      ->needs("--record");
   add_text(app, "-y,--y4m", to.y4mPath, "FILE", "video of the one camera, '-': standard output");
+  app.add_flag("--overwrite", to.isOverwriting, "let the video replace a file");
   add_text(app, "-s,--stats", to.statsPath, "FILE", "append statistics, a JSON object a line");
   add_converted(app, "-m,--metrics", to.metrics, endpoint_of, "ADDR:PORT", "serve Prometheus metrics");
   app.add_flag_callback(

@@ -31,6 +31,8 @@ struct options {
   int logLevel = 0;  ///< 0: what suits the command
   command what = command::run;
   image_format format = image_format::png;
+  keep_limits keep;
+  bool isOverwriting = false;  ///< a file that the video goes to
   bool restart = true;
   bool isQuiet = false;
 };

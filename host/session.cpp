@@ -67,16 +67,17 @@ config_result load_config(const options& chosen) {
 
 camera_outputs::camera_outputs(const camera_config& camera, const options& chosen) : slot(camera.serial) {
   if (!chosen.recordDirectory.empty()) {
-    const std::filesystem::path directory = std::filesystem::path(chosen.recordDirectory) / camera.serial;
-    files =
-        std::make_unique<frame_writer>(camera.serial, std::make_unique<image_files>(directory, chosen.format),
-                                       camera.frame_bytes(), chosen.every);
+    const std::filesystem::path folder =
+        std::filesystem::path(chosen.recordDirectory) / file_name_of(camera.serial);
+    files = std::make_unique<frame_writer>(camera.serial,
+                                           std::make_unique<image_files>(folder, chosen.format, chosen.keep),
+                                           camera.frame_bytes(), chosen.every);
     slot.takers.push_back(files.get());
   }
   if (!chosen.y4mPath.empty()) {
-    video = std::make_unique<frame_writer>(camera.serial,
-                                           std::make_unique<y4m_stream>(chosen.y4mPath, camera.frameRateHz),
-                                           camera.frame_bytes(), 1);
+    video = std::make_unique<frame_writer>(
+        camera.serial, std::make_unique<y4m_stream>(chosen.y4mPath, camera.frameRateHz, chosen.isOverwriting),
+        camera.frame_bytes(), 1);
     slot.takers.push_back(video.get());
   }
 }
@@ -210,7 +211,15 @@ bool session::is_over() {
   hasFailed_ = hasFailed_ || has(run_outcome::failed);
   hasGivenUp_ = has(run_outcome::givenUp);
   // A service waits for another configuration.
-  return hasFailed_ || (!has(run_outcome::running) && !(hasGivenUp_ && service_notifier::is_service()));
+  return hasFailed_ || is_video_over() ||
+         (!has(run_outcome::running) && !(hasGivenUp_ && service_notifier::is_service()));
+}
+
+// Whether the video was all that was wanted, and it has ended.
+bool session::is_video_over() const {
+  const bool isAll = options_.recordDirectory.empty() && options_.statsPath.empty() && !options_.metrics;
+  return isAll && std::any_of(cameras_.begin(), cameras_.end(),
+                              [](const auto& each) { return each->video && each->video->is_over(); });
 }
 
 int session::run() {

@@ -62,6 +62,7 @@ class session {
   void reload();
   bool is_over();
   bool is_failure() const;
+  bool is_video_over() const;
   void look_after();
   void show_status();
   void write_stats();

@@ -22,6 +22,7 @@ void hold_signals() {
   const sigset_t held = held_signals();
   pthread_sigmask(SIG_BLOCK, &held, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int wait_signal(std::chrono::milliseconds longest) {

@@ -4,9 +4,10 @@
 #define HOST_OUTPUTS_FRAME_WRITER_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -34,6 +35,12 @@ class output_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Nothing can be written any more, and that is how it should be: a video's reader went away, say.
+class output_over : public output_error {
+ public:
+  using output_error::output_error;
+};
+
 /// "the disk is full (No space left on device)" and the like.
 std::string write_failure(int error);
 
@@ -44,16 +51,21 @@ class frame_sink {
   /// Writes one frame, wholly or not at all as far as the medium allows, and gives the bytes that it took.
   /// output_error when it can't, or when `stop` was requested while it waited for a reader.
   virtual std::uint64_t write(const stored_frame& frame, const std::stop_token& stop) = 0;
+  /// Puts what was written where a power cut can't reach it. Called about once a second, also while no frame
+  /// comes, and at the end. output_error when it can't.
+  virtual void settle() {}
 };
 
 struct output_totals {
   std::uint64_t written = 0;  ///< frames
-  std::uint64_t dropped = 0;  ///< frames that did not fit into the pool or could not be written
+  std::uint64_t dropped =
+      0;  ///< frames that did not fit into the pool or could not be written; none after its end
   std::uint64_t bytes = 0;
 };
 
-/// Takes frames from one acquisition thread and never makes it wait: what does not fit into the pool is
-/// dropped and counted. A sink that fails is reported once, and tried again with every frame.
+/// Takes frames from one acquisition thread and never makes it wait: what does not fit into the pool, or for
+/// which there is no memory, is dropped and counted. A sink that fails, however it does, is reported once,
+/// and tried again with every frame.
 class frame_writer final : public frame_taker {
  public:
   /// Takes every `every`-th frame. The pool is allocated here: as many frames of `frameBytes` as fit into
@@ -69,30 +81,41 @@ class frame_writer final : public frame_taker {
   void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
   /// Whether all that was taken has been written or dropped.
   bool is_idle() const;
+  /// Whether the sink said that it takes no frame any more.
+  bool is_over() const { return isOver_.load(std::memory_order_relaxed); }
   /// Drops what waits and ends; nothing may be offered any more.
   void stop();
 
   output_totals totals() const;
-  std::size_t pool_size() const { return slots_.size(); }
+  std::size_t pool_size() const { return poolSize_; }
 
  private:
+  using frame_list = std::list<stored_frame>;  // frames go from list to list without any memory
+
   void work(const std::stop_token& stop);
+  bool await_frame(std::unique_lock<std::mutex>& lock, const std::stop_token& stop);
   void write(const stored_frame& frame, const std::stop_token& stop);
+  void settle();
+  void report(const char* reason);
 
   std::string camera_;
   std::unique_ptr<frame_sink> sink_;
   std::uint64_t every_;
-  std::vector<stored_frame> slots_;
+  std::size_t poolSize_;
 
   mutable std::mutex mutex_;
   std::condition_variable_any wake_;
-  std::vector<stored_frame*> free_;
-  std::deque<stored_frame*> waiting_;
+  frame_list free_;
+  frame_list waiting_;
+  bool isWriting_ = false;
 
   std::atomic<std::uint64_t> written_{0};
   std::atomic<std::uint64_t> dropped_{0};
   std::atomic<std::uint64_t> bytes_{0};
-  std::uint64_t failedInRow_ = 0;  // the writer's
+  std::atomic<bool> isOver_{false};
+  std::uint64_t failedInRow_ = 0;                       // the writer's, as are those below
+  bool isReported_ = false;                             // a failure, since the last frame that was written
+  std::chrono::steady_clock::time_point nextSettle_{};  // monotonic
   std::jthread writer_;
 };
 

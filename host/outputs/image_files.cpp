@@ -1,22 +1,16 @@
 #include "host/outputs/image_files.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <png.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cstdio>
-#include <fstream>
-#include <system_error>
 #include <utility>
+
+#include "core/time_helpers.h"
 
 namespace host {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::vector<std::uint8_t> encode_png(const stored_frame& frame) {
   png_image image{};
@@ -34,59 +28,8 @@ std::vector<std::uint8_t> encode_png(const stored_frame& frame) {
   return bytes;
 }
 
-[[noreturn]] void fail(const fs::path& path, int error) {
-  throw output_error(fmt::format("{} can't be written: {}", path.string(), write_failure(error)));
-}
-
-// False with errno set when not everything could be written.
-bool write_all(int file, const void* data, std::size_t size) {
-  const auto* from = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t written = ::write(file, from, size);
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return false;
-    }
-    from += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
-void write_whole(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
-  const fs::path partial = path.parent_path() / ("." + path.filename().string() + ".part");
-  const int file = open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (file < 0) {
-    fail(path, errno);
-  }
-  const bool isWritten = write_all(file, bytes.data(), bytes.size());
-  const int writeError = errno;
-  const bool isClosed = close(file) == 0;  // some file systems report a full disk only here
-  if (!isWritten || !isClosed || std::rename(partial.c_str(), path.c_str()) != 0) {
-    const int error = isWritten ? errno : writeError;
-    unlink(partial.c_str());
-    fail(path, error);
-  }
-}
-
-// The number after the last one in frames.jsonl; 0 for a new recording.
-std::uint64_t next_index(const fs::path& path) {
-  if (!fs::is_regular_file(path)) {
-    return 0;
-  }
-  constexpr std::string_view kHead = R"({"index":)";
-  std::ifstream file(path);
-  std::uint64_t next = 0;
-  for (std::string line; std::getline(file, line);) {
-    std::uint64_t index = 0;
-    if (line.starts_with(kHead) &&
-        std::from_chars(line.data() + kHead.size(), line.data() + line.size(), index).ec == std::errc()) {
-      next = std::max(next, index + 1);
-    }
-  }
-  return next;
+std::string image_name(std::uint64_t number, image_format format) {
+  return fmt::format("{:09}.{}", number, format_name(format));
 }
 
 }  // namespace
@@ -110,56 +53,75 @@ std::vector<std::uint8_t> encode(const stored_frame& frame, image_format format)
   return bytes;
 }
 
-image_files::image_files(fs::path directory, image_format format)
-    : directory_(std::move(directory)), format_(format) {
-  std::error_code error;
-  fs::create_directories(directory_, error);
-  if (error) {
-    fail(directory_, error.value());
-  }
-  const fs::path index = directory_ / "frames.jsonl";
-  next_ = next_index(index);
-  index_ = open(index.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (index_ < 0) {
-    fail(index, errno);
-  }
-}
-
-image_files::~image_files() {
-  close(index_);
-}
+image_files::image_files(std::filesystem::path folder, image_format format, const keep_limits& keep)
+    : format_(format),
+      keep_(keep),
+      folder_(std::move(folder)),
+      index_(folder_),
+      next_(std::max(index_.next_number(), folder_.next_number())),
+      imageBytes_(keep.bytes ? index_.image_bytes() : 0) {}
 
 std::uint64_t image_files::write(const stored_frame& frame, const std::stop_token&) {
-  const std::string name = fmt::format("{:09}.{}", next_, format_name(format_));
   const std::vector<std::uint8_t> bytes = encode(frame, format_);
-  write_whole(directory_ / name, bytes);
+  make_room(bytes.size());
+  std::string name = image_name(next_, format_);
+  while (!folder_.add(name, bytes)) {
+    name = image_name(++next_, format_);
+  }
+  const cam_frame_info& info = frame.info;
+  const std::string line = fmt::format(
+      R"({{"index":{},"file":"{}","bytes":{},"frame":{},"timestamp_us":{},"arrival_us":{},"exposure_us":{},)"
+      R"("gain_db":{:.4f},"width":{},"height":{}}})"
+      "\n",
+      next_, name, bytes.size(), frame.number, info.timestampUs, frame.arrivalUs, info.exposureUs,
+      info.gainDb, info.width, info.height);
   try {
-    const cam_frame_info& info = frame.info;
-    const std::size_t lineBytes = append_line(fmt::format(
-        R"({{"index":{},"file":"{}","frame":{},"timestamp_us":{},"arrival_us":{},"exposure_us":{},"gain_db":{:.4f},)"
-        R"("width":{},"height":{}}})"
-        "\n",
-        next_, name, frame.number, info.timestampUs, frame.arrivalUs, info.exposureUs, info.gainDb,
-        info.width, info.height));
-    ++next_;
-    return bytes.size() + lineBytes;
+    index_.append(line);
   } catch (const output_error&) {
-    fs::remove(directory_ / name);
+    folder_.remove(name);  // an image without its line is none
     throw;
+  }
+  ++next_;
+  imageBytes_ += bytes.size();
+  isSettled_ = false;
+  return bytes.size() + line.size();
+}
+
+void image_files::settle() {
+  make_room(0);
+  if (!isSettled_) {
+    index_.sync();
+    folder_.sync();
+    isSettled_ = true;
   }
 }
 
-std::size_t image_files::append_line(const std::string& line) const {
-  const off_t before = lseek(index_, 0, SEEK_END);
-  if (!write_all(index_, line.data(), line.size())) {
-    const int error = errno;
-    if (ftruncate(index_, before) != 0) {
-      throw output_error(fmt::format("{} ends in half a line: {}", (directory_ / "frames.jsonl").string(),
-                                     write_failure(error)));
-    }
-    fail(directory_ / "frames.jsonl", error);
+// Removes what the limits do not allow beside an image of that size.
+void image_files::make_room(std::uint64_t bytes) {
+  if (!keep_.age && !keep_.bytes && !keep_.freeBytes) {
+    return;
   }
-  return line.size();
+  for (auto oldest = index_.oldest(); oldest && is_beyond(*oldest, bytes); oldest = index_.oldest()) {
+    if (!folder_.remove(oldest->file)) {
+      throw output_error(fmt::format("{} is beyond --keep and can't be removed: {}",
+                                     (folder_.path() / oldest->file).string(), write_failure(errno)));
+    }
+    imageBytes_ -= std::min(imageBytes_, oldest->bytes);
+    index_.drop_oldest();
+  }
+  if (keep_.freeBytes && bytes > 0 && folder_.free_bytes() < *keep_.freeBytes + bytes) {
+    throw output_error(
+        fmt::format("{}: --keep wants {} bytes left free, and nothing of this camera can go for it",
+                    folder_.path().string(), *keep_.freeBytes));
+  }
+}
+
+bool image_files::is_beyond(const indexed_frame& oldest, std::uint64_t bytes) const {
+  if (keep_.age && oldest.arrivalUs + static_cast<std::uint64_t>(keep_.age->count()) < Time__GetTimeUsec()) {
+    return true;
+  }
+  return (keep_.bytes && imageBytes_ + bytes > *keep_.bytes) ||
+         (keep_.freeBytes && folder_.free_bytes() < *keep_.freeBytes + bytes);
 }
 
 }  // namespace host

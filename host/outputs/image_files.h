@@ -2,11 +2,15 @@
 #ifndef HOST_OUTPUTS_IMAGE_FILES_H
 #define HOST_OUTPUTS_IMAGE_FILES_H
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
-#include <string>
+#include <optional>
 #include <vector>
 
+#include "host/outputs/frame_index.h"
 #include "host/outputs/frame_writer.h"
+#include "host/outputs/recording_folder.h"
 
 namespace host {
 
@@ -18,26 +22,36 @@ const char* format_name(image_format format);
 /// A frame as the bytes of a file. raw: the pixels alone.
 std::vector<std::uint8_t> encode(const stored_frame& frame, image_format format);
 
-/// Writes 000000000.png and so on. A file appears whole or not at all: it is written under a hidden name
-/// and renamed, and a line of frames.jsonl that does not fit is taken back, with its image. A directory that
-/// already holds a recording is continued.
+/// How much of a camera's recording is kept. What is beyond goes, oldest first; without limits everything
+/// stays.
+struct keep_limits {
+  std::optional<std::chrono::microseconds> age = std::nullopt;  ///< images that arrived longer ago go
+  std::optional<std::uint64_t> bytes = std::nullopt;            ///< of all images together
+  std::optional<std::uint64_t> freeBytes = std::nullopt;        ///< that the file system is to have left
+};
+
+/// Writes 000000000.png and so on into a folder, with a line about each in frames.jsonl. An image is there
+/// whole or not at all, also after a power cut, which costs at most the images of the last second. No file is
+/// ever overwritten: a folder that already holds a recording is continued.
 class image_files final : public frame_sink {
  public:
-  /// Makes the directory when it is not there. output_error when it can't be written to.
-  image_files(std::filesystem::path directory, image_format format);
-  ~image_files() override;
-  image_files(const image_files&) = delete;
-  image_files& operator=(const image_files&) = delete;
+  /// output_error when the folder can't be recorded into.
+  image_files(std::filesystem::path folder, image_format format, const keep_limits& keep);
 
   std::uint64_t write(const stored_frame& frame, const std::stop_token& stop) override;
+  void settle() override;
 
  private:
-  std::size_t append_line(const std::string& line) const;
+  void make_room(std::uint64_t bytes);
+  bool is_beyond(const indexed_frame& oldest, std::uint64_t bytes) const;
 
-  std::filesystem::path directory_;
   image_format format_;
-  int index_;  // descriptor of frames.jsonl
-  std::uint64_t next_ = 0;
+  keep_limits keep_;
+  recording_folder folder_;
+  frame_index index_;
+  std::uint64_t next_;
+  std::uint64_t imageBytes_;  // of all images; 0 without a limit for them
+  bool isSettled_ = true;     // all names and lines are on the disk
 };
 
 }  // namespace host

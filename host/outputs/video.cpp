@@ -24,7 +24,7 @@ std::string y4m_header(std::size_t width, std::size_t height, double frameRateHz
                      std::llround(frameRateHz * 1000));
 }
 
-y4m_stream::y4m_stream(std::string path, double frameRateHz)
+y4m_stream::y4m_stream(std::string path, double frameRateHz, bool isOverwriting)
     : path_(std::move(path)), frameRateHz_(frameRateHz) {
   struct stat about {};
   isPipe_ = (path_ == "-" ? fstat(STDOUT_FILENO, &about) : stat(path_.c_str(), &about)) == 0 &&
@@ -33,31 +33,29 @@ y4m_stream::y4m_stream(std::string path, double frameRateHz)
     throw output_error("--y4m - writes video to standard output, which is a terminal: send it into a pipe");
   }
   if (path_ == "-" || !isPipe_) {
-    open_path();
+    open_path(isOverwriting ? O_CREAT | O_TRUNC : O_CREAT | O_EXCL);
   }
 }
 
-y4m_stream::~y4m_stream() {
-  if (file_ >= 0) {
-    close(file_);
+void y4m_stream::open_path(int flags) {
+  file_ = descriptor(path_ == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                                  : open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | flags, 0644));
+  if (file_.is_open()) {
+    return;
   }
-}
-
-void y4m_stream::open_path() {
-  file_ = path_ == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
-                       : open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0644);
-  if (file_ < 0) {
-    throw output_error(errno == ENXIO ? fmt::format("nobody reads from {} yet", path_)
-                                      : fmt::format("{} can't be opened: {}", path_, write_failure(errno)));
+  if (errno == EEXIST) {
+    throw output_error(fmt::format("--y4m: there is a file {} already; --overwrite replaces it", path_));
   }
+  throw output_error(errno == ENXIO ? fmt::format("nobody reads from {} yet", path_)
+                                    : fmt::format("{} can't be opened: {}", path_, write_failure(errno)));
 }
 
 std::uint64_t y4m_stream::write(const stored_frame& frame, const std::stop_token& stop) {
   if (isBroken_) {
     throw output_error(fmt::format("the video in {} was cut off", path_));
   }
-  if (file_ < 0) {
-    open_path();
+  if (!file_.is_open()) {
+    open_path(0);
   }
   std::string head = "FRAME\n";
   if (height_ == 0) {
@@ -82,19 +80,21 @@ void y4m_stream::send(const void* data, std::size_t size, const std::stop_token&
       isBroken_ = true;
       throw output_error(fmt::format("the last frame in {} is cut off: its reader did not take it", path_));
     }
-    pollfd waits{file_, POLLOUT, 0};
+    pollfd waits{file_.get(), POLLOUT, 0};
     if (isPipe_ && poll(&waits, 1, kStopCheckMs) == 0) {
       continue;
     }
-    const ssize_t written = ::write(file_, from, isPipe_ ? std::min<std::size_t>(size, PIPE_BUF) : size);
+    const ssize_t written =
+        ::write(file_.get(), from, isPipe_ ? std::min<std::size_t>(size, PIPE_BUF) : size);
     if (written < 0 && (errno == EINTR || errno == EAGAIN)) {
       continue;
     }
     if (written <= 0) {
       isBroken_ = true;
-      throw output_error(errno == EPIPE
-                             ? fmt::format("the reader of {} went away", path_)
-                             : fmt::format("{} can't be written: {}", path_, write_failure(errno)));
+      if (errno == EPIPE) {
+        throw output_over(fmt::format("the reader of {} went away", path_));
+      }
+      throw output_error(fmt::format("{} can't be written: {}", path_, write_failure(errno)));
     }
     from += written;
     size -= static_cast<std::size_t>(written);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "host/acquire/descriptor.h"
 #include "host/outputs/frame_writer.h"
 
 namespace host {
@@ -12,24 +13,23 @@ namespace host {
 std::string y4m_header(std::size_t width, std::size_t height, double frameRateHz);
 
 /// Writes to a file, a named pipe or standard output. A named pipe is opened with the first frame and needs
-/// a reader by then; frames before are dropped. A reader that is slow is waited for, in the writer's thread.
+/// a reader by then; frames before are dropped. A reader that is slow is waited for, in the writer's thread;
+/// with one that goes away, the video ends.
 class y4m_stream final : public frame_sink {
  public:
-  /// `path` "-" is standard output. output_error when it can't be opened.
-  y4m_stream(std::string path, double frameRateHz);
-  ~y4m_stream() override;
-  y4m_stream(const y4m_stream&) = delete;
-  y4m_stream& operator=(const y4m_stream&) = delete;
+  /// `path` "-" is standard output. output_error when it can't be opened, or when there is a file that is not
+  /// to be overwritten.
+  y4m_stream(std::string path, double frameRateHz, bool isOverwriting);
 
   std::uint64_t write(const stored_frame& frame, const std::stop_token& stop) override;
 
  private:
-  void open_path();
+  void open_path(int flags);
   void send(const void* data, std::size_t size, const std::stop_token& stop);
 
   std::string path_;
   double frameRateHz_;
-  int file_ = -1;
+  descriptor file_;
   bool isPipe_ = false;
   bool isBroken_ = false;  // a frame was cut off: what follows would not be understood
   std::uint16_t width_ = 0;

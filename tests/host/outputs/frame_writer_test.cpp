@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <new>
 #include <thread>
 
 #include "host/outputs/frame_writer.h"
@@ -21,7 +22,10 @@ class gated_sink final : public host::frame_sink {
     std::unique_lock lock(mutex);
     changed.wait(lock, stop, [this] { return isOpen; });
     if (stop.stop_requested() || fails) {
-      throw host::output_error("the disk is full");
+      throw std::bad_alloc();
+    }
+    if (ends) {
+      throw host::output_over("the reader went away");
     }
     numbers.push_back(frame.number);
     return frame.pixels.size();
@@ -37,6 +41,7 @@ class gated_sink final : public host::frame_sink {
   std::condition_variable_any changed;
   bool isOpen = false;
   bool fails = false;
+  bool ends = false;
   std::vector<std::uint64_t> numbers;
 };
 
@@ -74,6 +79,20 @@ TEST(recording, a_slow_disk_loses_frames_of_the_recording_only) {
   offer(27, 31);
   writer.stop();
   EXPECT_EQ(writer.totals().dropped, 7U) << "what waits at the end is counted";
+}
+
+TEST(recording, an_output_that_is_over_takes_and_loses_nothing_more) {
+  auto owned = std::make_unique<gated_sink>();
+  owned->ends = true;
+  owned->isOpen = true;
+  host::frame_writer writer("C", std::move(owned), 64, 1);
+  const auto frame = frame_of(8, 8);
+  for (std::uint64_t number = 1; !writer.is_over(); ++number) {
+    writer.offer(frame.info, number, frame.pixels);
+    std::this_thread::sleep_for(1ms);
+  }
+  writer.offer(frame.info, 1, frame.pixels);
+  EXPECT_EQ(writer.totals().dropped + writer.totals().written, 0U);
 }
 
 }  // namespace

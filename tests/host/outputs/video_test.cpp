@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -27,14 +28,17 @@ TEST_F(host_files, y4m_is_a_stream_of_one_size) {
   const auto frame = frame_of(6, 2);
   const std::string pixels(frame.pixels.begin(), frame.pixels.end());
   {
-    host::y4m_stream stream(path, 29.97);
+    host::y4m_stream stream(path, 29.97, false);
     stream.write(frame, {});
     stream.write(frame, {});
     EXPECT_THROW(stream.write(frame_of(2, 6), {}), host::output_error);
   }
   EXPECT_EQ(content(path), "YUV4MPEG2 W6 H2 F29970:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\nFRAME\n" + pixels +
                                "FRAME\n" + pixels);
-  host::y4m_stream full("/dev/full", 1);
+  EXPECT_THROW(host::y4m_stream(path, 1, false), host::output_error) << "a file was overwritten unasked";
+  host::y4m_stream(path, 1, true);
+  EXPECT_EQ(content(path), "");
+  host::y4m_stream full("/dev/full", 1, false);
   try {
     full.write(frame, {});
     ADD_FAILURE() << "a full disk was not noticed";
@@ -44,7 +48,7 @@ TEST_F(host_files, y4m_is_a_stream_of_one_size) {
   // A pipe without a reader, with one that reads nothing, and with one that went away.
   const fs::path pipe = directory / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  host::y4m_stream stream(pipe, 1);
+  host::y4m_stream stream(pipe, 1, false);
   EXPECT_THROW(stream.write(frame, {}), host::output_error);
   const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
   stream.write(frame, {});
@@ -57,6 +61,15 @@ TEST_F(host_files, y4m_is_a_stream_of_one_size) {
   large.pixels.resize(1U << 20U);  // more than a pipe holds
   EXPECT_THROW(stream.write(large, stop.get_token()), host::output_error);
   close(reader);
+
+  const fs::path other = directory / "other";
+  ASSERT_EQ(mkfifo(other.c_str(), 0600), 0);
+  host::y4m_stream left(other, 1, false);
+  const int passer = open(other.c_str(), O_RDONLY | O_NONBLOCK);
+  left.write(frame, {});
+  close(passer);
+  std::signal(SIGPIPE, SIG_IGN);
+  EXPECT_THROW(left.write(frame, {}), host::output_over);
 }
 
 }  // namespace

@@ -1,0 +1,62 @@
+// The folder of one camera's recording: its files are there whole or not at all, also after a power cut.
+#ifndef HOST_OUTPUTS_RECORDING_FOLDER_H
+#define HOST_OUTPUTS_RECORDING_FOLDER_H
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+
+#include "host/acquire/descriptor.h"
+
+namespace host {
+
+/// A serial number as one component of a path: whatever is not a letter, digit, '-', '_' or '.', and a '.' in
+/// front, stands as %XX. Two serial numbers never give the same name.
+std::string file_name_of(const std::string& serial);
+
+/// Locked against other processes as long as it lives. Used by one thread. Paths are resolved once, when it
+/// is opened: a link that is put in its place later is not followed. Its functions raise output_error.
+class recording_folder {
+ public:
+  /// Makes the folder, and those above it, where it is not there. It must be no link, and no other process
+  /// may be recording into it. What a process that was killed left half-written is removed.
+  explicit recording_folder(std::filesystem::path path);
+
+  const std::filesystem::path& path() const { return path_; }
+
+  /// Writes a file whose data is on the disk before its name appears. False, and nothing is changed, when
+  /// there is a file of that name.
+  bool add(const std::string& name, std::span<const std::uint8_t> bytes);
+  /// As `add`, in place of the file of that name.
+  void replace(const std::string& name, descriptor file);
+  /// Opens a file of the folder; `flags` as for `open`. Not open, with errno set, when that fails.
+  descriptor open(const std::string& name, int flags) const;
+  /// A hidden file that `replace` gives its name; one left from before is emptied.
+  descriptor open_partial(const std::string& name) const;
+  /// False when it can't be removed; a file that is not there is none that can't.
+  bool remove(const std::string& name) noexcept;
+  bool has(const std::string& name) const noexcept;
+  /// Puts on the disk which names there are.
+  void sync();
+  /// Bytes that the file system has left for a user without privileges.
+  std::uint64_t free_bytes() const;
+  /// The number after the highest that a file name starts with; 0 without any.
+  std::uint64_t next_number() const;
+
+ private:
+  [[noreturn]] void fail(const std::string& name, int error) const;
+  void lock();
+  void remove_partials();
+
+  std::filesystem::path path_;
+  descriptor folder_;
+  descriptor lock_;
+};
+
+/// Writes all of it. False with errno set when not everything could be written.
+bool write_all(int file, const void* data, std::size_t size);
+
+}  // namespace host
+
+#endif
