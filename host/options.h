@@ -9,7 +9,7 @@
 
 #include "host/acquire/library.h"
 #include "host/outputs/image_files.h"
-#include "host/web/metrics_server.h"
+#include "host/web/web_server.h"
 
 namespace host {
 

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include "core/log.h"
@@ -31,6 +32,7 @@ constexpr auto kStatsEvery = 1s;
 constexpr auto kEndTick = 5ms;
 constexpr auto kEndPatience = 500ms;  // then a camera that still waits is cancelled
 constexpr auto kCancelAgain = 100ms;
+constexpr auto kDrainTick = 10ms;
 constexpr auto kDrainAfterSignal = 400ms;  // within the second that an end may take
 
 void keep_chosen(config& all, const std::vector<std::string>& chosen) {
@@ -96,19 +98,23 @@ session::session(const options& chosen, config configuration, const camera_libra
     slot_for(camera);
   }
   if (!options_.statsPath.empty()) {
-    stats_.reset(std::fopen(options_.statsPath.c_str(), "ae"));
-    if (!stats_) {
-      throw output_error(
-          fmt::format("--stats: {} can't be opened: {}", options_.statsPath, write_failure(errno)));
-    }
+    stats_.emplace(options_.statsPath);
   }
   if (options_.metrics) {
-    metrics_ =
-        std::make_unique<metrics_server>(*options_.metrics, [this] { return metrics_text(figures()); });
+    serve();
   }
 }
 
 session::~session() = default;
+
+void session::serve() {
+  web_ = std::make_unique<web_server>(
+      *options_.metrics,
+      std::vector<web_route>{{"GET", "/metrics", [this](const std::string&) {
+                                return web_response{metrics_text(figures()), "text/plain; version=0.0.4"};
+                              }}});
+  LOG(3, "metrics are served at http://%s:%d/metrics", options_.metrics->address.c_str(), web_->port());
+}
 
 std::vector<camera_figures> session::figures() const {
   const std::lock_guard lock(camerasMutex_);
@@ -178,6 +184,42 @@ bool session::wait_for_runners(std::chrono::milliseconds longest) {
   return haveEnded;
 }
 
+// Opens what cameras that are new in it need. False, and nothing is changed, when that fails.
+bool session::open_outputs(const config& fresh) {
+  const std::size_t before = cameras_.size();
+  try {
+    for (const camera_config& camera : fresh.cameras) {
+      slot_for(camera);
+    }
+    return true;
+  } catch (const output_error& error) {
+    LOG(1, "fail: %s", error.what());
+    const std::lock_guard lock(camerasMutex_);
+    cameras_.resize(before);
+    return false;
+  }
+}
+
+// Cameras that are not configured any more leave the figures, once all of their frames are written.
+void session::forget_cameras() {
+  const std::vector<std::string> serials = config_.serials();
+  std::vector<std::unique_ptr<camera_outputs>> leaving;
+  {
+    const std::lock_guard lock(camerasMutex_);
+    const auto gone = std::stable_partition(cameras_.begin(), cameras_.end(), [&](const auto& each) {
+      return std::find(serials.begin(), serials.end(), each->slot.serial) != serials.end();
+    });
+    std::move(gone, cameras_.end(), std::back_inserter(leaving));
+    cameras_.erase(gone, cameras_.end());
+  }
+  for (const auto& each : leaving) {
+    meters_.erase(each->slot.serial);
+    activity_.erase(each->slot.serial);
+  }
+  finish_outputs(leaving, true);
+  print_summary(leaving);
+}
+
 void session::reload() {
   LOG(3, "SIGHUP: %s is read again", options_.configPath.c_str());
   service_notifier::reloading();
@@ -185,17 +227,16 @@ void session::reload() {
   for (const std::string& error : fresh.errors) {
     LOG(1, "%s", error.c_str());
   }
-  if (!fresh.errors.empty()) {
-    LOG(2, "the configuration that runs stays in place");
-  } else {
+  if (fresh.errors.empty() && open_outputs(fresh.value)) {
     end_cameras(kPENDING_SIGNAL__SIGHUP);
     config_ = std::move(fresh.value);
-    try {
-      start_cameras();
-    } catch (const output_error& error) {
-      LOG(1, "fail: %s", error.what());
-      hasFailed_ = true;
-    }
+    forget_cameras();
+    start_cameras();
+  } else {
+    LOG(2, "the configuration that runs stays in place");
+  }
+  if (stats_) {
+    stats_->reopen();
   }
   service_notifier::reloaded();
 }
@@ -238,8 +279,8 @@ int session::run() {
   service_notifier::stopping();
   write_stats();
   end_cameras(kPENDING_SIGNAL__SIGTERM);
-  finish_outputs(isInterrupted_);
-  print_summary();
+  finish_outputs(cameras_, isInterrupted_);
+  print_summary(cameras_);
   return is_failure() ? 1 : 0;
 }
 
@@ -258,6 +299,9 @@ void session::look_after() {
   if (have_cameras_begun()) {
     service_.ready();
   }
+  if (web_ && !web_->is_serving()) {
+    serve_again();
+  }
   service_.watchdog(steady_us(), [this] { return are_cameras_alive(); });
   if (now >= nextStatus_) {
     nextStatus_ =
@@ -267,6 +311,15 @@ void session::look_after() {
   if (now >= nextStats_) {
     nextStats_ = now + kStatsEvery;
     write_stats();
+  }
+}
+
+void session::serve_again() {
+  web_.reset();
+  try {
+    serve();
+  } catch (const std::runtime_error& error) {
+    LOG(1, "fail: %s. Nothing is served any more", error.what());
   }
 }
 
@@ -302,20 +355,19 @@ void session::write_stats() {
   if (!stats_) {
     return;
   }
-  bool isWritten = true;
-  for (const camera_figures& each : figures()) {
-    const auto runner = std::find_if(runners_.begin(), runners_.end(),
-                                     [&](const auto& one) { return one->serial() == each.serial; });
-    const std::string bundleStats = runner == runners_.end() ? "" : (*runner)->device_stats();
-    const std::string line = stats_line(each, meters_[each.serial].update(each), bundleStats) + "\n";
-    isWritten = std::fputs(line.c_str(), stats_.get()) >= 0 && isWritten;
+  try {
+    for (const camera_figures& each : figures()) {
+      const auto runner = std::find_if(runners_.begin(), runners_.end(),
+                                       [&](const auto& one) { return one->serial() == each.serial; });
+      const std::string bundleStats = runner == runners_.end() ? "" : (*runner)->device_stats();
+      stats_->write(stats_line(each, meters_[each.serial].update(each), bundleStats));
+    }
+    isStatsBroken_ = false;
+  } catch (const output_error& error) {
+    if (!std::exchange(isStatsBroken_, true)) {
+      LOG(1, "fail: %s. Statistics are missing until that is over", error.what());
+    }
   }
-  isWritten = std::fflush(stats_.get()) == 0 && isWritten;
-  if (!isWritten && !isStatsBroken_) {
-    LOG(1, "fail: %s can't be written: %s. Statistics are missing until that is over",
-        options_.statsPath.c_str(), write_failure(errno).c_str());
-  }
-  isStatsBroken_ = !isWritten;
 }
 
 bool session::have_cameras_begun() const {
@@ -335,16 +387,21 @@ bool session::are_cameras_alive() {
   return areAlive;
 }
 
-void session::finish_outputs(bool isInterrupted) {
+void session::finish_outputs(const std::vector<std::unique_ptr<camera_outputs>>& cameras,
+                             bool isInterrupted) {
   const auto deadline = clock::now() + kDrainAfterSignal;
   const auto isIdle = [](const auto& each) {
     return (!each->files || each->files->is_idle()) && (!each->video || each->video->is_idle());
   };
-  while (!std::all_of(cameras_.begin(), cameras_.end(), isIdle) &&
+  while (!std::all_of(cameras.begin(), cameras.end(), isIdle) &&
          !(isInterrupted && clock::now() >= deadline)) {
-    isInterrupted = wait_signal(10ms) != 0 || isInterrupted;
+    if (isInterrupted) {
+      std::this_thread::sleep_for(kDrainTick);  // a signal is left for whoever waits for the next one
+    } else {
+      isInterrupted = wait_signal(kDrainTick) != 0;
+    }
   }
-  for (const auto& each : cameras_) {
+  for (const auto& each : cameras) {
     for (frame_writer* writer : {each->files.get(), each->video.get()}) {
       if (writer != nullptr) {
         writer->stop();
@@ -353,12 +410,12 @@ void session::finish_outputs(bool isInterrupted) {
   }
 }
 
-void session::print_summary() {
+void session::print_summary(const std::vector<std::unique_ptr<camera_outputs>>& cameras) {
   console_.set_status({});
   if (options_.isQuiet) {
     return;
   }
-  for (const auto& each : cameras_) {
+  for (const auto& each : cameras) {
     console_.print(summary(figures_of(each->slot, each->files.get(), each->video.get()),
                            each->slot.settings.outcomes()));
   }

@@ -3,7 +3,6 @@
 #define HOST_SESSION_H
 
 #include <chrono>
-#include <cstdio>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,9 +17,10 @@
 #include "host/options.h"
 #include "host/outputs/frame_writer.h"
 #include "host/report/console.h"
+#include "host/report/line_file.h"
 #include "host/report/service.h"
 #include "host/report/status.h"
-#include "host/web/metrics_server.h"
+#include "host/web/web_server.h"
 
 namespace host {
 
@@ -37,7 +37,7 @@ struct camera_outputs {
   camera_outputs(const camera_config& camera, const options& chosen);
 };
 
-/// Lives on the main thread; the cameras, their writers and the metrics server have threads of their own.
+/// Lives on the main thread; the cameras, their writers and the web server have threads of their own.
 class session {
  public:
   /// output_error or std::runtime_error when something of the command line can't be opened.
@@ -64,12 +64,16 @@ class session {
   bool is_failure() const;
   bool is_video_over() const;
   void look_after();
+  void serve();
+  void serve_again();
   void show_status();
   void write_stats();
   bool are_cameras_alive();
   bool have_cameras_begun() const;
-  void finish_outputs(bool isInterrupted);
-  void print_summary();
+  bool open_outputs(const config& fresh);
+  void forget_cameras();
+  void finish_outputs(const std::vector<std::unique_ptr<camera_outputs>>& cameras, bool isInterrupted);
+  void print_summary(const std::vector<std::unique_ptr<camera_outputs>>& cameras);
 
   const options options_;
   config config_;
@@ -78,7 +82,7 @@ class session {
   console& console_;
   service_notifier service_;
 
-  mutable std::mutex camerasMutex_;  // guards the list against the metrics server
+  mutable std::mutex camerasMutex_;  // guards the list against the web server
   std::vector<std::unique_ptr<camera_outputs>> cameras_;
   std::vector<std::unique_ptr<camera_runner>> runners_;
 
@@ -87,12 +91,12 @@ class session {
   clock::time_point nextStats_ = start_;
   std::map<std::string, rate_meter> meters_;
   std::map<std::string, std::uint64_t> activity_;
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> stats_{nullptr, std::fclose};
+  std::optional<line_file> stats_;
   bool isStatsBroken_ = false;
   bool isInterrupted_ = false;  // by a signal
   bool hasFailed_ = false;      // the program ends, with 1
   bool hasGivenUp_ = false;     // the program ends with 1 once the other cameras are done
-  std::unique_ptr<metrics_server> metrics_;
+  std::unique_ptr<web_server> web_;
 };
 
 }  // namespace host

@@ -1,10 +1,10 @@
 // The built program, end to end, with simulated cameras.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <httplib.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -145,7 +145,8 @@ TEST_F(mediagrabber, creates_a_failed_device_again) {
 
 TEST_F(mediagrabber, reads_its_configuration_again_on_sighup) {
   const std::string path = configure(camera_text("A"));
-  auto run = start({"run", path, "-r", directory / "rec", "-f", "raw"}, kTwo);
+  ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);  // that nobody reads
+  auto run = start({"run", path, "-r", directory / "rec", "-f", "raw", "-s", directory / "pipe"}, kTwo);
   const auto isRecorded = [&](const char* serial, const char* what) {
     return program::until([&] { return has(content(directory / "rec" / serial / "frames.jsonl"), what); });
   };
@@ -160,7 +161,18 @@ TEST_F(mediagrabber, reads_its_configuration_again_on_sighup) {
   configure(std::string(other).replace(other.find("160"), 3, "192"));
   run.signal(SIGHUP);
   EXPECT_TRUE(isRecorded("A", R"("width":192)") && isRecorded("B", R"("width":160)")) << run.error();
+
+  std::ofstream(directory / "rec/C") << "no folder";
+  configure(other + camera_text("C"));
+  run.signal(SIGHUP);
+  ASSERT_TRUE(run.says("rec/C is no folder of its own")) << run.error();
+  EXPECT_EQ(count(run.error(), "acquisition starts"), 3U) << "nothing may end for what can't begin";
+  configure(camera_text("B"));
+  run.signal(SIGHUP);
+  ASSERT_TRUE(run.says("acquisition starts", 4)) << run.error();
+  EXPECT_EQ(count(run.error(), "\nA: "), 1U) << "no summary of what is not configured any more";
   EXPECT_LT(run.end(SIGTERM), 1.3);
+  EXPECT_EQ(count(run.error(), "\nA: "), 1U);
   EXPECT_FALSE(has(run.error(), "device failed")) << run.error();
 }
 
@@ -225,12 +237,12 @@ TEST_F(mediagrabber, serves_metrics_and_streams_video) {
   ASSERT_TRUE(run.says("metrics are served at http://127.0.0.1:")) << run.error();
   const std::string error = run.error();
   const int port = std::stoi(error.substr(error.find("http://127.0.0.1:") + 17));
-  httplib::Client client("127.0.0.1", port);
+  const std::string url = fmt::format("http://127.0.0.1:{}/metrics", port);
   ASSERT_TRUE(program::until([&] {
-    const auto answer = client.Get("/metrics");
-    return answer && has(answer->body, "mediagrabber_exposure_seconds{camera=\"SIM00001\"} 0.0025");
+    tests::program client(directory / "client", {"curl", "-s", url});
+    return client.wait() == 0 &&
+           has(client.out(), "mediagrabber_exposure_seconds{camera=\"SIM00001\"} 0.0025");
   }));
-  EXPECT_EQ(client.Get("/")->status, 404);
   EXPECT_EQ(run.wait(), 0) << run.error();
   const std::string video = run.out();
   const std::string head = "YUV4MPEG2 W160 H120 F50000:1000 Ip A1:1 Cmono XCOLORRANGE=FULL\n";
@@ -285,8 +297,10 @@ TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
       {{"run", good, "-F", "sim", "-B", "/nowhere"}, 1, "--bundle: there is no file /nowhere"},
       {{"run", good, "-F", "sim", "-B", CAMERA_LIBRARY}, 1, "it has no function MgBundleInit"},
       {{"run", good, "-F", "sim", "-r", "/proc/x"}, 1, "/proc/x"},
-      {{"run", good, "-F", "sim", "-m", "203.0.113.1:9100"}, 1, "metrics can't be served"},
-      {{"run", good, "-F", "sim", "-s", "/nowhere/s"}, 1, "--stats: /nowhere/s can't be opened"},
+      {{"run", good, "-F", "sim", "-m", "203.0.113.1:9100"},
+       1,
+       "nothing can be served at 203.0.113.1 port 9100: Cannot assign"},
+      {{"run", good, "-F", "sim", "-s", "/nowhere/s"}, 1, "/nowhere/s can't be opened"},
       {{"run", good, "-F", "sim", "-q", "-n", "2"}, 0, ""},
   };
   for (const auto& each : cases) {
