@@ -1,7 +1,12 @@
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <exception>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "core/log.h"
 #include "host/acquire/library.h"
@@ -10,6 +15,7 @@
 #include "host/check/check.h"
 #include "host/config/config.h"
 #include "host/config/template.h"
+#include "host/config/text.h"
 #include "host/options.h"
 #include "host/report/console.h"
 #include "host/session.h"
@@ -48,6 +54,10 @@ int execute(const host::options& chosen, host::config configuration, host::conso
       const host::camera_library library(host::find_framework(chosen.libraries.framework));
       return host::list_cameras(library, wanted, chosen.libraries.is_simulated());
     }
+    case host::command::validate:
+      fmt::print("{}: valid, {} cameras, {} sweeps\n", chosen.configPath, configuration.cameras.size(),
+                 configuration.sweeps.size());
+      break;
     case host::command::config:
       fmt::print("{}", host::config_template());
       break;
@@ -55,29 +65,70 @@ int execute(const host::options& chosen, host::config configuration, host::conso
   return 0;
 }
 
+// What the program was asked to do, or the exit code where that is answered or wrong.
+struct request {
+  host::options chosen;
+  host::config configuration;
+  std::optional<int> exitCode;
+};
+
+request read_request(int argc, const char* const* argv) {
+  host::command_line line = host::parse_command_line(argc, argv);
+  request asked{.chosen = std::move(line.value), .configuration = {}, .exitCode = line.exitCode};
+  if (asked.exitCode || asked.chosen.configPath.empty()) {
+    return asked;
+  }
+  host::config_result read = asked.chosen.what == host::command::cameras
+                                 ? host::load_config(asked.chosen.configPath)
+                                 : host::load_config(asked.chosen);
+  for (const auto* lines : {&read.errors, &read.warnings}) {
+    for (const std::string& text : *lines) {
+      fmt::print(stderr, "{}\n", host::printable(text));
+    }
+  }
+  asked.configuration = std::move(read.value);
+  if (!read.errors.empty()) {
+    asked.exitCode = kWrong;
+  }
+  return asked;
+}
+
+// Nothing here may need memory, nor may it be left to whoever failed: some libraries let no exception out.
+[[noreturn]] void end_without_memory() {
+  constexpr std::string_view kText = "mediagrabber: there is no memory to read options and configuration\n";
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText.data(), kText.size());
+  _exit(kWrong);
+}
+
+// Made before any other object of the program, as those may already need memory.
+struct memory_watch {
+  std::terminate_handler usual = std::set_terminate(end_without_memory);
+};
+[[gnu::init_priority(101)]] const memory_watch watchOfStart;
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const host::command_line line = host::parse_command_line(argc, argv);
-  if (line.exitCode) {
-    return *line.exitCode;
+  request asked;
+  try {
+    asked = read_request(argc, argv);
+  } catch (const std::bad_alloc&) {
+    end_without_memory();
   }
-  const host::options& chosen = line.value;
-  host::config_result configuration;
-  if (!chosen.configPath.empty()) {
-    configuration = chosen.what == host::command::cameras ? host::load_config(chosen.configPath)
-                                                          : host::load_config(chosen);
-  }
-  if (!configuration.errors.empty()) {
-    fmt::print(stderr, "{}\n", fmt::join(configuration.errors, "\n"));
-    return kWrong;
+  std::set_terminate(watchOfStart.usual);
+  if (asked.exitCode) {
+    return *asked.exitCode;
   }
   host::hold_signals();
-  host::console screen(log_level(chosen));
   try {
-    return execute(chosen, std::move(configuration.value), screen);
+    host::console screen(log_level(asked.chosen));
+    try {
+      return execute(asked.chosen, std::move(asked.configuration), screen);
+    } catch (const std::exception& error) {
+      LOG(1, "fail: %s", error.what());
+    }
   } catch (const std::exception& error) {
-    LOG(1, "fail: %s", error.what());
-    return kFailed;
+    std::fprintf(stderr, "fail: %s\n", error.what());
   }
+  return kFailed;
 }

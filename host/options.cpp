@@ -10,15 +10,16 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <iostream>
 #include <map>
 
-#include "host/report/console.h"
+#include "host/config/keys.h"
+#include "host/config/text.h"
 
 namespace host {
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
+constexpr std::uint64_t kCountMax = 1'000'000'000'000;  // frames, failures: longer than any camera lives
 
 std::optional<int> port_of(const std::string& text) {
   int port = -1;
@@ -43,32 +44,14 @@ endpoint endpoint_of(const std::string& text) {
   return {address.empty() ? kLoopback : address, *port};
 }
 
-std::uint64_t count_of(const char* option, const std::string& text) {
-  std::uint64_t count = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (error != std::errc() || end != text.data() + text.size() || count == 0) {
-    throw CLI::ValidationError(option, fmt::format("'{}' must be a whole number, 1 or more", text));
-  }
-  return count;
-}
-
-double seconds_of(const std::string& text) {
-  double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error != std::errc() || end != text.data() + text.size() || !(seconds > 0) || seconds > 1e9) {
-    throw CLI::ValidationError("--seconds", fmt::format("'{}' must be a number above 0, at most 1e9", text));
-  }
-  return seconds;
-}
-
-image_format format_of(const std::string& text) {
-  for (const auto format : {image_format::png, image_format::pgm, image_format::raw}) {
-    if (text == format_name(format)) {
-      return format;
-    }
-  }
-  throw CLI::ValidationError("--format", fmt::format("'{}' must be png, pgm or raw", text));
-}
+// Above 0, and no NaN, which a range takes.
+const CLI::Validator kSeconds(
+    [](const std::string& text) {
+      double seconds = 0;
+      const bool isValid = CLI::detail::lexical_cast(text, seconds) && seconds > 0 && seconds <= 1e9;
+      return isValid ? "" : fmt::format("'{}' must be a number above 0, at most 1e9", text);
+    },
+    "S");
 
 // Whether the validator takes the text, which it then has converted.
 bool converts(const CLI::Validator& validator, std::string& text) {
@@ -100,22 +83,27 @@ void add_limit(keep_limits& limits, const std::string& text) {
   }
 }
 
-int level_of(const std::string& text) {
-  const int level = log_level_of(text);
-  if (level == 0) {
-    throw CLI::ValidationError(
-        "--log-level", fmt::format("'{}' must be 1 to 5, or error, warning, state, done or exec", text));
-  }
-  return level;
+const std::map<std::string, image_format>& formats() {
+  static const std::map<std::string, image_format> all = {
+      {"png", image_format::png}, {"pgm", image_format::pgm}, {"raw", image_format::raw}};
+  return all;
 }
 
-// An option whose text goes through `convert`, which names what is wrong with it.
-template <class Target, class Convert>
-void add_converted(CLI::App& app, const std::string& names, Target& target, Convert convert,
-                   const char* valueName, const char* help) {
+const std::map<std::string, int>& levels() {
+  static const std::map<std::string, int> all = {{"error", 1}, {"warning", 2}, {"state", 3}, {"done", 4},
+                                                 {"exec", 5},  {"1", 1},       {"2", 2},     {"3", 3},
+                                                 {"4", 4},     {"5", 5}};
+  return all;
+}
+
+// An option that takes one of the words of a table.
+template <class Target>
+void add_choice(CLI::App& app, const char* names, Target& target, const std::map<std::string, Target>& words,
+                const char* valueName, const char* help) {
   app.add_option_function<std::string>(
-         names, [&target, convert](const std::string& text) { target = convert(text); }, help)
-      ->type_name(valueName);
+         names, [&](const std::string& word) { target = words.at(word); }, help)
+      ->type_name(valueName)
+      ->check(CLI::IsMember(words));
 }
 
 void add_text(CLI::App& app, const char* names, std::string& target, const char* valueName,
@@ -124,9 +112,8 @@ void add_text(CLI::App& app, const char* names, std::string& target, const char*
 }
 
 template <class Target>
-void add_count(CLI::App& app, const char* names, const char* name, Target& target, const char* help) {
-  add_converted(
-      app, names, target, [name](const std::string& text) { return count_of(name, text); }, "N", help);
+void add_count(CLI::App& app, const char* names, Target& target, const char* help) {
+  app.add_option(names, target, help)->type_name("N")->check(CLI::Range(std::uint64_t{1}, kCountMax));
 }
 
 void add_config(CLI::App& app, options& to, bool isRequired) {
@@ -142,16 +129,15 @@ void add_common(CLI::App& app, options& to) {
   app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
       ->type_name("SERIAL")
       ->allow_extra_args(false);
-  add_converted(app, "-l,--log-level", to.logLevel, level_of, "LEVEL",
-                "1-5 or error,warning,state,done,exec");
+  add_choice(app, "-l,--log-level", to.logLevel, levels(), "LEVEL", "1-5 or error,warning,state,done,exec");
 }
 
 void add_run(CLI::App& app, options& to) {
-  add_count(app, "-n,--frames", "--frames", to.frames, "end after N frames of each camera");
-  add_converted(app, "-t,--seconds", to.seconds, seconds_of, "S", "end after S seconds");
+  add_count(app, "-n,--frames", to.frames, "end after N frames of each camera");
+  app.add_option("-t,--seconds", to.seconds, "end after S seconds")->type_name("S")->check(kSeconds);
   add_text(app, "-r,--record", to.recordDirectory, "DIR", "record into DIR/SERIAL");
-  add_converted(app, "-f,--format", to.format, format_of, "FORMAT", "png (default), pgm or raw");
-  add_count(app, "-e,--every", "--every", to.every, "record every Nth frame");
+  add_choice(app, "-f,--format", to.format, formats(), "FORMAT", "png (default), pgm or raw");
+  add_count(app, "-e,--every", to.every, "record every Nth frame");
   app.add_option_function<std::vector<std::string>>(
          "-k,--keep",
          [&to](const std::vector<std::string>& limits) {
@@ -166,12 +152,15 @@ void add_run(CLI::App& app, options& to) {
   add_text(app, "-y,--y4m", to.y4mPath, "FILE", "video of the one camera, '-': standard output");
   app.add_flag("--overwrite", to.isOverwriting, "let the video replace a file");
   add_text(app, "-s,--stats", to.statsPath, "FILE", "append statistics, a JSON object a line");
-  add_converted(app, "-m,--metrics", to.metrics, endpoint_of, "ADDR:PORT", "serve Prometheus metrics");
+  app.add_option_function<std::string>(
+         "-m,--metrics", [&to](const std::string& text) { to.metrics = endpoint_of(text); },
+         "serve Prometheus metrics")
+      ->type_name("ADDR:PORT");
   app.add_flag_callback(
       "--restart", [&to] { to.restart = true; }, "create a failed device again (default)");
   app.add_flag_callback(
       "--no-restart", [&to] { to.restart = false; }, "end with 1 when a device fails");
-  add_count(app, "--max-failures", "--max-failures", to.maxFailures, "end with 1 after N failures in a row");
+  add_count(app, "--max-failures", to.maxFailures, "end with 1 after N failures in a row");
 }
 
 void add_verbosity(CLI::App& app, options& to) {
@@ -187,6 +176,48 @@ void add_verbosity(CLI::App& app, options& to) {
       "more log lines, twice: all");
 }
 
+// Every name that an app or command takes: commands, and options with their dashes.
+std::vector<std::string> known_words(const CLI::App& app, bool areOptions) {
+  std::vector<std::string> words;
+  if (areOptions) {
+    for (const CLI::Option* option : app.get_options()) {
+      for (const std::string& name : option->get_lnames()) {
+        words.push_back("--" + name);
+      }
+    }
+    return words;
+  }
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    words.push_back(sub->get_name());
+  }
+  return words;
+}
+
+// What the first word is that nobody expected; none when nothing was unexpected.
+std::optional<std::string> unexpected_word(const CLI::App& app) {
+  const std::vector<std::string> words = app.remaining(true);
+  if (words.empty()) {
+    return std::nullopt;
+  }
+  const auto parsed = app.get_subcommands();
+  const auto option =
+      std::find_if(words.begin(), words.end(), [](const std::string& word) { return word.starts_with("-"); });
+  const bool isOption = option != words.end() && !parsed.empty();
+  const std::string& word = isOption ? *option : words.front();
+  const std::string meant = nearest(word, known_words(parsed.empty() ? app : *parsed.front(), isOption));
+  return fmt::format("unknown {} '{}'{}",
+                     isOption         ? "option"
+                     : parsed.empty() ? "command"
+                                      : "word",
+                     printable(word), meant.empty() ? "" : fmt::format(", did you mean '{}'?", meant));
+}
+
+std::string usage_failure(const CLI::App* app, const CLI::Error& error) {
+  return fmt::format(
+      "{}\n'mediagrabber --help' lists the commands, 'mediagrabber COMMAND --help' their options.\n",
+      unexpected_word(*app).value_or(error.what()));
+}
+
 std::string version_text() {
   return fmt::format("mediagrabber {}", MEDIAGRABBER_VERSION);
 }
@@ -200,6 +231,7 @@ command_line parse_command_line(int argc, const char* const* argv) {
   app.get_formatter()->column_width(30);
   app.set_version_flag("-V,--version", version_text());
   app.require_subcommand(1);
+  app.failure_message(usage_failure);
   app.footer(
       "'mediagrabber COMMAND --help' lists a command's options.\n"
       "Exit codes: 0 done, 1 failed, 2 wrong usage or configuration.");
@@ -207,6 +239,7 @@ command_line parse_command_line(int argc, const char* const* argv) {
   const std::array commands = {
       std::pair{command::run, app.add_subcommand("run", "acquire until stopped")},
       std::pair{command::check, app.add_subcommand("check", "acceptance test of the configured cameras")},
+      std::pair{command::validate, app.add_subcommand("validate", "say what is wrong with a configuration")},
       std::pair{command::cameras,
                 app.add_subcommand("cameras", "list the cameras, or say why there are none")},
       std::pair{command::config, app.add_subcommand("config", "write a commented configuration")}};

@@ -13,7 +13,7 @@
 
 namespace host {
 
-enum class command : std::uint8_t { run, check, cameras, config };
+enum class command : std::uint8_t { run, check, validate, cameras, config };
 
 struct options {
   std::string configPath;  ///< may be empty for `cameras`

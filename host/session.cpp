@@ -227,6 +227,9 @@ void session::reload() {
   for (const std::string& error : fresh.errors) {
     LOG(1, "%s", error.c_str());
   }
+  for (const std::string& warning : fresh.warnings) {
+    LOG(2, "%s", warning.c_str());
+  }
   if (fresh.errors.empty() && open_outputs(fresh.value)) {
     end_cameras(kPENDING_SIGNAL__SIGHUP);
     config_ = std::move(fresh.value);
@@ -375,16 +378,21 @@ bool session::have_cameras_begun() const {
                      [](const auto& runner) { return runner->has_begun(); });
 }
 
-// Whether every camera's thread did something since this was asked last.
+// Whether any camera's thread did something since this was asked last, or need not. One that hangs must not
+// take the others with it; when all hang, a new start is the only help.
 bool session::are_cameras_alive() {
-  bool areAlive = true;
+  std::size_t hanging = 0;
   for (const auto& runner : runners_) {
     const std::uint64_t now = runner->activity();
-    std::uint64_t& before = activity_[runner->serial()];
-    areAlive = areAlive && now != before;
-    before = now;
+    last_activity& last = activity_[runner->serial()];
+    const bool isHanging = now == last.count && runner->outcome() == run_outcome::running;
+    if (isHanging && !last.isHanging) {
+      LOG(1, "fail: camera %s hangs in a call of the camera library or the bundle", runner->serial().c_str());
+    }
+    last = {now, isHanging};
+    hanging += isHanging ? 1 : 0;
   }
-  return areAlive;
+  return runners_.empty() || hanging < runners_.size();
 }
 
 void session::finish_outputs(const std::vector<std::unique_ptr<camera_outputs>>& cameras,

@@ -53,6 +53,12 @@ class session {
  private:
   using clock = std::chrono::steady_clock;
 
+  // What the watchdog saw of a camera when it looked last.
+  struct last_activity {
+    std::uint64_t count = 0;
+    bool isHanging = false;
+  };
+
   std::vector<camera_figures> figures() const;
   camera_slot& slot_for(const camera_config& camera);
   void start_cameras();
@@ -90,7 +96,7 @@ class session {
   clock::time_point nextStatus_ = start_;
   clock::time_point nextStats_ = start_;
   std::map<std::string, rate_meter> meters_;
-  std::map<std::string, std::uint64_t> activity_;
+  std::map<std::string, last_activity> activity_;
   std::optional<line_file> stats_;
   bool isStatsBroken_ = false;
   bool isInterrupted_ = false;  // by a signal

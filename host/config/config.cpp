@@ -4,23 +4,27 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <set>
 #include <sstream>
 #include <utility>
 
+#include "host/config/text_file.h"
+
 namespace host {
 namespace {
 
 using cell_value = decltype(cell::value);
 
+constexpr std::size_t kBytesMax = 1 << 20;
+constexpr std::chrono::milliseconds kPatience{1000};
+
 struct finding {
   toml::source_position where;
   std::string text;
+  bool isWarning = false;
 };
 
 // A section's values by key: a choice is already its code, a number a float.
@@ -121,6 +125,11 @@ class config_reader {
     findings_.push_back({node.source().begin, fmt::format("{}: found {}, must be {}", key, found, right)});
   }
 
+  // What is set but does nothing.
+  void warn(const toml::node& node, const std::string& key, const std::string& why) {
+    findings_.push_back({node.source().begin, fmt::format("{} has no effect: {}", key, why), true});
+  }
+
   void reject_unknown(const toml::table& section, const std::string& prefix,
                       const std::vector<std::string>& known);
   section_values read_section(const toml::table& section, const std::string& path, const key_table& keys,
@@ -201,6 +210,9 @@ camera_config config_reader::read_camera(const toml::table& section, const std::
   camera.initial = settings_of(values);
   add_cells(camera_keys(), values, 0, camera.cells);
   read_pins(section, path, camera);
+  if (camera.pins == 0 && camera.initial.irLevel.value_or(0) != 0) {
+    warn(*section.get("ir_level"), path + ".ir_level", "the camera has no [[camera.pin]]");
+  }
   return camera;
 }
 
@@ -216,6 +228,9 @@ void config_reader::read_pins(const toml::table& section, const std::string& pat
     if (code("source") == source.choices[1].code && pin.get("exposure_ratio") == nullptr) {
       report(pin, pinPath + ".exposure_ratio", "nothing",
              "there when source is \"exposure_ratio\": " + expectation(pin_keys()[3]));
+    }
+    if (code("source") != source.choices[1].code && pin.get("exposure_ratio") != nullptr) {
+      warn(*pin.get("exposure_ratio"), pinPath + ".exposure_ratio", "source is not \"exposure_ratio\"");
     }
     add_cells(pin_keys(), values, static_cast<std::uint8_t>(camera.pins), camera.cells);
     ++camera.pins;
@@ -251,6 +266,12 @@ sweep_config config_reader::read_sweep(const toml::table& section, const std::st
     const toml::node& node = *section.get("camera");
     report(node, path + ".camera", shown(node),
            fmt::format("the serial of a configured camera: {}", fmt::join(serials, ", ")));
+  }
+  const bool hasPins = std::any_of(cameras.begin(), cameras.end(), [&](const camera_config& camera) {
+    return camera.pins > 0 && (sweep.serial.empty() || sweep.serial == camera.serial);
+  });
+  if (sweep.settings.irLevel && !hasPins) {
+    warn(*section.get("ir_level"), path + ".ir_level", "no camera that it is for has a [[camera.pin]]");
   }
   return sweep;
 }
@@ -324,27 +345,26 @@ config_result parse_config(std::string_view text, const std::string& name) {
     result.value = reader.read(toml::parse(text));
     findings = reader.take_findings();
   } catch (const toml::parse_error& error) {
-    findings = {{error.source().begin, plain(error)}};
+    findings = {{error.source().begin, plain(error), false}};
   }
   std::stable_sort(findings.begin(), findings.end(),
                    [](const finding& a, const finding& b) { return a.where.line < b.where.line; });
   for (const finding& each : findings) {
-    result.errors.push_back(fmt::format("{}:{}: {}", name, std::max(each.where.line, 1U), each.text));
+    (each.isWarning ? result.warnings : result.errors)
+        .push_back(fmt::format("{}:{}: {}", name, std::max(each.where.line, 1U), each.text));
   }
   return result;
 }
 
 config_result load_config(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  // A directory can be opened, but not read.
-  if (!file || !(text << file.rdbuf())) {
-    const bool isEmpty = file.is_open() && file.eof();
-    if (!isEmpty) {
-      return {{}, {fmt::format("{}: cannot be read: {}", path, std::strerror(errno != 0 ? errno : EISDIR))}};
-    }
+  const text_file file = read_text(path, kBytesMax, kPatience);
+  if (file.failure) {
+    return {.value = {},
+            .errors = {fmt::format("{}: {}; 'mediagrabber config' writes a configuration to start from", path,
+                                   *file.failure)},
+            .warnings = {}};
   }
-  return parse_config(text.str(), path);
+  return parse_config(file.text, path);
 }
 
 table_holder make_table(const camera_config& camera) {

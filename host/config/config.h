@@ -68,8 +68,10 @@ struct config {
 struct config_result {
   config value;
   std::vector<std::string> errors;
+  std::vector<std::string> warnings;  ///< what is set and has no effect; in the same form
 };
 
+/// Reads a file, or a pipe as long as it is written to: at most 1 MiB, and waits for at most a second.
 config_result load_config(const std::string& path);
 /// As load_config, from text; `name` is what the errors call it.
 config_result parse_config(std::string_view text, const std::string& name);

@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 
 namespace host {
 

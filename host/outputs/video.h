@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 #include "host/outputs/frame_writer.h"
 
 namespace host {

@@ -2,13 +2,18 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "host/acquire/thread_log.h"
@@ -20,6 +25,8 @@ namespace {
 constexpr std::size_t kLinesMax = 10'000;
 constexpr int kWarning = 2;
 constexpr std::array kLevelNames = {"error", "warning", "state", "done", "exec"};
+constexpr std::array kPriorities = {"<3>", "<4>", "<6>", "<7>", "<7>"};  // of the journal, by level
+constexpr int kPatienceMs = 200;
 
 std::string utc_stamp() {
   timespec now{};
@@ -39,14 +46,12 @@ std::size_t terminal_columns() {
   return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-void write_all(std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-    if (written <= 0) {
-      return;  // nobody reads standard error any more
-    }
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
+// Whether systemd reads standard error for its journal, see systemd.exec(5).
+bool is_journal() {
+  const char* const stream = std::getenv("JOURNAL_STREAM");
+  struct stat about {};
+  return stream != nullptr && fstat(STDERR_FILENO, &about) == 0 &&
+         fmt::format("{}:{}", about.st_dev, about.st_ino) == stream;
 }
 
 }  // namespace
@@ -55,6 +60,7 @@ console::console(int level)
     : level_(level),
       isTerminal_(isatty(STDERR_FILENO) == 1),
       isColoured_(isTerminal_ && std::getenv("NO_COLOR") == nullptr),
+      isJournal_(is_journal()),
       writer_([this] { work(); }) {
   LogSetSink(receive, this);
 }
@@ -82,6 +88,9 @@ void console::receive(void* context, const log_line* line) {
   std::string text = printable(format_line(shown));
   if (shown.level <= 1 && self.isColoured_) {
     text = "\x1b[31m" + text + "\x1b[0m";
+  }
+  if (self.isJournal_) {
+    text = kPriorities[static_cast<std::size_t>(std::clamp(shown.level, 1, 5) - 1)] + text;
   }
   self.print(std::move(text));
 }
@@ -112,46 +121,71 @@ void console::set_status(std::vector<std::string> lines) {
 
 void console::work() {
   std::unique_lock lock(mutex_);
-  while (true) {
+  for (bool isLast = false; !isLast;) {
     wake_.wait(lock, [this] { return ending_ || statusChanged_ || !waiting_.empty(); });
-    std::deque<std::string> lines;
-    lines.swap(waiting_);
-    if (const std::uint64_t lost = std::exchange(lost_, 0); lost > 0) {
-      lines.push_back(fmt::format("({} lines were lost here: standard error is not read fast enough)", lost));
-    }
-    const std::vector<std::string> status = status_;
-    statusChanged_ = false;
-    const bool last = ending_;
+    isLast = ending_;
+    const std::string block = take_block();
     lock.unlock();
-    write_out(lines, status);
-    if (last) {
-      return;
-    }
+    write_all(block);
     lock.lock();
   }
 }
 
+// What is to be written now; nothing without memory, and then the lines are lost.
+std::string console::take_block() {
+  std::string block;
+  try {
+    block = block_of(waiting_, status_);
+    lost_ = 0;
+  } catch (const std::bad_alloc&) {
+    lost_ += waiting_.size();
+  }
+  waiting_.clear();
+  statusChanged_ = false;
+  return block;
+}
+
 // Takes the block away, writes the lines, and draws the block again below them.
-void console::write_out(const std::deque<std::string>& lines, const std::vector<std::string>& status) {
+std::string console::block_of(const std::deque<std::string>& lines, const std::vector<std::string>& status) {
   std::string text = drawn_ > 0 ? fmt::format("\x1b[{}A\r\x1b[J", drawn_) : "";
   for (const std::string& line : lines) {
     text += line + "\n";
+  }
+  if (lost_ > 0) {
+    text += fmt::format("({} lines were lost here: standard error is not read fast enough)\n", lost_);
   }
   const std::size_t columns = isTerminal_ ? terminal_columns() : 0;
   for (const std::string& line : status) {
     text += line.substr(0, columns) + "\n";
   }
   drawn_ = status.size();
-  write_all(text);
+  return text;
 }
 
-int log_level_of(const std::string& text) {
-  for (std::size_t at = 0; at < kLevelNames.size(); ++at) {
-    if (text == kLevelNames[at] || text == std::to_string(at + 1)) {
-      return static_cast<int>(at) + 1;
+// A pipe that poll finds writable takes PIPE_BUF bytes without blocking.
+void console::write_all(std::string_view text) {
+  while (!text.empty()) {
+    pollfd waits{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&waits, 1, kPatienceMs) == 0) {
+      if (is_ending()) {
+        return;
+      }
+      continue;
     }
+    const ssize_t written = write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (written < 0 && (errno == EINTR || errno == EAGAIN)) {
+      continue;
+    }
+    if (written <= 0) {
+      return;  // nobody reads standard error any more
+    }
+    text.remove_prefix(static_cast<std::size_t>(written));
   }
-  return 0;
+}
+
+bool console::is_ending() {
+  const std::lock_guard lock(mutex_);
+  return ending_;
 }
 
 }  // namespace host

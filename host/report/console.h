@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -16,14 +17,15 @@ namespace host {
 
 /// Owns the log library and standard error as long as it lives; one at a time. Lines are formatted by
 /// whoever logs and written by a thread of its own, so that a terminal that has been stopped never holds up
-/// a camera; lines beyond 10,000 that wait are lost, and counted.
+/// a camera; lines beyond 10,000 that wait, or for which there is no memory, are lost, and counted. Where
+/// standard error goes to the journal, a line starts with its priority: "<3>".
 ///
 /// "2026-11-22T21:58:03.123456Z error [SIM00001] src/gev_camera.cpp:66 connect: fail: not_found_error"
 class console {
  public:
   /// Lines above `level` (1 to 5) are left out.
   explicit console(int level);
-  /// Writes what waits.
+  /// Writes what waits; a reader that takes nothing for 0.2 s is not waited for any longer.
   ~console();
   console(const console&) = delete;
   console& operator=(const console&) = delete;
@@ -39,11 +41,15 @@ class console {
  private:
   static void receive(void* context, const log_line* line);
   void work();
-  void write_out(const std::deque<std::string>& lines, const std::vector<std::string>& status);
+  std::string take_block();
+  std::string block_of(const std::deque<std::string>& lines, const std::vector<std::string>& status);
+  void write_all(std::string_view text);
+  bool is_ending();
 
   int level_;
   bool isTerminal_;
   bool isColoured_;
+  bool isJournal_;
   std::size_t drawn_ = 0;  // lines of the status block that stand on the terminal; the writer's
 
   std::mutex mutex_;
@@ -55,9 +61,6 @@ class console {
   bool ending_ = false;
   std::thread writer_;
 };
-
-/// 1 to 5 for a level's name or number ("error", "warning", "state", "done", "exec"); 0 for anything else.
-int log_level_of(const std::string& text);
 
 }  // namespace host
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 
 namespace host {
 

@@ -18,10 +18,13 @@ class service_notifier {
   /// READY=1, the first time.
   void ready();
   /// WATCHDOG=1, at most as often as half the watchdog's time asks for; `isAlive` is asked only then and says
-  /// whether every camera has done something since it was asked last.
+  /// whether cameras have done something since it was asked last.
   template <class IsAlive>
   void watchdog(std::uint64_t nowUs, IsAlive isAlive) {
-    if (watchdogUs_ > 0 && nowUs >= nextWatchdogUs_ && isAlive()) {
+    if (watchdogUs_ == 0 || nowUs < nextWatchdogUs_) {
+      return;
+    }
+    if (isAlive()) {
       nextWatchdogUs_ = nowUs + watchdogUs_ / 2;
       notify("WATCHDOG=1");
     }

@@ -2,7 +2,7 @@
 #ifndef HOST_WEB_LISTENER_H
 #define HOST_WEB_LISTENER_H
 
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 #include "host/web/web_server.h"
 
 namespace host {

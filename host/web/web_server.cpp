@@ -22,7 +22,7 @@
 #include <utility>
 
 #include "core/log.h"
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 #include "host/web/listener.h"
 
 namespace host {

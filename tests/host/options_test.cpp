@@ -6,6 +6,7 @@
 #include <map>
 
 #include "host/options.h"
+#include "tests/program.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ TEST(options, are_refused_at_their_boundaries) {
       {{"run", "c"}, -1},
       {{"cameras"}, -1},
       {{"config"}, -1},
+      {{"validate", "c"}, -1},
       {{"run", "-c", "A", "-c", "B", "c"}, -1},
       {{"run", "c", "-n", "1"}, -1},
       {{"run", "c", "-n", "0"}, 2},
@@ -60,6 +62,24 @@ TEST(options, are_refused_at_their_boundaries) {
     EXPECT_EQ(line.exitCode.value_or(-1), each.exitCode) << fmt::format("{}", fmt::join(arguments, " "));
     EXPECT_EQ(out.empty(), each.exitCode != 0);
     EXPECT_EQ(error.empty(), each.exitCode != 2);
+  }
+}
+
+TEST(options, tell_what_a_mistyped_word_was_probably_meant_to_be) {
+  const std::map<std::vector<const char*>, std::string> cases = {
+      {{"rnu", "c"}, "unknown command 'rnu', did you mean 'run'?"},
+      {{"frobnicate"}, "unknown command 'frobnicate'\n"},
+      {{"run", "c", "--fraems", "3"}, "unknown option '--fraems', did you mean '--frames'?"},
+      {{"run", "c", "d"}, "unknown word 'd'"},
+      {{"run", "c", "-f", "jpg"}, "--format: jpg not in {pgm,png,raw}"},
+      {{"run", "c", "-n", "0"}, "--frames: Value 0 not in range 1 to"}};
+  for (const auto& [arguments, text] : cases) {
+    std::vector<const char*> all = {"mediagrabber"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    testing::internal::CaptureStderr();
+    host::parse_command_line(static_cast<int>(all.size()), all.data());
+    const std::string error = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(tests::has(error, text)) << error;
   }
 }
 

@@ -310,6 +310,35 @@ TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
   }
 }
 
+TEST_F(mediagrabber, says_so_when_there_is_no_memory_to_begin) {
+  if (*SANITIZERS != '\0') {
+    return;  // their own operators can't be replaced
+  }
+  const std::string path = configure(camera_text("SIM00001", "[[sweep]]\nafter_frames = 5\ngain_db = 3\n"));
+  int failures = 0;
+  int exitCode = 2;
+  for (int at = 0; exitCode == 2; at += 37) {  // some of them, to save time
+    tests::program run(directory / "host", {"env", fmt::format("FAIL_NEW_AT={}", at),
+                                            "LD_PRELOAD=" FAILING_NEW, MEDIAGRABBER, "validate", path});
+    exitCode = run.wait();
+    failures += exitCode == 2 && has(run.error(), "no memory") ? 1 : 0;
+    ASSERT_TRUE(exitCode >= 0 && (exitCode != 2 || has(run.error(), "no memory"))) << "allocation " << at << ": " << run.error();
+  }
+  EXPECT_NE(exitCode, -1);
+  EXPECT_GT(failures, 20);
+}
+
+TEST_F(mediagrabber, ends_though_nobody_reads_its_log) {
+  std::array<int, 2> unread{};
+  ASSERT_EQ(pipe2(unread.data(), O_CLOEXEC), 0);
+  program run(directory, {"run", configure(camera_text("SIM00001")), "-F", "sim", "-vv", "-t", "1"},
+              "sensor=320x240", unread[1]);
+  EXPECT_EQ(run.wait(), 0);
+  for (const int end : unread) {
+    close(end);
+  }
+}
+
 TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
   auto all = start({"cameras"}, kTwo);
   EXPECT_EQ(all.wait(), 0);
@@ -392,6 +421,18 @@ TEST_F(mediagrabber, draws_its_status_on_a_terminal) {
   EXPECT_GE(count(screen, redrawn), 2U) << screen;
   const std::size_t line = screen.find(redrawn) + redrawn.size() - 10;
   EXPECT_LE(screen.find('\r', line) - line, 40U) << "a status line must not wrap";
+}
+
+TEST_F(mediagrabber, gives_the_journal_priorities) {
+  const std::string line = fmt::format(
+      "exec 2>{0}/journal; export JOURNAL_STREAM=$(stat -L -c %d:%i {0}/journal); exec {1} run {2} -F sim -n "
+      "1",
+      directory.string(), MEDIAGRABBER, configure(camera_text("SIM00001", "ir_level = 1\n")));
+  tests::program run(directory / "host", {"sh", "-c", line});
+  EXPECT_EQ(run.wait(), 0);
+  const std::string journal = content(directory / "journal");
+  EXPECT_TRUE(has(journal, "\n<6>20")) << journal;
+  EXPECT_FALSE(has(journal, "<3>")) << "an ordinary run has no errors: " << journal;
 }
 
 TEST_F(mediagrabber, tells_systemd_that_it_lives) {

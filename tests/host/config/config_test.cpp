@@ -1,8 +1,12 @@
 // A configuration file: what is wrong with it, and what the bundle gets of it.
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <map>
 
 #include "host/config/config.h"
 #include "host/config/template.h"
@@ -112,6 +116,40 @@ TEST(config, template_is_valid_and_names_every_key) {
       EXPECT_TRUE(has(text, std::string(key.name) + " = " + key.example)) << key.name;
     }
   }
+}
+
+TEST(config, warns_of_keys_without_effect) {
+  const std::string sweep = "[[sweep]]\nafter_frames = 1\nir_level = 1\n";
+  const std::string pin = "[[camera.pin]]\nline = \"Line3\"\n";
+  EXPECT_EQ(
+      host::parse_config(kCamera + "ir_level = 1\n" + sweep, "c.toml").warnings,
+      (std::vector<std::string>{
+          "c.toml:8: camera[1].ir_level has no effect: the camera has no [[camera.pin]]",
+          "c.toml:11: sweep[1].ir_level has no effect: no camera that it is for has a [[camera.pin]]"}));
+  EXPECT_EQ(
+      host::parse_config(kCamera + "ir_level = 1\n" + pin + "exposure_ratio = 50\n" + sweep, "c.toml")
+          .warnings,
+      (std::vector<std::string>{
+          "c.toml:11: camera[1].pin[1].exposure_ratio has no effect: source is not \"exposure_ratio\""}));
+}
+
+class unreadable : public tests::host_files {};
+
+TEST_F(unreadable, files_are_told_in_words) {
+  const std::string pipe = directory / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int writer = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  for (const auto& [path, reason] :
+       std::map<std::string, std::string>{{"/dev/null", "is empty"},
+                                          {"/dev/zero", "is longer than 1048576 bytes"},
+                                          {directory, "cannot be read: Is a directory"},
+                                          {"/nowhere", "cannot be read: No such file"},
+                                          {pipe, "its writer does not finish it"}}) {
+    const auto result = host::load_config(path);
+    ASSERT_EQ(result.errors.size(), 1U) << path;
+    EXPECT_TRUE(has(result.errors.front(), reason)) << result.errors.front();
+  }
+  close(writer);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/acquire/descriptor.h"
+#include "host/config/descriptor.h"
 #include "host/web/web_server.h"
 #include "tests/program.h"
 

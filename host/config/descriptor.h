@@ -1,6 +1,6 @@
 // A file descriptor that closes itself.
-#ifndef HOST_ACQUIRE_DESCRIPTOR_H
-#define HOST_ACQUIRE_DESCRIPTOR_H
+#ifndef HOST_CONFIG_DESCRIPTOR_H
+#define HOST_CONFIG_DESCRIPTOR_H
 
 #include <unistd.h>
 
