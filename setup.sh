@@ -1,7 +1,7 @@
 # Sourced by ./demo and ./test: the packages that they need, and how a tree is built.
 # shellcheck shell=bash
 
-packages=(g++ cmake ninja-build lld pkg-config python3 libgtest-dev
+packages=(g++ cmake ninja-build lld pkg-config python3 libgtest-dev libgmock-dev
   libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libmicrohttpd-dev curl libsystemd-dev nlohmann-json3-dev prometheus-cpp-dev
   libaravis-dev libusb-1.0-0-dev libxml2-dev libzip-dev aravis-tools aravis-tools-cli iproute2)
 # What only ./test --all needs: the fuzzers' compiler, an independent reader of the protocol.
