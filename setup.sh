@@ -3,9 +3,10 @@
 
 packages=(g++ cmake ninja-build lld pkg-config python3 libgtest-dev libgmock-dev
   libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libmicrohttpd-dev curl libsystemd-dev nlohmann-json3-dev prometheus-cpp-dev
+  libturbojpeg0-dev libqrencode-dev zlib1g-dev
   libaravis-dev libusb-1.0-0-dev libxml2-dev libzip-dev aravis-tools aravis-tools-cli iproute2)
-# What only ./test --all needs: the fuzzers' compiler, an independent reader of the protocol.
-all_packages=(clang libclang-rt-14-dev tshark)
+# What only ./test --all needs: the fuzzers' compiler, an independent reader of the protocol, a browser.
+all_packages=(clang libclang-rt-14-dev tshark chromium chromium-driver python3-selenium)
 
 # Installs the packages that are missing, if any.
 install_missing() {

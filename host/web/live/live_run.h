@@ -1,0 +1,115 @@
+// What the page and its API see of a run, and ask of it.
+#ifndef HOST_WEB_LIVE_LIVE_RUN_H
+#define HOST_WEB_LIVE_LIVE_RUN_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/acquire/monitor.h"
+#include "host/config/config.h"
+#include "host/web/live/log_tail.h"
+#include "host/web/live/preview.h"
+
+namespace host {
+
+/// What a camera is doing.
+enum class camera_phase : std::uint8_t {
+  starting,  ///< its device is being created, or no frame came yet
+  running,
+  silent,   ///< runs, but frames are overdue
+  down,     ///< the device failed and is created again
+  given_up  ///< the device failed and is not created again
+};
+
+/// The limits of one setting.
+struct setting_limits {
+  double min = 0;
+  double max = 0;
+  bool areOfCamera = false;  ///< else they are the configuration's ranges
+};
+
+/// One row that a sweep can carry, as a control on the page.
+struct setting_control {
+  std::string key;  ///< of the configuration: "exposure_us"
+  std::string unit;
+  setting_limits limits;
+  bool isWhole = false;  ///< whole numbers only
+  std::optional<double> inForce = std::nullopt;
+  std::optional<double> configured = std::nullopt;
+};
+
+enum class entry_state : std::uint8_t { waiting, applied, read_back, refused };
+
+/// One entry of a device's queue of settings.
+struct setting_entry {
+  std::uint64_t id = 0;
+  std::string author;  ///< address, and a name if one was entered; "sweep 2"
+  std::string text;    ///< "exposure 2500 us, gain 6 dB"
+  entry_state state = entry_state::waiting;
+  std::optional<std::uint64_t> beforeFrame = std::nullopt;  ///< applied before this one
+  std::optional<std::uint64_t> readBackFrame =
+      std::nullopt;                                   ///< the first that carries its exposure and gain
+  std::optional<std::uint64_t> gapUs = std::nullopt;  ///< longest interval right after it
+  std::string refusal;
+};
+
+struct live_camera {
+  std::string serial;
+  camera_phase phase = camera_phase::starting;
+  std::string reason;   ///< of a failure; empty when there is none
+  std::string advice;   ///< what to do about it
+  double phaseS = 0;    ///< seconds since the phase began
+  double againInS = 0;  ///< of a camera that is down: seconds until its device is created again
+  double frameRateHz = 0;
+  double rateHz = 0;  ///< frames over the last seconds
+  camera_totals totals;
+  std::uint64_t handedOver = 0;
+  std::uint64_t longestGapUs = 0;
+  std::uint64_t recorded = 0;
+  std::uint64_t dropped = 0;
+  bool isRecording = false;
+  bool isHeld = false;  ///< settings were applied by hand: its sweeps wait for "resume"
+  bool canUndo = false;
+  std::vector<setting_control> controls;
+  std::vector<setting_entry> entries;  ///< the last ones, oldest first
+};
+
+/// What became of a wish: the number of the entry that was queued, or why there is none.
+struct wish_answer {
+  std::uint64_t entry = 0;
+  std::string refusal;  ///< empty when it was queued
+};
+
+/// What somebody wants of a camera beside new settings.
+enum class camera_wish : std::uint8_t {
+  undo,           ///< back to what was in force before the last settings by hand
+  configuration,  ///< back to the configuration
+  resume          ///< the sweeps go on
+};
+
+/// Called on the server's and the viewers' threads; nothing in it waits for a camera.
+class live_run {
+ public:
+  virtual std::vector<live_camera> cameras() = 0;
+  /// Null when there is no such camera.
+  virtual std::shared_ptr<preview_source> preview(const std::string& serial) = 0;
+  /// Queues settings, or refuses values beyond the limits. `author` is for people.
+  virtual wish_answer apply(const std::string& serial, const light_settings& settings,
+                            const std::string& author) = 0;
+  virtual wish_answer wish(const std::string& serial, camera_wish what, const std::string& author) = 0;
+  /// What Prometheus reads.
+  virtual std::string metrics() = 0;
+  virtual const log_tail& log() = 0;
+  /// The path of the configuration, for people.
+  virtual std::string config_name() = 0;
+
+ protected:
+  ~live_run() = default;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,88 @@
+#include "host/web/live/preview.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "core/time_helpers.h"
+
+namespace host {
+namespace {
+
+// The newest one, one that a viewer still works on, one that is sent whole, one to write.
+constexpr std::size_t kCopiesMax = 4;
+
+}  // namespace
+
+grey_image image_of(const stored_frame& frame) {
+  return {frame.pixels, frame.info.width, frame.info.height};
+}
+
+std::shared_ptr<stored_frame> preview_source::borrow(const std::shared_ptr<copy_pool>& pool) {
+  const auto giveBack = [pool](stored_frame* copy) {
+    const std::lock_guard lock(pool->mutex);
+    pool->idle.emplace_back(copy);
+    --pool->lent;
+  };
+  stored_frame* copy = nullptr;
+  {
+    const std::lock_guard lock(pool->mutex);
+    if (pool->lent == kCopiesMax) {
+      return nullptr;
+    }
+    pool->idle.reserve(kCopiesMax);  // so that giving back needs no memory
+    if (pool->idle.empty()) {
+      pool->idle.push_back(std::make_unique<stored_frame>());
+    }
+    copy = pool->idle.back().release();
+    pool->idle.pop_back();
+    ++pool->lent;
+  }
+  return {copy, giveBack};
+}
+
+void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
+                           std::span<const std::uint8_t> pixels) {
+  const std::uint64_t nowUs = nowUs_();
+  const std::uint64_t arrived = arrived_.load(std::memory_order_relaxed);
+  arrivalUs_[arrived % kArrivals].store(nowUs, std::memory_order_relaxed);
+  arrived_.store(arrived + 1, std::memory_order_release);
+  if (nowUs >= watchedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
+    return;
+  }
+  nextCopyUs_ = nowUs + kCopyEveryUs;
+  try {
+    const std::shared_ptr<stored_frame> copy = borrow(pool_);
+    if (!copy) {
+      return;
+    }
+    copy->info = info;
+    copy->number = number;
+    copy->arrivalUs = Time__GetTimeUsec();
+    copy->pixels.assign(pixels.begin(), pixels.end());
+    shared_frame before = copy;
+    const std::lock_guard lock(mutex_);
+    newest_.swap(before);
+    newestUs_ = nowUs;
+  } catch (const std::bad_alloc&) {
+    return;  // viewers miss a frame; the run does not
+  }
+}
+
+shared_frame preview_source::newest(std::uint64_t ageMaxUs) const {
+  const std::lock_guard lock(mutex_);
+  return newest_ && nowUs_() - newestUs_ <= ageMaxUs ? newest_ : nullptr;
+}
+
+arrival_times preview_source::arrivals_since(std::uint64_t from) const {
+  const std::uint64_t end = arrived_.load(std::memory_order_acquire);
+  const std::uint64_t oldest = end > kArrivals ? end - kArrivals : 0;
+  arrival_times result;
+  result.from = std::min(std::max(from, oldest), end);
+  for (std::uint64_t at = result.from; at < end; ++at) {
+    result.timesUs.push_back(arrivalUs_[at % kArrivals].load(std::memory_order_relaxed));
+  }
+  return result;
+}
+
+}  // namespace host

@@ -1,0 +1,79 @@
+// The newest frame of a camera for those who look at it, and when frames came in the last minute.
+#ifndef HOST_WEB_LIVE_PREVIEW_H
+#define HOST_WEB_LIVE_PREVIEW_H
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "host/acquire/frame_taker.h"
+#include "host/acquire/monitor.h"
+#include "host/outputs/frame_writer.h"
+#include "host/web/live/grey_image.h"
+
+namespace host {
+
+/// A copy that all viewers share; never written again.
+using shared_frame = std::shared_ptr<const stored_frame>;
+
+/// Its pixels; valid as long as the frame.
+grey_image image_of(const stored_frame& frame);
+
+/// When frames came: microseconds of the monotonic clock, from frame number `from` (the first is 0) on.
+struct arrival_times {
+  std::uint64_t from = 0;
+  std::vector<std::uint64_t> timesUs;
+};
+
+/// Offered every frame of one camera by its acquisition thread. Copies one of them, at most ten times a
+/// second and only while somebody watches; a frame that is not copied costs a few atomic accesses. All other
+/// functions may be called on any thread.
+class preview_source final : public frame_taker {
+ public:
+  static constexpr std::uint64_t kCopyEveryUs = 100'000;
+  static constexpr std::uint64_t kWatchUs = 3'000'000;
+  static constexpr std::size_t kArrivals = 16'384;  ///< a minute at 270 Hz
+
+  /// `nowUs` gives microseconds of the monotonic clock.
+  explicit preview_source(std::uint64_t (*nowUs)() = steady_us) : nowUs_(nowUs) {}
+
+  void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
+
+  /// Somebody looks, for the next `kWatchUs`; who goes on looking says so again.
+  void watch() { watchedUntilUs_.store(nowUs_() + kWatchUs, std::memory_order_relaxed); }
+
+  /// The frame that was copied last, if that is not longer ago than `ageMaxUs`; else null.
+  shared_frame newest(std::uint64_t ageMaxUs) const;
+
+  /// The arrivals from frame number `from` on, as far as the last `kArrivals` go back.
+  arrival_times arrivals_since(std::uint64_t from) const;
+
+ private:
+  // Copies that no viewer has, for the next frames.
+  struct copy_pool {
+    std::mutex mutex;
+    std::vector<std::unique_ptr<stored_frame>> idle;
+    std::size_t lent = 0;
+  };
+  // Null when viewers have too many.
+  static std::shared_ptr<stored_frame> borrow(const std::shared_ptr<copy_pool>& pool);
+
+  std::uint64_t (*nowUs_)();
+  std::atomic<std::uint64_t> watchedUntilUs_{0};
+  std::atomic<std::uint64_t> arrived_{0};
+  std::array<std::atomic<std::uint64_t>, kArrivals> arrivalUs_{};
+
+  std::uint64_t nextCopyUs_ = 0;                                     // the acquisition thread's
+  std::shared_ptr<copy_pool> pool_ = std::make_shared<copy_pool>();  // outlived by no copy
+
+  mutable std::mutex mutex_;  // held for the length of a pointer's copy
+  shared_frame newest_;
+  std::uint64_t newestUs_ = 0;
+};
+
+}  // namespace host
+
+#endif
