@@ -27,6 +27,18 @@ std::uint64_t silence_limit_us(double frameRateHz, double exposureUs) {
   return static_cast<std::uint64_t>(std::max(kSilenceLongestS * 1e6, kSilenceLongestFrames * frameUs));
 }
 
+// What to do where only the driver's own lines tell what happened.
+constexpr const char* kAdvice = "look at cable and power of the camera; 'mediagrabber check' tests it";
+
+// What stands behind the reason: the diagnosis has the reason first.
+std::string advice_of(const refusal_reasons& found) {
+  std::string advice;
+  for (std::size_t at = 1; at < found.lines.size(); ++at) {
+    advice += (advice.empty() ? "" : "; ") + found.lines[at];
+  }
+  return advice;
+}
+
 std::chrono::milliseconds pause_after(std::uint64_t failuresInRow) {
   const auto doublings = std::min<std::uint64_t>(failuresInRow - 1, 5);
   return std::min(kPauseFirst * (1U << doublings), kPauseLongest);
@@ -89,7 +101,7 @@ void camera_runner::work() {
       continue;
     }
     if (refusal_.isLasting) {
-      slot_.monitor.given_up(refusal_.lines.front());
+      slot_.monitor.given_up(refusal_.lines.front(), advice_of(refusal_));
       LOG(1, "the camera is given up: what stands against it can't change by itself");
       outcome_ = run_outcome::givenUp;
       return;
@@ -163,6 +175,7 @@ void camera_runner::start_figures() {
   slot_.monitor.run_started(std::max(periodUs, exposureUs));
   const auto features = services_.extension.features(slot_.serial).value_or(std::vector<feature_record>());
   slot_.settings.run_started(schedule_.names(), camera_.initial, limits_of(features));
+  slot_.byHand.run_started(camera_.initial);
 }
 
 void camera_runner::close_device() {
@@ -174,6 +187,7 @@ void camera_runner::close_device() {
 bool camera_runner::pause_after_failure() {
   const std::uint64_t inRow = slot_.monitor.totals().failuresInRow;
   const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
+  const std::string advice = refusal_.lines.empty() ? kAdvice : advice_of(refusal_);
   LOG(1, "the device failed (%lu in a row): %s", inRow, reasons.c_str());
   if (!limits_.restart) {
     return false;
@@ -183,6 +197,7 @@ bool camera_runner::pause_after_failure() {
     return false;
   }
   const auto pause = pause_after(inRow);
+  slot_.monitor.pausing(reasons, advice, pause);
   LOG(3, "it is created again in %.0f s", std::chrono::duration<double>(pause).count());
   std::unique_lock lock(endMutex_);
   for (auto waited = kPauseStep; waited <= pause && !is_end_wanted(); waited += kPauseStep) {
@@ -214,12 +229,15 @@ bool camera_runner::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep)
 }
 
 void camera_runner::queue_due_sweep() {
+  if (slot_.byHand.are_sweeps_held()) {
+    return;
+  }
   const auto step = schedule_.due(steady_us(), framesOfRun_);
   if (!step) {
     return;
   }
   const std::string& name = schedule_.names()[step->index];
-  const auto reasons = slot_.settings.add(name, step->settings);
+  const auto reasons = slot_.settings.add(name, step->settings).reasons;
   if (reasons.empty()) {
     LOG(4, "%s", name.c_str());
     return;
@@ -234,6 +252,7 @@ bool camera_runner::drop_refused_sweep() {
   if (!asker) {
     return false;
   }
+  slot_.byHand.refused(*asker);
   const auto& names = schedule_.names();
   const auto sweep = std::find(names.begin(), names.end(), *asker);
   if (sweep != names.end()) {

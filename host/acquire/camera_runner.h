@@ -17,6 +17,7 @@
 
 #include "host/acquire/extension.h"
 #include "host/acquire/frame_taker.h"
+#include "host/acquire/hand_settings.h"
 #include "host/acquire/library.h"
 #include "host/acquire/loss.h"
 #include "host/acquire/monitor.h"
@@ -31,6 +32,7 @@ struct camera_slot {
   std::string serial;
   camera_monitor monitor;
   settings_queue settings;
+  hand_settings byHand{settings};
   std::vector<frame_taker*> takers;  ///< not owned
   std::atomic<std::uint64_t> handedOver{0};
 

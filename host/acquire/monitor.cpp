@@ -19,9 +19,14 @@ void camera_monitor::run_started(double periodUs) {
   const std::lock_guard lock(mutex_);
   missed_.run_started(periodUs);
   health_.reopened();
+  totals_.periodUs = periodUs;
   totals_.isRunning = true;
-  totals_.givenUp.clear();
-  startUs_ = startUs_.value_or(steady_us());
+  for (std::string* text : {&totals_.givenUp, &totals_.failure, &totals_.advice}) {
+    text->clear();
+  }
+  totals_.phaseUs = steady_us();
+  totals_.againUs = 0;
+  startUs_ = startUs_.value_or(totals_.phaseUs);
 }
 
 void camera_monitor::run_ended() {
@@ -35,9 +40,20 @@ void camera_monitor::failed() {
   ++totals_.failuresInRow;
 }
 
-void camera_monitor::given_up(const std::string& reason) {
+void camera_monitor::given_up(const std::string& reason, const std::string& advice) {
   const std::lock_guard lock(mutex_);
-  totals_.givenUp = reason;
+  totals_.givenUp = totals_.failure = reason;
+  totals_.advice = advice;
+  totals_.phaseUs = steady_us();
+}
+
+void camera_monitor::pausing(const std::string& reason, const std::string& advice,
+                             std::chrono::milliseconds pause) {
+  const std::lock_guard lock(mutex_);
+  totals_.failure = reason;
+  totals_.advice = advice;
+  totals_.phaseUs = steady_us();
+  totals_.againUs = totals_.phaseUs + static_cast<std::uint64_t>(pause.count()) * 1000;
 }
 
 std::optional<std::uint64_t> camera_monitor::arrived(std::uint64_t nowUs, float temperatureC) {

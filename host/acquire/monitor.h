@@ -3,6 +3,7 @@
 #define HOST_ACQUIRE_MONITOR_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -31,7 +32,12 @@ struct camera_totals {
   std::optional<camera_extension_health_record> health = std::nullopt;  ///< over all openings
   bool isMissedEstimate = false;                                        ///< judged by arrival times
   bool isRunning = false;
-  std::string givenUp;  ///< why no device is created any more; empty: it is
+  double periodUs = 0;          ///< between frames, as configured; 0 before the first run
+  std::uint64_t phaseUs = 0;  ///< since it runs, or does not run; steady_us, 0: it never ran
+  std::uint64_t againUs = 0;  ///< when its device is created again; steady_us, 0: it is not waited for
+  std::string failure;        ///< why it does not run; empty: it runs, or has not begun to
+  std::string advice;         ///< what to do about it
+  std::string givenUp;        ///< why no device is created any more; empty: it is
 };
 
 class camera_monitor {
@@ -42,7 +48,9 @@ class camera_monitor {
   void run_ended();
   void failed();
   /// No device will be created any more, for that reason.
-  void given_up(const std::string& reason);
+  void given_up(const std::string& reason, const std::string& advice);
+  /// A device is created again after a pause.
+  void pausing(const std::string& reason, const std::string& advice, std::chrono::milliseconds pause);
   /// The library's record of the camera's stream; within a frame's callbacks it has the number of that frame.
   void health(const camera_extension_health_record& record);
   /// A frame arrived. Gives the interval before it; none for the first frame of a run.

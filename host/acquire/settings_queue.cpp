@@ -12,6 +12,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t kPastMax = 100;
+constexpr std::size_t kOutcomesMax = 1000;  // askers; those who come later share the last place
 constexpr std::uint64_t kFramesOfGap =
     10;  // a gap within so many frames is put down to the request before it
 
@@ -36,21 +37,24 @@ bool is_in_frames(const light_settings& asked) {
   return asked.exposureUs.has_value() || asked.gainDb.has_value();
 }
 
-std::vector<std::string> settings_queue::add(const std::string& asker, const light_settings& settings) {
+queue_answer settings_queue::add(const std::string& asker, const light_settings& settings) {
   const std::lock_guard lock(mutex_);
   std::vector<std::string> reasons = refused_settings(settings, limits_);
   if (waiting_.size() >= kWaitingMax) {
     reasons.push_back(fmt::format("{} requests wait already", waiting_.size()));
   }
-  setting_request request{
-      .asker = asker, .settings = settings, .refusal = fmt::format("{}", fmt::join(reasons, "; "))};
+  setting_request request{.id = ++asked_,
+                          .asker = asker,
+                          .settings = settings,
+                          .refusal = fmt::format("{}", fmt::join(reasons, "; "))};
+  const queue_answer answer{reasons.empty() ? request.id : 0, reasons};
   if (reasons.empty()) {
     waiting_.push_back(std::move(request));
   } else {
     outcome_of(request).refusal = request.refusal;
     append(past_, std::move(request));
   }
-  return reasons;
+  return answer;
 }
 
 std::vector<setting_request> settings_queue::account() const {
@@ -68,10 +72,27 @@ std::vector<setting_outcome> settings_queue::outcomes() const {
   return outcomes_;
 }
 
+light_settings settings_queue::in_force() const {
+  const std::lock_guard lock(mutex_);
+  light_settings result = inForce_;
+  for (const setting_request& each : waiting_) {
+    result = merged(result, each.settings);
+  }
+  return result;
+}
+
+light_limits settings_queue::limits() const {
+  const std::lock_guard lock(mutex_);
+  return limits_;
+}
+
 setting_outcome& settings_queue::outcome_of(const setting_request& request) {
   const auto found = std::find_if(outcomes_.begin(), outcomes_.end(),
                                   [&](const setting_outcome& each) { return each.asker == request.asker; });
-  setting_outcome& outcome = found == outcomes_.end() ? outcomes_.emplace_back() : *found;
+  const bool isNew = found == outcomes_.end() && outcomes_.size() < kOutcomesMax;
+  setting_outcome& outcome = isNew                      ? outcomes_.emplace_back()
+                             : found == outcomes_.end() ? outcomes_.back()
+                                                        : *found;
   outcome.asker = request.asker;
   outcome.settings = request.settings;
   return outcome;
@@ -82,6 +103,7 @@ void settings_queue::run_started(const std::vector<std::string>& askers, const l
   const std::lock_guard lock(mutex_);
   limits_ = limits;
   inForce_ = inForce;
+  inForce_.gamma = inForce.gamma.value_or(1.0F);  // the driver switches it off as a run starts
   waiting_.clear();
   if (watched_) {
     append(past_, *std::exchange(watched_, std::nullopt));
@@ -130,13 +152,15 @@ void settings_queue::arrived(const std::optional<std::uint64_t>& intervalUs) {
   const std::lock_guard lock(mutex_);
   isProven_ = true;
   if (watched_ && intervalUs && ++arrivals_ <= kFramesOfGap) {
-    std::uint64_t& longest = outcome_of(*watched_).longestGapUs;
-    longest = std::max(longest, *intervalUs);
+    for (std::uint64_t* longest : {&watched_->longestGapUs, &outcome_of(*watched_).longestGapUs}) {
+      *longest = std::max(*longest, *intervalUs);
+    }
   }
 }
 
 void settings_queue::handed_over(const cam_frame_info& info, std::uint64_t number) {
   const std::lock_guard lock(mutex_);
+  inForce_.gainDb = inForce_.gainDb.value_or(info.gainDb);
   const bool isAwaited = watched_ && watched_->readBackWith == 0 && is_in_frames(watched_->settings);
   if (!isAwaited || !shows(info, watched_->settings)) {
     return;

@@ -21,13 +21,21 @@ bool shows(const cam_frame_info& info, const light_settings& asked);
 /// Whether a frame carries any of what is asked for.
 bool is_in_frames(const light_settings& asked);
 
+/// What became of a wish for other settings.
+struct queue_answer {
+  std::uint64_t id = 0;              ///< of the request; 0: it is not queued
+  std::vector<std::string> reasons;  ///< why it is not, a line for each; empty: it is
+};
+
 /// One request, and what came of it. Frames are numbered as they are handed over, from 1.
 struct setting_request {
-  std::string asker;  ///< who asked, for what: "sweep 1: exposure 2500 us"
+  std::uint64_t id = 0;  ///< from 1 on, in the order in which they were asked for
+  std::string asker;     ///< who asked, for what: "sweep 1: exposure 2500 us"
   light_settings settings;
   std::uint64_t appliedBefore = 0;  ///< number of the frame after it; 0: not applied yet
   std::uint64_t readBackWith = 0;   ///< number of the first frame that carried it; 0: none did
   std::string refusal;              ///< why it was refused; empty: it was not
+  std::uint64_t longestGapUs = 0;   ///< between the arrivals of the frames after it
 };
 
 /// All requests of one asker together.
@@ -43,18 +51,22 @@ struct setting_outcome {
   std::string refusal;              ///< why it was refused last
 };
 
-/// The queue of one camera, over all of its devices. `add`, `account` and `outcomes` may be called on any
-/// thread, all else on the acquisition's only.
+/// The queue of one camera, over all of its devices. `run_started` to `exposure_us` are called on the
+/// acquisition's thread only, the others on any.
 class settings_queue {
  public:
   /// Requests that wait at most.
   static constexpr std::size_t kWaitingMax = 64;
 
-  /// Asks for settings. What the camera does not take is not queued: gives why, a line for each.
-  std::vector<std::string> add(const std::string& asker, const light_settings& settings);
+  /// Asks for settings. What the camera does not take is not queued.
+  queue_answer add(const std::string& asker, const light_settings& settings);
   /// The last hundred requests in the order in which they were decided, then those that wait.
   std::vector<setting_request> account() const;
   std::vector<setting_outcome> outcomes() const;
+  /// What the camera has once all that waits is applied. Gain is absent until a frame carried it.
+  light_settings in_force() const;
+  /// As they were when the run started.
+  light_limits limits() const;
 
   /// A run starts with these settings; what waits for an earlier one is gone. `askers` are those whose
   /// outcomes are wanted although they have not asked yet; others than before begin a new account.
@@ -85,6 +97,7 @@ class settings_queue {
   std::optional<setting_request> watched_;  // applied last, its effect not known yet; then it goes to past_
   bool isProven_ = false;                   // it was survived
   std::uint64_t arrivals_ = 0;              // frames after it
+  std::uint64_t asked_ = 0;
   std::vector<setting_outcome> outcomes_;
   std::vector<std::string> askers_;
 };

@@ -82,6 +82,9 @@ void console::receive(void* context, const log_line* line) {
   if (shown.level <= kWarning) {
     remember_failure(fmt::format("{}: {}", line->function, line->text));
   }
+  if (shown.level <= log_tail::kLevelMax) {
+    self.tail_.add(shown.level, logged_camera(), printable(fmt::format("{}: {}", line->function, line->text)));
+  }
   if (shown.level > self.level_) {
     return;
   }

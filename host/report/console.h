@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/report/log_tail.h"
 #include "platform/log2/log_sink.h"
 
 namespace host {
@@ -35,6 +36,8 @@ class console {
 
   /// Replaces the block below the log; on a terminal only.
   void set_status(std::vector<std::string> lines);
+  /// The last lines, at whatever level the console shows.
+  const log_tail& tail() const { return tail_; }
   /// Writes a line as it is.
   void print(std::string line);
 
@@ -46,6 +49,7 @@ class console {
   void write_all(std::string_view text);
   bool is_ending();
 
+  log_tail tail_;
   int level_;
   bool isTerminal_;
   bool isColoured_;

@@ -86,38 +86,38 @@ bool access_rules::is_known_host(const web_request& request) const {
   return std::find(settings_.hosts.begin(), settings_.hosts.end(), name) != settings_.hosts.end();
 }
 
-std::optional<refusal> access_rules::refuse(const web_request& request, access_need need) const {
+std::optional<access_refusal> access_rules::refuse(const web_request& request, access_need need) const {
   if (need == access_need::open) {
     return std::nullopt;
   }
   if (request.body.size() > kBodyMax) {
-    return refusal{413, fmt::format("a body has at most {} bytes", kBodyMax)};
+    return access_refusal{413, fmt::format("a body has at most {} bytes", kBodyMax)};
   }
   const bool isTrusted = has_token(request);
   const bool needsToken = need == access_need::change || !settings_.isLoopback;
   if (!isTrusted && (needsToken || !request.header("authorization").empty())) {
-    return refusal{401,
+    return access_refusal{401,
                    "this needs the token of the link that was printed at start, as 'Authorization: Bearer "
                    "TOKEN'"};
   }
   if (!is_known_host(request) && (!isTrusted || need == access_need::change)) {
-    return refusal{403, fmt::format("this server does not answer to the name '{}'; --web-host adds one",
+    return access_refusal{403, fmt::format("this server does not answer to the name '{}'; --web-host adds one",
                                     host_of(request.header("host")).substr(0, 64))};
   }
   return need == access_need::change ? refuse_change(request) : std::nullopt;
 }
 
-std::optional<refusal> access_rules::refuse_change(const web_request& request) const {
+std::optional<access_refusal> access_rules::refuse_change(const web_request& request) const {
   if (settings_.isReadOnly) {
-    return refusal{403, "nothing can be changed here: the program runs with --web-read-only"};
+    return access_refusal{403, "nothing can be changed here: the program runs with --web-read-only"};
   }
   const std::string origin = lower(request.header("origin"));
   const std::string own = (settings_.isTls ? "https://" : "http://") + lower(request.header("host"));
   if (!origin.empty() && origin != own) {
-    return refusal{403, "a page of another origin may not change anything"};
+    return access_refusal{403, "a page of another origin may not change anything"};
   }
   if (!lower(request.header("content-type")).starts_with("application/json")) {
-    return refusal{415, "a change is JSON, with 'Content-Type: application/json'"};
+    return access_refusal{415, "a change is JSON, with 'Content-Type: application/json'"};
   }
   return std::nullopt;
 }

@@ -20,7 +20,7 @@ enum class access_need : std::uint8_t {
 };
 
 /// Why a request is refused: its status, and the reason for people.
-struct refusal {
+struct access_refusal {
   int status = 0;
   std::string reason;
 };
@@ -48,14 +48,14 @@ class access_rules {
   explicit access_rules(access_settings settings) : settings_(std::move(settings)) {}
 
   /// Why this request is refused; none when it is allowed.
-  std::optional<refusal> refuse(const web_request& request, access_need need) const;
+  std::optional<access_refusal> refuse(const web_request& request, access_need need) const;
   /// Whether this request could change something, for a page to show its controls or not.
   bool may_change(const web_request& request) const;
 
  private:
   bool has_token(const web_request& request) const;
   bool is_known_host(const web_request& request) const;
-  std::optional<refusal> refuse_change(const web_request& request) const;
+  std::optional<access_refusal> refuse_change(const web_request& request) const;
 
   access_settings settings_;
 };

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/acquire/limits.h"
 #include "host/outputs/image_files.h"
 #include "host/web/live/assets.h"
 #include "host/web/live/jpeg.h"
@@ -76,8 +77,7 @@ void add_security_headers(web_answer& answer) {
         {"X-Frame-Options", "DENY"},
         {"Referrer-Policy", "no-referrer"},
         {"Cross-Origin-Resource-Policy", "same-origin"},
-        {"Cross-Origin-Opener-Policy", "same-origin"},
-        {"Cache-Control", "no-store"}}) {
+        {"Cross-Origin-Opener-Policy", "same-origin"}}) {
     answer.headers.emplace_back(name, value);
   }
 }
@@ -189,6 +189,19 @@ std::optional<double> value_of(const light_settings& settings, const std::string
   return key == "gamma" ? widened(settings.gamma) : widened(settings.irLevel);
 }
 
+// Why a control does not take a value; none when it does.
+std::optional<std::string> refusal_of(const setting_control& control, double value) {
+  const setting_limits& limits = control.limits;
+  if (limits.areOfCamera) {
+    return refusal(control.key.c_str(), value, {limits.min, limits.max});
+  }
+  if (value >= limits.min && value <= limits.max) {
+    return std::nullopt;
+  }
+  return fmt::format("{} = {:.6g}: a configuration may have {:.6g} to {:.6g}", control.key, value, limits.min,
+                     limits.max);
+}
+
 web_answer queued(const wish_answer& wish) {
   if (!wish.refusal.empty()) {
     throw api_error{422, wish.refusal};
@@ -227,12 +240,8 @@ std::string beyond_limits(const std::vector<setting_control>& controls, const li
     if (control == controls.end()) {
       return fmt::format("{}: the camera has no such setting", key);
     }
-    // Not "<": what is no number is not within either.
-    if (!(*value >= control->limits.min && *value <= control->limits.max)) {
-      return fmt::format("{} = {:.10g}: {} {:.10g} to {:.10g}{}", key, *value,
-                         control->limits.areOfCamera ? "the camera takes" : "a configuration may have",
-                         control->limits.min, control->limits.max,
-                         control->unit.empty() ? "" : " " + control->unit);
+    if (const auto line = refusal_of(*control, *value)) {
+      return *line;
     }
   }
   return "";

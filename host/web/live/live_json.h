@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/web/live/live_run.h"
-#include "host/web/live/log_tail.h"
+#include "host/report/log_tail.h"
 
 namespace host {
 

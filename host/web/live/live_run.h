@@ -10,7 +10,7 @@
 
 #include "host/acquire/monitor.h"
 #include "host/config/config.h"
-#include "host/web/live/log_tail.h"
+#include "host/report/log_tail.h"
 #include "host/web/live/preview.h"
 
 namespace host {

@@ -37,15 +37,15 @@ TEST(settings_queue, refuses_what_is_beyond_the_limits_with_the_limit) {
   };
   for (const auto& each : cases) {
     queue.run_started({}, kInitial, limits);
-    EXPECT_EQ(queue.add("a", each.settings), each.reasons);
+    EXPECT_EQ(queue.add("a", each.settings).reasons, each.reasons);
     EXPECT_EQ(queue.take(1).has_value(), each.reasons.empty());
   }
   queue.run_started({}, kInitial, {});
-  EXPECT_EQ(queue.add("a", {.gainDb = 99.0F}), lines()) << "limits that are not known refuse nothing";
+  EXPECT_EQ(queue.add("a", {.gainDb = 99.0F}).reasons, lines()) << "limits that are not known refuse nothing";
   for (std::size_t at = 1; at < host::settings_queue::kWaitingMax; ++at) {
     queue.add("a", {.gainDb = 1.0F});
   }
-  EXPECT_EQ(queue.add("a", {.gainDb = 1.0F}), lines({"64 requests wait already"}));
+  EXPECT_EQ(queue.add("a", {.gainDb = 1.0F}).reasons, lines({"64 requests wait already"}));
 }
 
 TEST(settings_queue, gives_complete_settings_in_one_order) {

@@ -1,4 +1,4 @@
-#include "host/web/live/log_tail.h"
+#include "host/report/log_tail.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
 // The last log lines.
-#ifndef HOST_WEB_LIVE_LOG_TAIL_H
-#define HOST_WEB_LIVE_LOG_TAIL_H
+#ifndef HOST_REPORT_LOG_TAIL_H
+#define HOST_REPORT_LOG_TAIL_H
 
 #include <cstdint>
 #include <deque>

@@ -1,0 +1,120 @@
+#include "host/acquire/hand_settings.h"
+
+#include <optional>
+
+#include "core/log.h"
+#include "host/acquire/sweeps.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t kStepsMax = 100;
+
+template <class T>
+void drop_same(std::optional<T>& wanted, const std::optional<T>& now) {
+  if (wanted == now) {
+    wanted.reset();
+  }
+}
+
+// What of `wanted` is different now: a setting that is given again may cost a restart of the transfer.
+light_settings changes(light_settings wanted, const light_settings& now) {
+  drop_same(wanted.exposureUs, now.exposureUs);
+  drop_same(wanted.gainDb, now.gainDb);
+  drop_same(wanted.gamma, now.gamma);
+  drop_same(wanted.irLevel, now.irLevel);
+  return wanted;
+}
+
+}  // namespace
+
+queue_answer hand_settings::apply(const std::string& asker, const light_settings& settings) {
+  const std::lock_guard lock(mutex_);
+  const step back{asker, queue_.in_force(), given_};
+  queue_answer answer = give(asker, settings);
+  if (answer.reasons.empty()) {
+    first_ = first_.value_or(back.before);
+    given_ = merged(given_, settings);
+    steps_.push_back(back);
+    if (steps_.size() > kStepsMax) {
+      steps_.erase(steps_.begin());
+    }
+  }
+  return answer;
+}
+
+queue_answer hand_settings::undo(const std::string& asker) {
+  const std::lock_guard lock(mutex_);
+  if (steps_.empty()) {
+    return {0, {"nothing was applied by hand that could be undone"}};
+  }
+  queue_answer answer = give(asker, changes(steps_.back().before, queue_.in_force()));
+  if (answer.reasons.empty()) {
+    given_ = merged(given_, steps_.back().before);
+    steps_.pop_back();
+  }
+  return answer;
+}
+
+queue_answer hand_settings::restore(const std::string& asker) {
+  const std::lock_guard lock(mutex_);
+  const step back{asker, queue_.in_force(), given_};
+  const light_settings wanted = merged(first_.value_or(light_settings{}), configured_);
+  queue_answer answer = give(asker, changes(wanted, back.before));
+  if (answer.reasons.empty()) {
+    first_ = first_.value_or(back.before);
+    given_ = {};
+    steps_.push_back(back);
+  }
+  return answer;
+}
+
+queue_answer hand_settings::give(const std::string& asker, const light_settings& settings) {
+  queue_answer answer = queue_.add(asker, settings);
+  if (answer.reasons.empty()) {
+    LOG(3, "%s: %s", asker.c_str(), settings_text(settings).c_str());
+  }
+  return answer;
+}
+
+void hand_settings::resume() {
+  const std::lock_guard lock(mutex_);
+  given_ = {};
+  steps_.clear();
+  first_.reset();
+}
+
+bool hand_settings::are_sweeps_held() const {
+  const std::lock_guard lock(mutex_);
+  return first_.has_value();
+}
+
+bool hand_settings::can_undo() const {
+  const std::lock_guard lock(mutex_);
+  return !steps_.empty();
+}
+
+light_settings hand_settings::configured() const {
+  const std::lock_guard lock(mutex_);
+  return configured_;
+}
+
+// The gamma of the configuration is given as well: the sweep that would set it is held.
+void hand_settings::run_started(const light_settings& configured) {
+  const std::lock_guard lock(mutex_);
+  configured_ = configured;
+  const light_settings again = merged({.gamma = configured.gamma}, given_);
+  if (first_ && again != light_settings{}) {
+    give("again, by hand", again);
+  }
+}
+
+void hand_settings::refused(const std::string& asker) {
+  const std::lock_guard lock(mutex_);
+  if (!steps_.empty() && steps_.back().asker == asker) {
+    given_ = steps_.back().given;
+    steps_.pop_back();
+  }
+}
+
+}  // namespace host
