@@ -72,7 +72,8 @@ std::pair<camera_phase, std::uint64_t> phase_of(const camera_figures& figures) {
   const std::uint64_t lastUs = std::max(totals.lastFrameUs, totals.phaseUs);
   const auto periodUs = static_cast<std::uint64_t>(totals.periodUs);
   const bool isSilent = since(figures.nowUs, lastUs) > std::max(kSilentUs, kSilentPeriods * periodUs);
-  return isSilent ? std::pair(camera_phase::silent, lastUs) : std::pair(camera_phase::running, totals.phaseUs);
+  return isSilent ? std::pair(camera_phase::silent, lastUs)
+                  : std::pair(camera_phase::running, totals.phaseUs);
 }
 
 setting_entry entry_of(const setting_request& request) {
@@ -106,8 +107,8 @@ template <class T>
 setting_control control_of(const char* name, const std::optional<setting_range>& range,
                            const std::optional<T>& inForce, const std::optional<T>& configured) {
   const key_table& keys = sweep_keys();
-  const auto key =
-      std::find_if(keys.begin(), keys.end(), [&](const key_spec& each) { return name == std::string(each.name); });
+  const auto key = std::find_if(keys.begin(), keys.end(),
+                                [&](const key_spec& each) { return name == std::string(each.name); });
   return {.key = name,
           .unit = key->unit,
           .limits = range ? setting_limits{range->min, range->max, true}
@@ -144,9 +145,9 @@ live_page::live_page(const live_options& chosen, live_session session)
       token_(token_for(chosen_)),
       viewers_(*this),
       api_(*this, viewers_, rules_for(chosen_, token_)),
-      server_(
-          chosen_.where, [this](const web_request& request) { return api_.answer(request); }, kLimits,
-          {.certificate = pem_of("--web-cert", chosen_.certificate), .key = pem_of("--web-key", chosen_.key)}) {}
+      server_(chosen_.where, [this](const web_request& request) { return api_.answer(request); }, kLimits,
+              {.certificate = pem_of("--web-cert", chosen_.certificate),
+               .key = pem_of("--web-key", chosen_.key)}) {}
 
 std::string live_page::link() const {
   return fmt::format("{}://{}:{}/#token={}", chosen_.certificate.empty() ? "http" : "https",

@@ -39,7 +39,8 @@ struct live_source {
 
 /// What the page needs of the session; must outlive it. All may be called on any thread.
 struct live_session {
-  /// Calls `visit` with every camera, in the order of the configuration, while none can be added or taken away.
+  /// Calls `visit` with every camera, in the order of the configuration, while none can be added or taken
+  /// away.
   std::function<void(const std::function<void(const live_source&)>& visit)> visitCameras;
   std::function<std::string()> metrics;
   const log_tail& log;

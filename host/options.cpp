@@ -29,7 +29,7 @@ std::optional<int> port_of(const std::string& text) {
 }
 
 // "PORT", ":PORT", "ADDRESS:PORT" or "[ADDRESS]:PORT".
-endpoint endpoint_of(const std::string& text) {
+endpoint endpoint_of(const char* option, const std::string& text) {
   const auto colon = text.rfind(':');
   const std::string portText = colon == std::string::npos ? text : text.substr(colon + 1);
   std::string address = colon == std::string::npos ? "" : text.substr(0, colon);
@@ -39,7 +39,7 @@ endpoint endpoint_of(const std::string& text) {
   const auto port = port_of(portText);
   if (!port) {
     throw CLI::ValidationError(
-        "--metrics", fmt::format("'{}' must be ADDRESS:PORT or PORT, with a port from 0 to 65535", text));
+        option, fmt::format("'{}' must be ADDRESS:PORT or PORT, with a port from 0 to 65535", text));
   }
   return {address.empty() ? kLoopback : address, *port};
 }
@@ -153,7 +153,7 @@ void add_run(CLI::App& app, options& to) {
   app.add_flag("--overwrite", to.isOverwriting, "let the video replace a file");
   add_text(app, "-s,--stats", to.statsPath, "FILE", "append statistics, a JSON object a line");
   app.add_option_function<std::string>(
-         "-m,--metrics", [&to](const std::string& text) { to.metrics = endpoint_of(text); },
+         "-m,--metrics", [&to](const std::string& text) { to.metrics = endpoint_of("--metrics", text); },
          "serve Prometheus metrics")
       ->type_name("ADDR:PORT");
   app.add_flag_callback(
@@ -161,6 +161,26 @@ void add_run(CLI::App& app, options& to) {
   app.add_flag_callback(
       "--no-restart", [&to] { to.restart = false; }, "end with 1 when a device fails");
   add_count(app, "--max-failures", to.maxFailures, "end with 1 after N failures in a row");
+}
+
+void add_live(CLI::App& app, live_options& to) {
+  CLI::Option* const web = app.add_option_function<std::string>(
+      "-w,--web", [&to](const std::string& text) { to.where = endpoint_of("--web", text); },
+      "serve the live page; only a port: on loopback");
+  web->type_name("ADDR:PORT");
+  const auto needWeb = [web](CLI::Option* option) { return option->needs(web); };
+  needWeb(app.add_option("--web-token-file", to.tokenFile, "the page's secret; without: a new one"))
+      ->type_name("FILE");
+  CLI::Option* const certificate =
+      app.add_option("--web-cert", to.certificate, "TLS: certificate chain, PEM");
+  CLI::Option* const key = app.add_option("--web-key", to.key, "TLS: its key, PEM");
+  needWeb(certificate)->type_name("FILE")->needs(key);
+  needWeb(key)->type_name("FILE")->needs(certificate);
+  needWeb(
+      app.add_option("--web-host", to.hosts, "a name that browsers know this machine by; may be repeated"))
+      ->type_name("NAME")
+      ->expected(1);
+  needWeb(app.add_flag("--web-read-only", to.isReadOnly, "nobody may change anything on the page"));
 }
 
 void add_verbosity(CLI::App& app, options& to) {
@@ -227,6 +247,7 @@ std::string version_text() {
 command_line parse_command_line(int argc, const char* const* argv) {
   command_line result;
   options& to = result.value;
+  live_options live;
   CLI::App app("mediagrabber: acquires images from cameras through a camera driver bundle.");
   app.get_formatter()->column_width(30);
   app.set_version_flag("-V,--version", version_text());
@@ -250,6 +271,7 @@ command_line parse_command_line(int argc, const char* const* argv) {
     add_config(*sub, to, what != command::cameras);
     if (what == command::run) {
       add_run(*sub, to);
+      add_live(*sub, live);
     }
     add_common(*sub, to);
     add_verbosity(*sub, to);
@@ -264,6 +286,9 @@ command_line parse_command_line(int argc, const char* const* argv) {
     if (sub->parsed()) {
       to.what = what;
     }
+  }
+  if (!live.where.address.empty()) {
+    to.live = live;
   }
   return result;
 }

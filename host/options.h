@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/acquire/library.h"
+#include "host/live_page.h"
 #include "host/outputs/image_files.h"
 #include "host/web/web_server.h"
 
@@ -24,6 +25,7 @@ struct options {
   std::string y4mPath;          ///< empty: no video
   std::string statsPath;        ///< empty: none
   std::optional<endpoint> metrics;
+  std::optional<live_options> live;
   std::optional<std::uint64_t> frames;
   std::optional<double> seconds;
   std::optional<std::uint64_t> maxFailures;

@@ -17,6 +17,7 @@
 #include "host/outputs/image_files.h"
 #include "host/outputs/video.h"
 #include "host/report/metrics.h"
+#include "host/web/live/qr_code.h"
 
 namespace host {
 namespace {
@@ -82,6 +83,10 @@ camera_outputs::camera_outputs(const camera_config& camera, const options& chose
         camera.frame_bytes(), 1);
     slot.takers.push_back(video.get());
   }
+  if (chosen.live) {
+    preview = std::make_shared<preview_source>();
+    slot.takers.push_back(preview.get());
+  }
 }
 
 session::session(const options& chosen, config configuration, const camera_library& library,
@@ -103,6 +108,9 @@ session::session(const options& chosen, config configuration, const camera_libra
   if (options_.metrics) {
     serve();
   }
+  if (options_.live) {
+    serve_live_page();
+  }
 }
 
 session::~session() = default;
@@ -114,6 +122,26 @@ void session::serve() {
                                 return web_response{metrics_text(figures()), "text/plain; version=0.0.4"};
                               }}});
   LOG(3, "metrics are served at http://%s:%d/metrics", options_.metrics->address.c_str(), web_->port());
+}
+
+void session::serve_live_page() {
+  live_ = std::make_unique<live_page>(
+      *options_.live, live_session{.visitCameras = [this](const auto& visit) { visit_cameras(visit); },
+                                   .metrics = [this] { return metrics_text(figures()); },
+                                   .log = console_.tail(),
+                                   .configName = options_.configPath});
+  // Not into the log: the link is a secret, and the log is on the page.
+  console_.print("live page: " + live_->link());
+  if (console_.is_terminal()) {
+    console_.print(qr_code(live_->link()));
+  }
+}
+
+void session::visit_cameras(const std::function<void(const live_source&)>& visit) const {
+  const std::lock_guard lock(camerasMutex_);
+  for (const auto& each : cameras_) {
+    visit({each->slot, each->preview, figures_of(each->slot, each->files.get(), each->video.get())});
+  }
 }
 
 std::vector<camera_figures> session::figures() const {
@@ -261,7 +289,8 @@ bool session::is_over() {
 
 // Whether the video was all that was wanted, and it has ended.
 bool session::is_video_over() const {
-  const bool isAll = options_.recordDirectory.empty() && options_.statsPath.empty() && !options_.metrics;
+  const bool isAll =
+      options_.recordDirectory.empty() && options_.statsPath.empty() && !options_.metrics && !options_.live;
   return isAll && std::any_of(cameras_.begin(), cameras_.end(),
                               [](const auto& each) { return each->video && each->video->is_over(); });
 }
@@ -302,7 +331,7 @@ void session::look_after() {
   if (have_cameras_begun()) {
     service_.ready();
   }
-  if (web_ && !web_->is_serving()) {
+  if ((web_ && !web_->is_serving()) || (live_ && !live_->is_serving())) {
     serve_again();
   }
   service_.watchdog(steady_us(), [this] { return are_cameras_alive(); });
@@ -318,9 +347,15 @@ void session::look_after() {
 }
 
 void session::serve_again() {
-  web_.reset();
   try {
-    serve();
+    if (web_ && !web_->is_serving()) {
+      web_.reset();
+      serve();
+    }
+    if (live_ && !live_->is_serving()) {
+      live_.reset();
+      serve_live_page();
+    }
   } catch (const std::runtime_error& error) {
     LOG(1, "fail: %s. Nothing is served any more", error.what());
   }

@@ -3,6 +3,7 @@
 #define HOST_SESSION_H
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "host/acquire/extension.h"
 #include "host/acquire/library.h"
 #include "host/config/config.h"
+#include "host/live_page.h"
 #include "host/options.h"
 #include "host/outputs/frame_writer.h"
 #include "host/report/console.h"
@@ -31,8 +33,9 @@ config_result load_config(const options& chosen);
 /// What outlives the runner of a camera: its figures and where its frames go.
 struct camera_outputs {
   camera_slot slot;
-  std::unique_ptr<frame_writer> files;  ///< null without --record
-  std::unique_ptr<frame_writer> video;  ///< null without --y4m
+  std::unique_ptr<frame_writer> files;      ///< null without --record
+  std::unique_ptr<frame_writer> video;      ///< null without --y4m
+  std::shared_ptr<preview_source> preview;  ///< null without --web
 
   camera_outputs(const camera_config& camera, const options& chosen);
 };
@@ -72,6 +75,8 @@ class session {
   void look_after();
   void serve();
   void serve_again();
+  void serve_live_page();
+  void visit_cameras(const std::function<void(const live_source&)>& visit) const;
   void show_status();
   void write_stats();
   bool are_cameras_alive();
@@ -103,6 +108,7 @@ class session {
   bool hasFailed_ = false;      // the program ends, with 1
   bool hasGivenUp_ = false;     // the program ends with 1 once the other cameras are done
   std::unique_ptr<web_server> web_;
+  std::unique_ptr<live_page> live_;
 };
 
 }  // namespace host

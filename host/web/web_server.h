@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "host/web/message.h"
+
 namespace host {
 
 /// Where the server listens.
@@ -32,13 +34,24 @@ struct web_route {
   std::function<web_response(const std::string& body)> answer;
 };
 
+/// Answers every request, on the server's thread; meanwhile all other clients wait. An exception is the
+/// status 500.
+using web_handler = std::function<web_answer(const web_request& request)>;
+
+/// A certificate (with its chain) and its key, as the contents of PEM files. Empty: no TLS.
+struct web_tls {
+  std::string certificate;
+  std::string key;
+};
+
 /// What clients may cost. Those beyond the number of connections wait for one to end.
 struct web_limits {
   unsigned connections = 32;
-  unsigned connectionsOfClient = 8;         ///< of one address
-  std::size_t bodyBytes = 64 << 10;         ///< more is the status 413, or the end of the connection
-  std::chrono::milliseconds idle{5000};     ///< without a byte in either direction; whole seconds
-  std::chrono::milliseconds whole{10'000};  ///< for a request with its answer, from the end of the one before
+  unsigned connectionsOfClient = 8;      ///< of one address
+  std::size_t bodyBytes = 64 << 10;      ///< more is the status 413, or the end of the connection
+  std::chrono::milliseconds idle{5000};  ///< without a byte in either direction; whole seconds
+  /// For a request with its answer, from the end of the one before. Streams go on as long as they are read.
+  std::chrono::milliseconds whole{10'000};
 };
 
 /// Serves from construction to destruction on one thread of its own, which never waits for a client: a slow
@@ -47,6 +60,8 @@ class web_server {
  public:
   /// std::runtime_error when the address can't be listened on.
   web_server(const endpoint& where, std::vector<web_route> routes, const web_limits& limits = {});
+  /// The same; also when the certificate can't be used.
+  web_server(const endpoint& where, web_handler handler, const web_limits& limits, const web_tls& tls = {});
   /// Closes all connections, whatever their clients do.
   ~web_server();
   web_server(const web_server&) = delete;

@@ -96,13 +96,15 @@ std::optional<access_refusal> access_rules::refuse(const web_request& request, a
   const bool isTrusted = has_token(request);
   const bool needsToken = need == access_need::change || !settings_.isLoopback;
   if (!isTrusted && (needsToken || !request.header("authorization").empty())) {
-    return access_refusal{401,
-                   "this needs the token of the link that was printed at start, as 'Authorization: Bearer "
-                   "TOKEN'"};
+    return access_refusal{
+        401,
+        "this needs the token of the link that was printed at start, as 'Authorization: Bearer "
+        "TOKEN'"};
   }
   if (!is_known_host(request) && (!isTrusted || need == access_need::change)) {
-    return access_refusal{403, fmt::format("this server does not answer to the name '{}'; --web-host adds one",
-                                    host_of(request.header("host")).substr(0, 64))};
+    return access_refusal{403,
+                          fmt::format("this server does not answer to the name '{}'; --web-host adds one",
+                                      host_of(request.header("host")).substr(0, 64))};
   }
   return need == access_need::change ? refuse_change(request) : std::nullopt;
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "host/web/live/live_run.h"
 #include "host/report/log_tail.h"
+#include "host/web/live/live_run.h"
 
 namespace host {
 
