@@ -105,7 +105,8 @@ std::optional<double> widened(const std::optional<T>& value) {
 // The control of a key, with the camera's limits or else those of the configuration.
 template <class T>
 setting_control control_of(const char* name, const std::optional<setting_range>& range,
-                           const std::optional<T>& inForce, const std::optional<T>& configured) {
+                           const light_settings& now, const hand_settings& byHand,
+                           std::optional<T> light_settings::*value) {
   const key_table& keys = sweep_keys();
   const auto key = std::find_if(keys.begin(), keys.end(),
                                 [&](const key_spec& each) { return name == std::string(each.name); });
@@ -114,18 +115,19 @@ setting_control control_of(const char* name, const std::optional<setting_range>&
           .limits = range ? setting_limits{range->min, range->max, true}
                           : setting_limits{key->min, key->max, false},
           .isWhole = key->type == key_type::integer,
-          .inForce = widened(inForce),
-          .configured = widened(configured)};
+          .inForce = widened(now.*value),
+          .configured = widened(byHand.configured().*value),
+          .restored = widened(byHand.restored().*value)};
 }
 
 std::vector<setting_control> controls_of(const camera_slot& slot) {
   const light_limits limits = slot.settings.limits();
   const light_settings now = slot.settings.in_force();
-  const light_settings configured = slot.byHand.configured();
-  return {control_of("exposure_us", limits.exposureUs, now.exposureUs, configured.exposureUs),
-          control_of("gain_db", limits.gainDb, now.gainDb, configured.gainDb),
-          control_of("gamma", limits.gamma, now.gamma, configured.gamma),
-          control_of("ir_level", std::nullopt, now.irLevel, configured.irLevel)};
+  const hand_settings& byHand = slot.byHand;
+  return {control_of("exposure_us", limits.exposureUs, now, byHand, &light_settings::exposureUs),
+          control_of("gain_db", limits.gainDb, now, byHand, &light_settings::gainDb),
+          control_of("gamma", limits.gamma, now, byHand, &light_settings::gamma),
+          control_of("ir_level", std::nullopt, now, byHand, &light_settings::irLevel)};
 }
 
 // Where others find this machine: the address it listens on, or its name where that is all of them.
@@ -150,8 +152,9 @@ live_page::live_page(const live_options& chosen, live_session session)
                .key = pem_of("--web-key", chosen_.key)}) {}
 
 std::string live_page::link() const {
-  return fmt::format("{}://{}:{}/#token={}", chosen_.certificate.empty() ? "http" : "https",
-                     link_host(chosen_.where.address), server_.port(), token_);
+  const std::string secret = chosen_.tokenFile.empty() ? "#token=" + token_ : "";
+  return fmt::format("{}://{}:{}/{}", chosen_.certificate.empty() ? "http" : "https",
+                     link_host(chosen_.where.address), server_.port(), secret);
 }
 
 std::vector<live_camera> live_page::cameras() {
@@ -170,7 +173,7 @@ live_camera live_page::camera_of(const live_source& source) {
   camera.advice = figures.totals.advice;
   camera.phaseS = seconds(since(figures.nowUs, phaseUs));
   camera.againInS = seconds(since(figures.totals.againUs, figures.nowUs));
-  camera.frameRateHz = 1e6 / figures.totals.periodUs;
+  camera.frameRateHz = figures.totals.periodUs > 0 ? 1e6 / figures.totals.periodUs : 0;
   camera.totals = figures.totals;
   camera.handedOver = source.slot.handedOver.load();
   camera.longestGapUs = figures.intervals.max_us();

@@ -55,7 +55,7 @@ class live_page final : private live_run {
   live_page(const live_page&) = delete;
   live_page& operator=(const live_page&) = delete;
 
-  /// The link with the token: "http://127.0.0.1:8080/#token=...".
+  /// "http://127.0.0.1:8080/#token=..."; without the token when that is in a file, where it is to stay.
   std::string link() const;
   /// False once the server had to end, which it has logged.
   bool is_serving() const { return server_.is_serving(); }

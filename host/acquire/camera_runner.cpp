@@ -1,5 +1,7 @@
 #include "host/acquire/camera_runner.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -34,7 +36,8 @@ constexpr const char* kAdvice = "look at cable and power of the camera; 'mediagr
 std::string advice_of(const refusal_reasons& found) {
   std::string advice;
   for (std::size_t at = 1; at < found.lines.size(); ++at) {
-    advice += (advice.empty() ? "" : "; ") + found.lines[at];
+    const std::string& line = found.lines[at];
+    advice += (advice.empty() ? "" : "; ") + line.substr(std::min(line.find_first_not_of(" -"), line.size()));
   }
   return advice;
 }
@@ -91,6 +94,7 @@ std::string camera_runner::device_stats() {
 
 void camera_runner::work() {
   const camera_log_scope scope(slot_.serial);
+  pthread_setname_np(pthread_self(), "acquisition");
   while (!is_end_wanted()) {
     take_failures();
     if (run_device() || is_end_wanted()) {

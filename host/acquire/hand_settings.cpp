@@ -99,6 +99,11 @@ light_settings hand_settings::configured() const {
   return configured_;
 }
 
+light_settings hand_settings::restored() const {
+  const std::lock_guard lock(mutex_);
+  return merged(first_.value_or(light_settings{}), configured_);
+}
+
 // The gamma of the configuration is given as well: the sweep that would set it is held.
 void hand_settings::run_started(const light_settings& configured) {
   const std::lock_guard lock(mutex_);

@@ -30,6 +30,8 @@ class hand_settings {
   bool are_sweeps_held() const;
   bool can_undo() const;
   light_settings configured() const;
+  /// What `restore` gives.
+  light_settings restored() const;
 
   /// A run starts with the configuration's settings: those by hand are queued again. After
   /// settings_queue::run_started.

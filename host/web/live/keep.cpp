@@ -32,8 +32,8 @@ std::string number(const setting_control& control, double value) {
 }
 
 bool is_different(const setting_control& control) {
-  return control.inForce && (!control.configured ||
-                             static_cast<float>(*control.inForce) != static_cast<float>(*control.configured));
+  return control.inForce && control.restored &&
+         static_cast<float>(*control.inForce) != static_cast<float>(*control.restored);
 }
 
 }  // namespace

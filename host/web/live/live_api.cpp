@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
@@ -27,6 +28,7 @@ constexpr std::uint64_t kFrameAgeMaxUs = 3'000'000;
 constexpr std::size_t kNameMax = 40;  // bytes of a person's name
 constexpr std::size_t kViewerMax = 64;
 constexpr int kPictureQuality = 90;
+constexpr int kPixelMax = 65'535;  // of a coordinate
 constexpr const char* kToml = "application/toml; charset=utf-8";
 
 // A request that is answered with an error.
@@ -100,15 +102,15 @@ bool matches(const std::vector<std::string>& pattern, const std::vector<std::str
 }
 
 // A whole number of the query; `otherwise` when it is left out.
-int number(const web_request& request, const char* name, int otherwise) {
+int number(const web_request& request, const char* name, int otherwise, int most = kPixelMax) {
   const std::string text = request.parameter(name);
   int value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (text.empty()) {
     return otherwise;
   }
-  if (error != std::errc() || end != text.data() + text.size() || value < 0 || value > 65'535) {
-    throw api_error{400, fmt::format("'{}' must be a whole number from 0 to 65535", name)};
+  if (error != std::errc() || end != text.data() + text.size() || value < 0 || value > most) {
+    throw api_error{400, fmt::format("'{}' must be a whole number from 0 to {}", name, most)};
   }
   return value;
 }
@@ -412,8 +414,9 @@ web_answer live_api::wish(const web_request& request, const path_words& path) {
 
 web_answer live_api::log(const web_request& request, const path_words&) {
   const int level = number(request, "level", log_tail::kLevelMax);
-  return json_answer(log_json(run_.log().since(static_cast<std::uint64_t>(number(request, "after", 0)), level,
-                                               request.parameter("camera"))));
+  const int after = number(request, "after", 0, std::numeric_limits<int>::max());
+  return json_answer(
+      log_json(run_.log().since(static_cast<std::uint64_t>(after), level, request.parameter("camera"))));
 }
 
 web_answer live_api::events(const web_request& request, const path_words&) {

@@ -39,6 +39,9 @@ struct setting_control {
   bool isWhole = false;  ///< whole numbers only
   std::optional<double> inForce = std::nullopt;
   std::optional<double> configured = std::nullopt;
+  /// What "back to configuration" gives: where the configuration leaves it out, what was in force before the
+  /// first settings by hand; none when that is unknown.
+  std::optional<double> restored = std::nullopt;
 };
 
 enum class entry_state : std::uint8_t { waiting, applied, read_back, refused };

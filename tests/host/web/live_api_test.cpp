@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "host/acquire/sweeps.h"
 #include "host/web/live/keep.h"
 #include "tests/host/support.h"
 
@@ -24,10 +25,10 @@ host::live_camera some_camera() {
   camera.serial = "A";
   camera.phase = host::camera_phase::running;
   camera.controls = {
-      {"exposure_us", "us", {10, 33'000, true}, false, 2500.0, 5000.0},
-      {"gain_db", "dB", {0, 24.1, true}, false, static_cast<double>(0.1F), 0.0},
-      {"gamma", "", {0.01, 10, false}, false, std::nullopt, std::nullopt},
-      {"ir_level", "", {0, 65'535, false}, true, 0.0, 0.0},
+      {"exposure_us", "us", {10, 33'000, true}, false, 2500.0, 5000.0, 5000.0},
+      {"gain_db", "dB", {0, 24.1, true}, false, static_cast<double>(0.1F), 0.0, 0.0},
+      {"gamma", "", {0.01, 10, false}, false, 1.0, std::nullopt, std::nullopt},
+      {"ir_level", "", {0, 65'535, false}, true, 0.0, 0.0, 0.0},
   };
   return camera;
 }
@@ -264,7 +265,7 @@ TEST(keep, is_toml_that_has_what_runs_now) {
             "exposure_us = 2500  # was 5000\ngain_db = 0.1  # was 0\n");
   host::live_camera odd = some_camera();
   odd.serial = "a\"\\\n";
-  odd.controls = {{"ir_level", "", {}, true, 1.0, std::nullopt}};
+  odd.controls = {{"ir_level", "", {}, true, 1.0, std::nullopt, 0.0}};
   EXPECT_EQ(host::kept_toml(odd, "a\nb"),
             "# a?b: what runs now is different here\n[[camera]]\nserial = \"a\\\"\\\\\\u000A\"\n"
             "ir_level = 1  # was left out\n");

@@ -7,7 +7,7 @@ const figures = [
   ["Missed", (camera) => String(camera.missed)],
   ["Longest gap", (camera) => milliseconds(camera.longest_gap_us)],
   ["Temperature", (camera) => fixed(camera.temperature_c, 1, " °C")],
-  ["Exposure", (camera) => `${short(camera.exposure_us)} µs`],
+  ["Exposure", (camera) => (camera.exposure_us === null ? "-" : `${short(camera.exposure_us)} µs`)],
   ["Gain", (camera) => fixed(camera.gain_db, 1, " dB")],
   ["IR", (camera) => infrared(camera)],
   ["Recorded", (camera) => (camera.recorded === null ? "off" : String(camera.recorded))],

@@ -26,6 +26,10 @@ export function scaleOf(control) {
   };
 }
 
+function unitOf(control) {
+  return control.unit.replace("us", "µs");
+}
+
 // Three figures: a slider cannot be set more exactly. Never out of the limits it came from by more than the server
 // says in its refusal.
 function rounded(value) {
@@ -60,7 +64,7 @@ export class Controls {
       const configured = control.configured === null ? "left out" : short(control.configured);
       row.limits.textContent =
         `now ${short(control.in_force)}, configured ${configured}; ${control.limits} limits ` +
-        `${short(control.min)} to ${short(control.max)} ${control.unit}`;
+        `${short(control.min)} to ${short(control.max)} ${unitOf(control)}`;
       if (!row.isEdited && control.in_force !== null) {
         row.entry.value = short(control.in_force);
         row.slider.value = row.scale.at(control.in_force);
@@ -97,7 +101,7 @@ export class Controls {
     const element = document.createElement("div");
     element.className = "control";
     const label = document.createElement("label");
-    label.textContent = `${names[control.key]}${control.unit ? `, ${control.unit.replace("us", "µs")}` : ""}`;
+    label.textContent = names[control.key] + (control.unit ? `, ${unitOf(control)}` : "");
     label.htmlFor = `entry-${control.key}`;
     const slider = document.createElement("input");
     slider.type = "range";
