@@ -1,5 +1,6 @@
 // Settings by hand: what is undone, what a new device gets again, and when the sweeps go on.
 #include "host/acquire/hand_settings.h"
+#include "host/acquire/sweeps.h"
 
 #include <gtest/gtest.h>
 
