@@ -389,6 +389,27 @@ TEST_F(gige_camera, receives_every_form_of_frames) {
   }
 }
 
+// Catches what only our own emulation does, as a camera that does not tell where its frames come from.
+TEST_F(gige_camera, receives_frames_of_a_camera_of_another_make) {
+  const tests::program fake(directory / "fake", {"arv-fake-gv-camera-0.8", "-i", "127.0.0.1", "-s", "FAKE1"});
+  int count = 0;
+  ASSERT_TRUE(tests::program::until([&] {
+    return GevGetCameraList(cameras.data(), static_cast<int>(cameras.size()), &count) == GEVLIB_OK &&
+           count == 1;
+  }));
+  ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
+  ASSERT_EQ(GevStartTransfer(handle, UINT32_MAX), GEVLIB_OK) << takeLog();
+  const std::int64_t pixels = integer("Width").GetValue() * integer("Height").GetValue();
+  int whole = 0;
+  for (int waits = 0; whole < 5 && waits < 100; ++waits) {
+    if (take() == GEVLIB_OK) {
+      EXPECT_EQ(frame.recv_size, pixels);
+      ++whole;
+    }
+  }
+  EXPECT_EQ(whole, 5) << takeLog();
+}
+
 // Catches a camera that is not ours any more and that is waited for.
 TEST_F(gige_camera, notices_that_control_was_taken_away) {
   const emulator one({"--picture", "still"});

@@ -358,6 +358,19 @@ TEST_F(wire, a_camera_that_died_is_found_again) {
   EXPECT_EQ(there.error(), "");
 }
 
+// Ten times what is promised is a hang.
+TEST_F(wire, the_program_ends_whatever_a_camera_does) {
+  for (const char* fault :
+       {"stall all 60000", "stall description 300", "stall 0xA010 60000", "garbage on", "silent on"}) {
+    camera there(directory, gvcam({"--fault", fault}));
+    auto host = run(camera_text(kSerial, kCorner));
+    ASSERT_TRUE(host.says("Driver__Init: done")) << fault << host.error();
+    std::this_thread::sleep_for(700ms);
+    EXPECT_LT(host.end(SIGTERM, 1), 10.0) << fault;  // no frame came
+    fs::remove_all(directory / "rec");
+  }
+}
+
 TEST_F(wire, frames_that_lost_packets_are_counted_and_never_handed_over) {
   camera there(directory, gvcam({"--fault", "loss 0.01", "--resend", "off"}));
   auto host = run(camera_text(kSerial, kCorner, "packet_size_max = 1500"), {"-t", "4"});
