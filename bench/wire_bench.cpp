@@ -1,9 +1,9 @@
-// What adapter and bundle cost over the wire: processor time of a frame in the receiving process against a
-// bare Aravis receive loop, the highest rate without loss, the control traffic of frames and sweeps, and the
-// creation of a device.
+// What library and bundle cost over the wire: processor time, wake-ups and delay of a frame against a bare
+// Aravis receive loop on the same kind of socket, the highest rate without loss for 1 to 8 cameras, the
+// control traffic of frames and sweeps, and the creation of a device.
 //
-// Runs in a network namespace of its own (see bench/wire), with gvcam as the camera: 1280 x 1024, 9000-byte
-// packets.
+// Runs in a network namespace of its own, with gvcam as the cameras, 1280 x 1024: on the loopback interface,
+// and in another namespace at the end of a veth cable (see bench/wire, which makes both).
 #include <arv.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -11,6 +11,7 @@
 #include <mediagrabber/bundle.h>
 #include <mediagrabber/property.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -21,7 +22,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -29,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/trailer_recorder.h"
 #include "platform/log2/log_sink.h"
 #include "tests/wire/command_recorder.h"
 
@@ -39,13 +40,18 @@ using mg::property;
 using namespace std::chrono_literals;
 using clock_type = std::chrono::steady_clock;
 
-constexpr int kPacketBytes = 9000;
-
 /// Processor time by a clock of a process or thread, seconds.
 double cpu_of(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+/// How often this process went to sleep and was woken.
+double wake_ups() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_nvcsw);
 }
 
 double seconds_since(clock_type::time_point start) {
@@ -77,12 +83,34 @@ pid_t spawn(const std::vector<std::string>& words, const std::string& output) {
   return child;
 }
 
-/// gvcam, for as long as this lives. `edit` is what sed does to its description.
-class emulated_camera {
+/// Where cameras are: on this side of the cable or at its other end.
+struct network {
+  const char* name;
+  const char* address;  // without the last number
+  int first;            // of the last numbers, one for each camera
+
+  std::string camera(int number) const { return address + std::to_string(first + number); }
+};
+constexpr network kNetworks[] = {{"loopback", "127.0.0.", 1}, {"veth", "10.1.0.", 2}};
+
+/// gvcam with so many cameras, for as long as this lives. `edit` is what sed does to its description.
+class emulated_cameras {
  public:
-  explicit emulated_camera(const std::string& edit = "") {
-    std::vector<std::string> words = {GVCAM, "--picture", "still", "--packet-size",
-                                      std::to_string(kPacketBytes)};
+  explicit emulated_cameras(const std::string& edit = "", const network& where = kNetworks[0],
+                            int cameras = 1) {
+    std::vector<std::string> words = {GVCAM,   "--picture", "still",   "--on-close",
+                                      "reset", "--serial",  "GV000001"};
+    std::string addresses = where.camera(0);
+    for (int camera = 1; camera < cameras; ++camera) {
+      words.back() += ",GV00000" + std::to_string(camera + 1);
+      addresses += "," + where.camera(camera);
+    }
+    words.insert(words.end(), {"--address", addresses, "--interface", "far"});
+    if (where.first == kNetworks[0].first) {
+      words.back() = "lo";
+    } else {
+      words.insert(words.begin(), {"nsenter", "--net", "--target", getenv("FAR_NETWORK")});
+    }
     if (!edit.empty()) {
       const std::string description = std::string(BINARY_DIR) + "/edited.xml";
       const std::string make = std::string(GVCAM) + " --dump-xml | sed '" + edit + "' > " + description;
@@ -91,15 +119,16 @@ class emulated_camera {
       }
       words.insert(words.end(), {"--xml", description});
     }
+    setenv("GIGE_ADDRESSES", addresses.c_str(), 1);
     child_ = spawn(words, "/dev/null");
     std::this_thread::sleep_for(500ms);
   }
-  ~emulated_camera() {
+  ~emulated_cameras() {
     kill(child_, SIGTERM);
     waitpid(child_, nullptr, 0);
   }
-  emulated_camera(const emulated_camera&) = delete;
-  emulated_camera& operator=(const emulated_camera&) = delete;
+  emulated_cameras(const emulated_cameras&) = delete;
+  emulated_cameras& operator=(const emulated_cameras&) = delete;
 
  private:
   pid_t child_;
@@ -111,21 +140,130 @@ constexpr const char* kNoTemperature = "s/DeviceTemperature/NoTemperature/g";
 constexpr const char* kNoRateLimit =
     "s/DeviceTemperature/NoTemperature/g; s#<Max>1000</Max><Unit>Hz#<Max>100000</Max><Unit>Hz#";
 
-/// What a receiver made of the frames of one run.
+/// What a receiver made of the frames of one run. Delays are from the arrival of a frame's last packet to its
+/// delivery.
 struct reception {
   double frameUs = 0;  // processor time of a frame, microseconds
   double readsUs = 0;  // of which the bundle spent so much on looking up gain and exposure
+  double wakeUps = 0;  // of the process, a frame
+  double delayUs = 0;  // median
+  double lateUs = 0;   // 99 of 100 frames are delayed by no more
   double hz = 0;       // whole frames a second
   double lost = 0;     // frames
 };
 
 /// How a run is set up.
 struct run_setup {
+  network where = kNetworks[0];
   bool packetSocket = true;
+  int packetBytes = 9000;
   double hz = 100;
   float exposureUs = 2000;
   std::uint64_t frames = 100;
+  int camera = 0;  // which of the network's
 };
+
+/// Counts the whole frames of a run, and measures from the first one on.
+class frame_meter {
+ public:
+  explicit frame_meter(const run_setup& setup) : frames_(static_cast<double>(setup.frames)) {}
+
+  bool wants_more() const { return whole_ <= frames_ && got_.lost <= frames_; }
+  void count(std::uint64_t id) {
+    got_.lost += static_cast<double>(id - lastId_ - 1);
+    lastId_ = id;
+    delivered_[id] = cpu_of(CLOCK_REALTIME);
+    if (whole_++ == 0) {
+      cpuBefore_ = cpu_of(CLOCK_PROCESS_CPUTIME_ID);
+      wakesBefore_ = wake_ups();
+      start_ = clock_type::now();
+    }
+  }
+  /// `arrivals` of last packets, by the wall clock.
+  reception result(const std::map<std::uint64_t, double>& arrivals) {
+    got_.hz = frames_ / seconds_since(start_);
+    got_.frameUs = (cpu_of(CLOCK_PROCESS_CPUTIME_ID) - cpuBefore_) / frames_ * 1e6;
+    got_.wakeUps = (wake_ups() - wakesBefore_) / frames_;
+    std::vector<double> delays;
+    for (const auto& [id, when] : delivered_) {
+      if (const auto arrival = arrivals.find(id); arrival != arrivals.end() && id > kLearning) {
+        delays.push_back((when - arrival->second) * 1e6);
+      }
+    }
+    std::sort(delays.begin(), delays.end());
+    got_.delayUs = delays.empty() ? 0 : delays[delays.size() / 2];
+    got_.lateUs = delays.empty() ? 0 : delays[delays.size() * 99 / 100];
+    return got_;
+  }
+
+ private:
+  static constexpr std::uint64_t kLearning = 10;  // frames until a receiver knows the stream
+
+  const double frames_;
+  double whole_ = 0;
+  std::uint64_t lastId_ = 0;
+  std::map<std::uint64_t, double> delivered_;
+  double cpuBefore_ = 0;
+  double wakesBefore_ = 0;
+  clock_type::time_point start_;
+  reception got_;
+};
+
+// ---- The camera library
+
+void write_feature(GEV_CAMERA_HANDLE camera, const char* name, float value) {
+  GevSetFeatureValue(camera, name, sizeof value, &value);
+}
+
+/// As the bare loop: receive, hand the buffer back. Between GevApiInitialize and GevApiUninitialize.
+reception receive_by_open_library(const run_setup& setup) {
+  const std::string serial = "GV00000" + std::to_string(setup.camera + 1);
+  std::vector<GEV_DEVICE_INTERFACE> found(16);
+  int count = 0;
+  GevGetCameraList(found.data(), static_cast<int>(found.size()), &count);
+  GEV_CAMERA_HANDLE camera = nullptr;
+  for (GEV_DEVICE_INTERFACE& each : found) {
+    if (each.serial == serial) {
+      GevOpenCamera(&each, GevControlMode, &camera);
+    }
+  }
+  GEV_CAMERA_OPTIONS options{};
+  GevGetCameraInterfaceOptions(camera, &options);
+  options.streamPktSize = static_cast<std::uint32_t>(setup.packetBytes);
+  GevSetCameraInterfaceOptions(camera, &options);
+  write_feature(camera, "ExposureTime", setup.exposureUs);
+  write_feature(camera, "AcquisitionFrameRate", static_cast<float>(setup.hz));
+  const trailer_recorder recorder;
+  frame_meter meter(setup);
+  GEV_STATUS status = GevStartTransfer(camera, UINT32_MAX);
+  while (meter.wants_more() && (status == GEVLIB_OK || status == GEVLIB_ERROR_FRAME_INCOMPLETE)) {
+    GEV_BUFFER_OBJECT* frame = nullptr;
+    status = GevWaitForNextFrame(camera, &frame, 1000);
+    if (status == GEVLIB_OK) {
+      meter.count(frame->id);
+    }
+    if (frame != nullptr) {
+      GevReleaseFrame(camera, frame);
+    }
+  }
+  const reception got = meter.result(recorder.take());
+  GevAbortTransfer(camera);
+  GevFreeTransfer(camera);
+  GevCloseCamera(&camera);
+  return got;
+}
+
+void open_library(const run_setup& setup) {
+  setenv("GIGE_TRANSPORT", setup.packetSocket ? "ring" : "udp", 1);
+  GevApiInitialize();
+}
+
+reception receive_by_library(const run_setup& setup) {
+  open_library(setup);
+  const reception got = receive_by_open_library(setup);
+  GevApiUninitialize();
+  return got;
+}
 
 // ---- The bundle
 
@@ -235,12 +373,12 @@ void watch_log(void* host, const log_line* line) {
 }
 
 mg::device_like* create_device(measuring_host& host, const run_setup& setup) {
-  setenv("GIGE_PACKET_SOCKET", setup.packetSocket ? "on" : "off", 1);
+  setenv("GIGE_TRANSPORT", setup.packetSocket ? "ring" : "udp", 1);
   LogSetSink(watch_log, &host);
   MgBundleInit();
   Zavik::Support::rw_table_like* config = Zavik::Support::Table__Create();
   config->setString(row(property::DEV_SERIAL), 0, "GV000001");
-  config->setInt64(row(property::MISC_STREAM_PACKET_SIZE_BYTES_MAX), 0, kPacketBytes);
+  config->setInt64(row(property::MISC_STREAM_PACKET_SIZE_BYTES_MAX), 0, setup.packetBytes);
   config->setFloat(row(property::VS_ACQ_FPS_HZ), 0, static_cast<float>(setup.hz));
   config->setInt64(row(property::VS_ACQ_FRAME_FORMAT), 0, 1);
   config->setBool(row(property::VS_ACQ_ROTATE180), 0, false);
@@ -287,10 +425,11 @@ struct unref {
 
 /// A bare loop over Aravis: receive, hand the buffer back.
 reception receive_by_bare_loop(const run_setup& setup) {
-  const std::unique_ptr<ArvCamera, unref> camera(arv_camera_new("127.0.0.1", nullptr));
+  const std::unique_ptr<ArvCamera, unref> camera(
+      arv_camera_new(setup.where.camera(setup.camera).c_str(), nullptr));
   arv_camera_set_exposure_time(camera.get(), static_cast<double>(setup.exposureUs), nullptr);
   arv_camera_set_frame_rate(camera.get(), setup.hz, nullptr);
-  arv_camera_gv_set_packet_size(camera.get(), kPacketBytes, nullptr);
+  arv_camera_gv_set_packet_size(camera.get(), setup.packetBytes, nullptr);
   arv_camera_gv_set_packet_size_adjustment(camera.get(), ARV_GV_PACKET_SIZE_ADJUSTMENT_NEVER);
   arv_camera_gv_set_stream_options(camera.get(), setup.packetSocket
                                                      ? ARV_GV_STREAM_OPTION_NONE
@@ -306,30 +445,20 @@ reception receive_by_bare_loop(const run_setup& setup) {
     std::memset(const_cast<void*>(arv_buffer_get_data(buffer, &size)), 0, payload);
     arv_stream_push_buffer(stream.get(), buffer);
   }
-  reception got;
-  double cpuBefore = 0;
-  clock_type::time_point start;
-  std::uint64_t whole = 0;
-  std::uint64_t lastId = 0;
+  const trailer_recorder recorder;
+  frame_meter meter(setup);
   arv_camera_start_acquisition(camera.get(), nullptr);
-  while (whole <= setup.frames && got.lost <= static_cast<double>(setup.frames)) {
+  while (meter.wants_more()) {
     ArvBuffer* buffer = arv_stream_timeout_pop_buffer(stream.get(), 1'000'000);
-    if (buffer != nullptr && arv_buffer_get_status(buffer) == ARV_BUFFER_STATUS_SUCCESS) {
-      const std::uint64_t id = arv_buffer_get_frame_id(buffer);
-      got.lost += static_cast<double>(id - lastId - 1);
-      lastId = id;
-      if (whole++ == 0) {
-        cpuBefore = cpu_of(CLOCK_PROCESS_CPUTIME_ID);
-        start = clock_type::now();
-      }
+    if (buffer == nullptr) {
+      break;
     }
-    if (buffer != nullptr) {
-      arv_stream_push_buffer(stream.get(), buffer);
+    if (arv_buffer_get_status(buffer) == ARV_BUFFER_STATUS_SUCCESS) {
+      meter.count(arv_buffer_get_frame_id(buffer));
     }
+    arv_stream_push_buffer(stream.get(), buffer);
   }
-  const auto frames = static_cast<double>(setup.frames);
-  got.frameUs = (cpu_of(CLOCK_PROCESS_CPUTIME_ID) - cpuBefore) / frames * 1e6;
-  got.hz = frames / seconds_since(start);
+  const reception got = meter.result(recorder.take());
   arv_camera_stop_acquisition(camera.get(), nullptr);
   return got;
 }
@@ -337,9 +466,9 @@ reception receive_by_bare_loop(const run_setup& setup) {
 /// Debian's own test tool; for so many seconds.
 constexpr const char* kCameraTestOutput = BINARY_DIR "/camera_test.txt";
 pid_t start_camera_test(const run_setup& setup, int seconds) {
-  std::vector<std::string> words = {"arv-camera-test-0.8", "-n", "127.0.0.1", "-a"};
+  std::vector<std::string> words = {"arv-camera-test-0.8", "-n", setup.where.camera(0), "-a"};
   words.insert(words.end(), {"-f", std::to_string(setup.hz), "-e", std::to_string(setup.exposureUs)});
-  words.insert(words.end(), {"-i", std::to_string(kPacketBytes), "--duration", std::to_string(seconds)});
+  words.insert(words.end(), {"-i", std::to_string(setup.packetBytes), "--duration", std::to_string(seconds)});
   if (!setup.packetSocket) {
     words.emplace_back("--no-packet-socket");
   }
@@ -361,26 +490,6 @@ double camera_test_frame_us(const run_setup& setup) {
   return spent / (2 * setup.hz) * 1e6;
 }
 
-/// By its lines for each second but the first, as it loses frames at its start.
-reception receive_by_camera_test(const run_setup& setup) {
-  waitpid(start_camera_test(setup, 3), nullptr, 0);
-  reception got;
-  std::ifstream output(kCameraTestOutput);
-  int seconds = 0;
-  for (std::string line; std::getline(output, line);) {
-    double frames = 0;
-    double rate = 0;
-    double errors = 0;
-    char word[20];
-    if (std::sscanf(line.c_str(), "%lf %19s - %lf MiB/s - %lf", &frames, word, &rate, &errors) >= 3 &&
-        ++seconds > 1) {
-      got.hz = frames;
-      got.lost += errors;
-    }
-  }
-  return got;
-}
-
 // ---- What is measured
 
 using measurements = std::map<std::string, std::vector<double>>;
@@ -391,61 +500,106 @@ void tell_medians(benchmark::State& state, const measurements& seen) {
   }
 }
 
-// Bare loop, bundle and, every third time, Debian's tool in turns, so that each sees the same weather;
-// medians, as single runs differ by a tenth. A frame asks the camera for nothing; what the bundle does to
-// find that out, its look-ups of gain and exposure, is told apart.
+constexpr const char* socket_name(bool packetSocket) {
+  return packetSocket ? "packet ring" : "UDP";
+}
+
+// Bare loop, library, bundle and, every third time, Debian's tool in turns, so that each sees the same
+// weather; medians, as single runs differ by a tenth. A frame asks the camera for nothing; what the bundle
+// does to find that out, its look-ups of gain and exposure, is told apart and not in the ratio.
 void frame_over_the_wire(benchmark::State& state) {
-  const run_setup setup{.packetSocket = state.range(0) != 0};
-  const emulated_camera camera(kNoTemperature);
+  const run_setup setup{.where = kNetworks[state.range(0)],
+                        .packetSocket = state.range(2) != 0,
+                        .packetBytes = static_cast<int>(state.range(1))};
+  const emulated_cameras camera(kNoTemperature, setup.where);
   measurements seen;
   for (auto _ : state) {
-    const double bare = receive_by_bare_loop(setup).frameUs;
-    const reception ours = receive_by_bundle(setup);
-    seen["bare_us"].push_back(bare);
-    seen["bundle_us"].push_back(ours.frameUs);
-    seen["of_it_reads_us"].push_back(ours.readsUs);
-    seen["ratio"].push_back((ours.frameUs - ours.readsUs) / bare);
-    seen["ratio_with_reads"].push_back(ours.frameUs / bare);
-    if (seen["bare_us"].size() % 3 == 0) {
+    const reception bare = receive_by_bare_loop(setup);
+    const reception library = receive_by_library(setup);
+    const reception bundle = receive_by_bundle(setup);
+    seen["bare_us"].push_back(bare.frameUs);
+    seen["bare_wakes"].push_back(bare.wakeUps);
+    seen["bare_delay_us"].push_back(bare.delayUs);
+    seen["library_us"].push_back(library.frameUs);
+    seen["library_wakes"].push_back(library.wakeUps);
+    seen["library_delay_us"].push_back(library.delayUs);
+    seen["library_late_us"].push_back(library.lateUs);
+    seen["bundle_us"].push_back(bundle.frameUs);
+    seen["of_it_reads_us"].push_back(bundle.readsUs);
+    seen["ratio"].push_back((bundle.frameUs - bundle.readsUs) / bare.frameUs);
+    if (seen["bare_us"].size() % 3 == 1) {
       seen["arv_camera_test_us"].push_back(camera_test_frame_us(setup));
     }
   }
   tell_medians(state, seen);
-  state.SetLabel(setup.packetSocket ? "packet socket" : "UDP socket");
+  state.SetLabel(std::string(setup.where.name) + ", " + socket_name(setup.packetSocket));
 }
-BENCHMARK(frame_over_the_wire)->Arg(1)->Arg(0)->Iterations(36)->Unit(benchmark::kSecond);
+BENCHMARK(frame_over_the_wire)
+    ->ArgNames({"network", "packet", "ring"})
+    ->ArgsProduct({{0, 1}, {9000, 1500}, {0, 1}})
+    ->Iterations(4)
+    ->Unit(benchmark::kSecond);
 
-// The rate is raised step by step; the last is as fast as the camera can. What counts is the highest rate at
-// which whole frames came in one of the runs while no more than one was lost: the first may be, on a UDP
-// socket.
+/// So many cameras at once, a thread each: the rate of the slowest, and the frames that all have lost.
+reception receive_by_all(reception (*receive)(const run_setup&), const run_setup& setup, int cameras) {
+  std::vector<reception> each(static_cast<std::size_t>(cameras));
+  std::vector<std::thread> threads;
+  for (int camera = 0; camera < cameras; ++camera) {
+    threads.emplace_back([&, camera] {
+      run_setup own = setup;
+      own.camera = camera;
+      each[static_cast<std::size_t>(camera)] = receive(own);
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  reception all = each.front();
+  for (std::size_t camera = 1; camera < each.size(); ++camera) {
+    all.hz = std::min(all.hz, each[camera].hz);
+    all.lost += each[camera].lost;
+  }
+  return all;
+}
+
+// The rate is raised step by step; the last is as fast as the cameras can. What counts is the highest rate at
+// which whole frames came from each of them in one of the runs while no more than one was lost: the first may
+// be, on a UDP socket of the bare loop.
 void highest_rate_over_the_wire(benchmark::State& state) {
   const bool packetSocket = state.range(0) != 0;
-  const emulated_camera camera(kNoRateLimit);
+  const auto cameras = static_cast<int>(state.range(1));
+  const emulated_cameras camera(kNoRateLimit, kNetworks[0], cameras);
   const std::pair<const char*, reception (*)(const run_setup&)> receivers[] = {
-      {"bare_hz", receive_by_bare_loop},
-      {"bundle_hz", receive_by_bundle},
-      {"arv_camera_test_hz", receive_by_camera_test}};
+      {"bare_hz", receive_by_bare_loop}, {"library_hz", receive_by_open_library}};
   std::map<std::string, double> highest;
+  open_library({.packetSocket = packetSocket});
   for (auto _ : state) {
-    for (const double hz : {200.0, 400.0, 700.0, 1000.0, 50'000.0}) {
+    for (const double hz : {100.0, 200.0, 400.0, 700.0, 1000.0, 50'000.0}) {
       for (const auto& [name, receive] : receivers) {
-        const reception got = receive({packetSocket, hz, 10, 600});
+        const run_setup setup{
+            .packetSocket = packetSocket, .hz = hz / cameras, .exposureUs = 10, .frames = 300};
+        const reception got = receive_by_all(receive, setup, cameras);
         highest[name] = got.lost <= 1 ? std::max(highest[name], got.hz) : highest[name];
       }
     }
   }
+  GevApiUninitialize();
   for (const auto& [name, hz] : highest) {
     state.counters[name] = hz;
   }
-  state.SetLabel(packetSocket ? "packet socket" : "UDP socket");
+  state.SetLabel(socket_name(packetSocket));
 }
-BENCHMARK(highest_rate_over_the_wire)->Arg(1)->Arg(0)->Iterations(3)->Unit(benchmark::kSecond);
+BENCHMARK(highest_rate_over_the_wire)
+    ->ArgNames({"ring", "cameras"})
+    ->ArgsProduct({{0, 1}, {1, 2, 4, 8}})
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond);
 
 // Commands for each frame in steady state and for a sweep of gain, exposure, gamma and one IR output, and how
 // long that and the creation of a device take.
 void control_over_the_wire(benchmark::State& state) {
   const run_setup setup{.frames = 1000};
-  const emulated_camera camera;
+  const emulated_cameras camera;
   const wire_test::command_recorder commands;
   measurements seen;
   for (auto _ : state) {
