@@ -95,7 +95,7 @@ packet_ring::packet_ring(stream_socket& socket, std::uint32_t own, std::uint32_t
       headBytes_(gige_protocol::head_size(setup.ids)),
       ring_(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       blockBytes_(block_size_for(setup)),
-      blockCount_(std::max(bytes / blockBytes_, fewestBlocks)) {
+      blockCount_(std::max((bytes + blockBytes_ - 1) / blockBytes_, fewestBlocks)) {
   if (!ring_) {
     raise_socket_error("making a packet socket");
   }
