@@ -14,14 +14,16 @@ INCLUDE = re.compile(r'^\s*#\s*include\s+(?:"([^"]+)"|<([^>]+)>)', re.M)
 PUBLIC = ("include", "platform/include")  # on the include path: <gevapi.h> is platform/include/gevapi.h
 
 
-def read_table():
-    """Folder -> what it may include."""
+def read_table(wrong):
+    """Folder -> what it may include. Rows that stand for nothing, or twice, are added to what is wrong."""
     rows = {}
     for line in (ROOT / "docs/architecture.md").read_text().splitlines():
         cells = [cell.strip() for cell in line.strip("|").split("|")]
         folder = re.fullmatch(r"`([A-Za-z0-9_/]+)/`", cells[0])
         if line.startswith("|") and folder and len(cells) > 2:
             allowed = re.findall(r"`([^`]+)`", cells[-1])
+            if folder[1] in rows or not (ROOT / folder[1]).is_dir():
+                wrong.append(f"docs/architecture.md: the row of `{folder[1]}/` stands twice, or for no folder")
             rows[folder[1]] = None if cells[-1] == "everything" else set(allowed)
     return rows
 
@@ -46,10 +48,10 @@ def is_allowed(folder, quoted, system, allowed, restricted):
 
 
 def main():
-    rows = read_table()
+    wrong = []
+    rows = read_table(wrong)
     named = set().union(*(allowed or set() for allowed in rows.values()))
     restricted = {name.strip("<>") for name in named if name.startswith("<")}
-    wrong = []
     for top in SOURCES:
         for path in sorted((ROOT / top).rglob("*")):
             if path.suffix not in (".h", ".cpp", ".c"):
