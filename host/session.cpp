@@ -30,6 +30,7 @@ constexpr auto kTick = 50ms;
 constexpr auto kStatusOnTerminal = 500ms;
 constexpr auto kStatusElsewhere = 10s;
 constexpr auto kStatsEvery = 1s;
+constexpr std::uint64_t kOpeningLongestUs = 30'000'000;
 constexpr auto kEndTick = 5ms;
 constexpr auto kEndPatience = 500ms;  // then a camera that still waits is cancelled
 constexpr auto kCancelAgain = 100ms;
@@ -207,7 +208,9 @@ bool session::wait_for_runners(std::chrono::milliseconds longest) {
   bool isHurried = false;
   while (!(haveEnded = std::all_of(runners_.begin(), runners_.end(), hasEnded)) && !isHurried &&
          clock::now() < deadline) {
-    isHurried = wait_signal(kEndTick) != 0;
+    const int signal = wait_signal(kEndTick);
+    isHurried = signal != 0 && signal != SIGHUP;
+    isInterrupted_ = isInterrupted_ || isHurried;
   }
   return haveEnded;
 }
@@ -342,6 +345,7 @@ void session::look_after() {
   }
   if (now >= nextStats_) {
     nextStats_ = now + kStatsEvery;
+    cancel_long_openings();
     write_stats();
   }
 }
@@ -413,6 +417,16 @@ bool session::have_cameras_begun() const {
                      [](const auto& runner) { return runner->has_begun(); });
 }
 
+void session::cancel_long_openings() {
+  for (const auto& runner : runners_) {
+    const std::uint64_t since = runner->opening_since();
+    if (since != 0 && steady_us() - since > kOpeningLongestUs) {
+      LOG(1, "fail: camera %s hangs while it is opened and is cancelled", runner->serial().c_str());
+      extension_.cancel(runner->serial());
+    }
+  }
+}
+
 // Whether any camera's thread did something since this was asked last, or need not. One that hangs must not
 // take the others with it; when all hang, a new start is the only help.
 bool session::are_cameras_alive() {
@@ -420,7 +434,8 @@ bool session::are_cameras_alive() {
   for (const auto& runner : runners_) {
     const std::uint64_t now = runner->activity();
     last_activity& last = activity_[runner->serial()];
-    const bool isHanging = now == last.count && runner->outcome() == run_outcome::running;
+    const bool isHanging =
+        now == last.count && runner->outcome() == run_outcome::running && runner->opening_since() == 0;
     if (isHanging && !last.isHanging) {
       LOG(1, "fail: camera %s hangs in a call of the camera library or the bundle", runner->serial().c_str());
     }

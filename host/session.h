@@ -79,6 +79,7 @@ class session {
   void visit_cameras(const std::function<void(const live_source&)>& visit) const;
   void show_status();
   void write_stats();
+  void cancel_long_openings();
   bool are_cameras_alive();
   bool have_cameras_begun() const;
   bool open_outputs(const config& fresh);

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -106,11 +107,13 @@ class program {
     child_ = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  // Sends the signal and gives the seconds until the program has ended, with that exit code.
-  double end(int number, int exitCode = 0) {
+  // Sends the signal and gives the seconds until the program has ended, with that exit code or, without one,
+  // with any.
+  double end(int number, std::optional<int> exitCode = 0) {
     const auto asked = clock_type::now();
     signal(number);
-    EXPECT_EQ(wait(), exitCode) << error();
+    const int code = wait();
+    EXPECT_EQ(code, exitCode.value_or(code)) << error();
     return std::chrono::duration<double>(clock_type::now() - asked).count();
   }
   std::string out() const { return content(out_); }

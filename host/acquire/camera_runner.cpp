@@ -147,7 +147,9 @@ void camera_runner::explain_failure() {
 
 // True when it ended as it was asked to; false when the device could not be created or its run failed.
 bool camera_runner::run_device() {
+  openingSinceUs_ = steady_us();
   device_like* const created = create_device();
+  openingSinceUs_ = 0;
   if (created == nullptr) {
     return is_end_wanted();
   }

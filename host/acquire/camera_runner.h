@@ -85,6 +85,9 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   const std::string& serial() const { return slot_.serial; }
   /// Grows as long as the runner's thread is alive.
   std::uint64_t activity() const { return slot_.monitor.activity(); }
+  /// Since when the camera is being opened, steady_us; 0: it is not. That may take long, and is no sign of
+  /// life.
+  std::uint64_t opening_since() const { return openingSinceUs_.load(); }
   /// Whether the camera gave a frame or failed to.
   bool has_begun() const;
   /// The bundle's statistics of the device as JSON; empty while there are none.
@@ -137,6 +140,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   std::condition_variable endWanted_;
   std::atomic<std::int32_t> endSignal_{Zavik::Support::MediaGrabber::kPENDING_SIGNAL__NONE};
   std::atomic<run_outcome> outcome_{run_outcome::running};
+  std::atomic<std::uint64_t> openingSinceUs_{0};
   std::thread thread_;
 };
 

@@ -7,6 +7,8 @@
 #include <limits>
 #include <utility>
 
+#include "host/config/text.h"
+
 namespace host {
 namespace {
 
@@ -102,7 +104,7 @@ MetricFamily family(const char* name, const char* help, MetricType type) {
 
 ClientMetric metric_of(const camera_figures& camera, MetricType type, double value) {
   ClientMetric metric;
-  metric.label = {{"camera", camera.serial}};
+  metric.label = {{"camera", printable(camera.serial)}};
   (type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
   return metric;
 }
@@ -152,7 +154,7 @@ MetricFamily intervals_of(const std::vector<camera_figures>& cameras) {
                             MetricType::Histogram);
   for (const camera_figures& camera : cameras) {
     ClientMetric metric;
-    metric.label = {{"camera", camera.serial}};
+    metric.label = {{"camera", printable(camera.serial)}};
     metric.histogram.sample_count = camera.intervals.count();
     metric.histogram.sample_sum = seconds(camera.intervals.sum_us());
     for (const std::uint64_t bound : kIntervalBoundsUs) {
