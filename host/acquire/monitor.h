@@ -32,7 +32,7 @@ struct camera_totals {
   std::optional<camera_extension_health_record> health = std::nullopt;  ///< over all openings
   bool isMissedEstimate = false;                                        ///< judged by arrival times
   bool isRunning = false;
-  double periodUs = 0;          ///< between frames, as configured; 0 before the first run
+  double periodUs = 0;        ///< between frames, as configured; 0 before the first run
   std::uint64_t phaseUs = 0;  ///< since it runs, or does not run; steady_us, 0: it never ran
   std::uint64_t againUs = 0;  ///< when its device is created again; steady_us, 0: it is not waited for
   std::string failure;        ///< why it does not run; empty: it runs, or has not begun to

@@ -83,7 +83,8 @@ void console::receive(void* context, const log_line* line) {
     remember_failure(fmt::format("{}: {}", line->function, line->text));
   }
   if (shown.level <= log_tail::kLevelMax) {
-    self.tail_.add(shown.level, logged_camera(), printable(fmt::format("{}: {}", line->function, line->text)));
+    self.tail_.add(shown.level, logged_camera(),
+                   printable(fmt::format("{}: {}", line->function, line->text)));
   }
   if (shown.level > self.level_) {
     return;

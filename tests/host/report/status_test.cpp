@@ -34,8 +34,8 @@ TEST(status, figures_become_lines) {
   const std::string metrics = host::metrics_text({figures});
   for (const char* expected :
        {"\nmediagrabber_exposure_seconds{camera=\"A\\\"B", "# TYPE mediagrabber_frames_total counter\n",
-        "\"} 0.0050005", "reason=\"dropped\"} 4\n", "mediagrabber_frame_interval_seconds_bucket{camera=",
-        "le=\"0.2\"} 1\n", "le=\"+Inf\"} 1\n"}) {
+        "\"} 0.0050005", "reason=\"dropped\"} 4\n",
+        "mediagrabber_frame_interval_seconds_bucket{camera=", "le=\"0.2\"} 1\n", "le=\"+Inf\"} 1\n"}) {
     EXPECT_TRUE(has(metrics, expected)) << expected << metrics;
   }
   for (const char* bundle : {"", "no json", R"({"stat": {"temp": 1}})"}) {
