@@ -520,6 +520,7 @@ void frame_over_the_wire(benchmark::State& state) {
     seen["bare_us"].push_back(bare.frameUs);
     seen["bare_wakes"].push_back(bare.wakeUps);
     seen["bare_delay_us"].push_back(bare.delayUs);
+    seen["bare_late_us"].push_back(bare.lateUs);
     seen["library_us"].push_back(library.frameUs);
     seen["library_wakes"].push_back(library.wakeUps);
     seen["library_delay_us"].push_back(library.delayUs);

@@ -95,7 +95,7 @@ void nap_planner::learn(const look& seen) {
   newest_ = newest;
 }
 
-// From the first look at a frame to its end. Most of a frame must come in between: what little comes after a
+// From the first look at a frame to its end. Part of a frame must come in between: what little comes after a
 // sender was held up says nothing.
 void nap_planner::learn_packet_distance(const look& seen, double newest) {
   const std::uint32_t came = missingFirst_ - std::min(seen.missing, missingFirst_);
@@ -106,9 +106,11 @@ void nap_planner::learn_packet_distance(const look& seen, double newest) {
     came_ = 0;
   } else if (seen.frameEnded) {
     const double distance = (newest - newestFirst_) / came;
-    if (came > packetsOfFrame_ / 2) {
-      // To expect the end too late delays it; to expect it too early costs a nap.
-      packetDistance_ = distance < packetDistance_ ? distance : mean_of(packetDistance_, distance);
+    if (came > packetsOfFrame_ / 8) {
+      // To expect the end too late delays it; to expect it too early costs a nap. So the distance falls at
+      // once, and one frame whose sender was held up does not raise it by much.
+      packetDistance_ =
+          packetDistance_ == 0 ? distance : std::min(distance, packetDistance_ * (1 + lessonWeight));
     }
     missingFirst_ = 0;
   }

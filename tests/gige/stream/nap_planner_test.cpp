@@ -28,6 +28,7 @@ struct stream {
   double mostWakes = 3;             // a frame
   nanoseconds medianDelay = 200us;  // from last packet to delivery
   nanoseconds worstDelay = 1ms;     // of 99 in 100
+  nanoseconds heldUp = 0ms;         // the sender, within one frame of 200
 };
 
 void PrintTo(const stream& of, std::ostream* to) {
@@ -61,6 +62,8 @@ class receiver {
       const nanoseconds begin = 1s + frame * from_.frameDistance + nanoseconds(jitter(random));
       before = std::max(before, begin);
       for (std::uint32_t packet = 0; packet < from_.packets; ++packet) {
+        const bool isHeldUp = packet == from_.packets / 8 && frame % 200 == 100;
+        before += isHeldUp ? from_.heldUp : 0ms;
         arrivals_.push_back(before += from_.packetDistance);
       }
     }
@@ -128,15 +131,16 @@ TEST_P(nap_planning, delivers_in_time_with_few_wake_ups_and_a_buffer_that_never_
   EXPECT_EQ(result.drops, 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(streams, nap_planning,
-                         testing::Values(stream{"in_one_burst", 148, 10ms, 2us, 1us, 4000},
-                                         stream{"spread_over_the_period", 148, 10ms, 60us, 1us, 4000},
-                                         stream{"small_packets", 900, 10ms, 1us, 400ns, 4000},
-                                         stream{"one_frame_behind_the_other", 148, 1ms, 6us, 2us, 1000},
-                                         stream{"unsteady", 148, 200ms, 10us, 1us, 4000, 5ms},
-                                         stream{"small_frames", 3, 200us, 5us, 2us, 4000, 10us},
-                                         stream{"a_buffer_of_a_third_of_a_frame", 148, 10ms, 30us, 1us, 50,
-                                                30us, 14}),
-                         [](const auto& of) { return of.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    streams, nap_planning,
+    testing::Values(stream{"in_one_burst", 148, 10ms, 2us, 1us, 4000},
+                    stream{"spread_over_the_period", 148, 10ms, 60us, 1us, 4000},
+                    stream{"small_packets", 900, 10ms, 1us, 400ns, 4000},
+                    stream{"one_frame_behind_the_other", 148, 1ms, 6us, 2us, 1000},
+                    stream{"unsteady", 148, 200ms, 10us, 1us, 4000, 5ms},
+                    stream{"held_up_now_and_then", 148, 10ms, 2us, 500ns, 4000, 30us, 3, 200us, 1ms, 100ms},
+                    stream{"small_frames", 3, 200us, 5us, 2us, 4000, 10us},
+                    stream{"a_buffer_of_a_third_of_a_frame", 148, 10ms, 30us, 1us, 50, 30us, 14}),
+    [](const auto& of) { return of.param.name; });
 
 }  // namespace
