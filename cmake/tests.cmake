@@ -2,6 +2,9 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# Tests compile in half the time without optimisation; what they test keeps its own.
+set(TEST_OPTIONS -O0)
+
 # A property of tests in whose process cameras' descriptions are read, by libraries that the thread sanitizer does not see.
 set(DESCRIPTION_READERS)
 if(DRIVER_DALSA_SANITIZE MATCHES thread)
