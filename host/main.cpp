@@ -13,6 +13,7 @@
 #include "host/acquire/signals.h"
 #include "host/check/cameras.h"
 #include "host/check/check.h"
+#include "host/check/features.h"
 #include "host/config/config.h"
 #include "host/config/template.h"
 #include "host/config/text.h"
@@ -33,8 +34,12 @@ int log_level(const host::options& chosen) {
   return chosen.what == host::command::run ? 3 : 1;
 }
 
+host::camera_library library_of(const host::options& chosen) {
+  return host::camera_library(host::find_framework(chosen.libraries.framework));
+}
+
 int run(const host::options& chosen, host::config configuration, host::console& screen) {
-  const host::camera_library library(host::find_framework(chosen.libraries.framework));
+  const host::camera_library library = library_of(chosen);
   const host::bundle_session bundle(host::find_bundle(chosen.libraries.bundle));
   host::session session(chosen, std::move(configuration), library, bundle, screen);
   return session.run();
@@ -51,14 +56,20 @@ int execute(const host::options& chosen, host::config configuration, host::conso
       for (const host::camera_config& camera : configuration.cameras) {
         wanted.push_back(camera.serial);
       }
-      const host::camera_library library(host::find_framework(chosen.libraries.framework));
-      return host::list_cameras(library, wanted, chosen.libraries.is_simulated());
+      return host::list_cameras(library_of(chosen), wanted, chosen.libraries.is_simulated());
     }
     case host::command::validate:
       fmt::print("{}: valid, {} cameras, {} sweeps\n", chosen.configPath, configuration.cameras.size(),
                  configuration.sweeps.size());
       break;
+    case host::command::features:
+      return host::show_features(library_of(chosen), chosen.camera, chosen.features);
+    case host::command::address:
+      return host::set_camera_address(library_of(chosen), chosen.camera, chosen.address);
     case host::command::config:
+      if (!chosen.camera.empty()) {
+        return host::write_config(library_of(chosen), chosen.camera);
+      }
       fmt::print("{}", host::config_template());
       break;
   }

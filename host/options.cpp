@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <map>
 
+#include "host/check/features.h"
 #include "host/config/keys.h"
 #include "host/config/text.h"
 
@@ -126,11 +127,26 @@ void add_config(CLI::App& app, options& to, bool isRequired) {
 void add_common(CLI::App& app, options& to) {
   add_text(app, "-F,--framework", to.libraries.framework, "LIB", "sim, gige (default), or a path");
   add_text(app, "-B,--bundle", to.libraries.bundle, "PATH", "the camera driver bundle, when another");
+  add_choice(app, "-l,--log-level", to.logLevel, levels(), "LEVEL", "1-5 or error,warning,state,done,exec");
+}
+
+void add_choice_of_cameras(CLI::App& app, options& to) {
   app.add_option("-c,--camera", to.cameras, "only this camera; may be repeated")
       ->type_name("SERIAL")
       ->allow_extra_args(false);
-  add_choice(app, "-l,--log-level", to.logLevel, levels(), "LEVEL", "1-5 or error,warning,state,done,exec");
 }
+
+void add_camera(CLI::App& app, options& to, bool isRequired) {
+  app.add_option("CAMERA", to.camera, "serial number")->type_name("")->required(isRequired);
+}
+
+// An address that a camera can have.
+const CLI::Validator kAddress(
+    [](const std::string& text) {
+      return parse_address(text) ? std::string()
+                                 : fmt::format("'{}' must be IP/MASK of one host, as 192.168.0.7/24", text);
+    },
+    "", "address");
 
 void add_run(CLI::App& app, options& to) {
   add_count(app, "-n,--frames", to.frames, "end after N frames of each camera");
@@ -257,25 +273,33 @@ command_line parse_command_line(int argc, const char* const* argv) {
       "'mediagrabber COMMAND --help' lists a command's options.\n"
       "Exit codes: 0 done, 1 failed, 2 wrong usage or configuration.");
 
-  const std::array commands = {
-      std::pair{command::run, app.add_subcommand("run", "acquire until stopped")},
-      std::pair{command::check, app.add_subcommand("check", "acceptance test of the configured cameras")},
-      std::pair{command::validate, app.add_subcommand("validate", "say what is wrong with a configuration")},
-      std::pair{command::cameras,
-                app.add_subcommand("cameras", "list the cameras, or say why there are none")},
-      std::pair{command::config, app.add_subcommand("config", "write a commented configuration")}};
-  for (const auto& [what, sub] : commands) {
-    if (what == command::config) {
-      continue;
-    }
-    add_config(*sub, to, what != command::cameras);
-    if (what == command::run) {
-      add_run(*sub, to);
-      add_live(*sub, live);
-    }
-    add_common(*sub, to);
-    add_verbosity(*sub, to);
+  CLI::App* const run = app.add_subcommand("run", "acquire until stopped");
+  CLI::App* const check = app.add_subcommand("check", "acceptance test of the configured cameras");
+  CLI::App* const validate = app.add_subcommand("validate", "say what is wrong with a configuration");
+  CLI::App* const cameras = app.add_subcommand("cameras", "list the cameras, or say why there are none");
+  CLI::App* const features = app.add_subcommand("features", "list, read and write the features of a camera");
+  CLI::App* const config =
+      app.add_subcommand("config", "write a commented configuration, or that of a camera");
+  CLI::App* const address = app.add_subcommand("address", "give a camera a temporary address");
+  add_run(*run, to);
+  add_live(*run, live);
+  add_camera(*features, to, true);
+  features->add_option("FEATURE", to.features, "NAME to read, NAME=VALUE to write")->type_name("");
+  add_camera(*config, to, false);
+  add_camera(*address, to, true);
+  address->add_option("IP/MASK", to.address, "as 192.168.0.7/24")->type_name("")->required()->check(kAddress);
+  for (CLI::App* each : {run, check, validate, cameras}) {
+    add_config(*each, to, each != cameras);
+    add_choice_of_cameras(*each, to);
   }
+  for (CLI::App* each : {run, check, validate, cameras, features, config, address}) {
+    add_common(*each, to);
+    add_verbosity(*each, to);
+  }
+  const std::array commands = {std::pair{command::run, run},           std::pair{command::check, check},
+                               std::pair{command::validate, validate}, std::pair{command::cameras, cameras},
+                               std::pair{command::features, features}, std::pair{command::config, config},
+                               std::pair{command::address, address}};
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -14,12 +14,16 @@
 
 namespace host {
 
-enum class command : std::uint8_t { run, check, validate, cameras, config };
+enum class command : std::uint8_t { run, check, validate, cameras, features, config, address };
 
 struct options {
   std::string configPath;  ///< may be empty for `cameras`
   library_choice libraries;
   std::vector<std::string> cameras;  ///< serial numbers; empty: all
+
+  std::string camera;                 ///< of `features`, `config` and `address`; may be empty for `config`
+  std::vector<std::string> features;  ///< NAME, or NAME=VALUE
+  std::string address;                ///< IP/MASK
 
   std::string recordDirectory;  ///< empty: no recording
   std::string y4mPath;          ///< empty: no video

@@ -210,7 +210,7 @@ bool session::wait_for_runners(std::chrono::milliseconds longest) {
          clock::now() < deadline) {
     const int signal = wait_signal(kEndTick);
     isHurried = signal != 0 && signal != SIGHUP;
-    isInterrupted_ = isInterrupted_ || isHurried;
+    isInterrupted_ = isInterrupted_ || isHurried;  // also one that comes during a reload
   }
   return haveEnded;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <utility>
 
 #include "core/log.h"
@@ -97,7 +98,7 @@ void camera_runner::work() {
   pthread_setname_np(pthread_self(), "acquisition");
   while (!is_end_wanted()) {
     take_failures();
-    if (run_device() || is_end_wanted()) {
+    if (run_device_safely() || is_end_wanted()) {
       continue;
     }
     slot_.monitor.failed();
@@ -143,6 +144,16 @@ void camera_runner::explain_failure() {
     }
   }
   refusal_ = std::move(found);
+}
+
+// An exception of the host's own, as without memory, costs the device and not the program.
+bool camera_runner::run_device_safely() {
+  try {
+    return run_device();
+  } catch (const std::exception& error) {
+    LOG(1, "fail: exception <%s>", error.what());
+    return false;
+  }
 }
 
 // True when it ended as it was asked to; false when the device could not be created or its run failed.

@@ -103,6 +103,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   // On the runner's thread.
   void work();
   device_like* create_device();
+  bool run_device_safely();
   bool run_device();
   void close_device();
   void explain_failure();

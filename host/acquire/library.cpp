@@ -104,6 +104,12 @@ std::vector<GEV_DEVICE_INTERFACE> camera_library::list() const {
   return cameras;
 }
 
+library_session::library_session(const camera_library& library) : library_(library) {
+  if (const GEV_STATUS status = library.initialize(); status != GEVLIB_OK) {
+    throw library_error(fmt::format("the camera library does not start: GevApiInitialize gave {}", status));
+  }
+}
+
 bundle_session::bundle_session(const fs::path& path) {
   constexpr const char* kWhat = "camera driver bundle";
   void* const handle = load(kWhat, path, RTLD_LOCAL);

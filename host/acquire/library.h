@@ -68,6 +68,19 @@ class camera_library {
   decltype(&GevSetFeatureValue) setFeatureValue_;
 };
 
+/// The camera library alone, initialized from construction to destruction: for what needs no bundle.
+class library_session {
+ public:
+  /// library_error when it does not start.
+  explicit library_session(const camera_library& library);
+  ~library_session() { library_.uninitialize(); }
+  library_session(const library_session&) = delete;
+  library_session& operator=(const library_session&) = delete;
+
+ private:
+  const camera_library& library_;
+};
+
 /// The bundle, started from construction to destruction. Needs the camera library loaded before.
 class bundle_session {
  public:

@@ -14,14 +14,15 @@ constexpr std::size_t kTextMax = 256;  // characters of a feature's value, with 
 
 }  // namespace
 
-open_camera::open_camera(const camera_library& library, const std::string& serial) : library_(library) {
+open_camera::open_camera(const camera_library& library, const std::string& serial, GevAccessMode mode)
+    : library_(library) {
   std::vector<GEV_DEVICE_INTERFACE> found = library.list();
   const auto own =
       std::find_if(found.begin(), found.end(), [&](const auto& each) { return serial == each.serial; });
   if (own == found.end()) {
     throw camera_error(fmt::format("camera '{}' does not answer", serial));
   }
-  if (const GEV_STATUS status = library_.openCamera_(&*own, GevControlMode, &handle_); status != GEVLIB_OK) {
+  if (const GEV_STATUS status = library_.openCamera_(&*own, mode, &handle_); status != GEVLIB_OK) {
     throw camera_error(fmt::format("camera '{}' can't be opened: {}", serial, status_text(status)));
   }
 }

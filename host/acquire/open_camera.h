@@ -19,11 +19,11 @@ class camera_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Open from construction to destruction, with control: the bundle can't have it meanwhile. On one thread.
+/// Open from construction to destruction; with control, the bundle can't have it meanwhile. On one thread.
 class open_camera {
  public:
   /// The library must be initialized (see bundle_session) and outlive this. camera_error.
-  open_camera(const camera_library& library, const std::string& serial);
+  open_camera(const camera_library& library, const std::string& serial, GevAccessMode mode = GevControlMode);
   ~open_camera();
   open_camera(const open_camera&) = delete;
   open_camera& operator=(const open_camera&) = delete;

@@ -154,12 +154,8 @@ std::vector<std::string> why_missing(const std::string& serial, const camera_sea
 }
 
 int list_cameras(const camera_library& library, const std::vector<std::string>& wanted, bool isSimulated) {
-  if (const GEV_STATUS status = library.initialize(); status != GEVLIB_OK) {
-    throw library_error(fmt::format("the camera library does not start: GevApiInitialize gave {}", status));
-  }
+  const library_session started(library);
   const camera_search search = search_cameras(library, isSimulated);
-  library.uninitialize();
-
   std::vector<std::string> reasons;
   if (search.found.empty()) {
     reasons = why_none(search.interfaces);

@@ -12,23 +12,29 @@ const char* need_text(presence need) {
   return texts[static_cast<std::size_t>(need)];
 }
 
-// In an active section an optional key stands as a comment, in any other every key does, so that nothing
-// changes.
-std::string template_lines(const key_table& keys, bool isActive) {
+// In an active section an optional key stands as a comment unless it has a value, in any other every key
+// does, so that nothing changes.
+std::string template_lines(const key_table& keys, bool isActive, const camera_values& camera = {}) {
   std::string lines;
   for (const key_spec& key : keys) {
-    const bool isComment = !isActive || key.need == presence::optional;
-    lines += fmt::format("# {}\n# {}; {}.\n{}{} = {}\n\n", key.comment, expectation(key), need_text(key.need),
-                         isComment ? "#" : "", key.name, key.example);
+    const auto own = camera.find(key.name);
+    const bool isOwn = own != camera.end();
+    const bool isComment = !isActive || (key.need == presence::optional && !isOwn);
+    lines += fmt::format("# {}\n# {}; {}.\n", key.comment, expectation(key), need_text(key.need));
+    if (isOwn && !own->second.limits.empty()) {
+      lines += fmt::format("# This camera takes {}.\n", own->second.limits);
+    }
+    lines +=
+        fmt::format("{}{} = {}\n\n", isComment ? "#" : "", key.name, isOwn ? own->second.value : key.example);
   }
   return lines;
 }
 
 }  // namespace
 
-std::string config_template() {
+std::string config_template(const camera_values& camera) {
   return "# Configuration of mediagrabber. One [[camera]] for each camera.\n\n[[camera]]\n" +
-         template_lines(camera_keys(), true) +
+         template_lines(camera_keys(), true, camera) +
          "# One [[camera.pin]] for each IR output of the camera above it.\n#[[camera.pin]]\n" +
          template_lines(pin_keys(), false) +
          "# Sweeps change settings while frames flow, one after the other in the order of the file.\n"

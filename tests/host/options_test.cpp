@@ -49,6 +49,15 @@ TEST(options, are_refused_at_their_boundaries) {
       {{"run", "c", "-l", "6"}, 2},
       {{"run", "c", "-l", "loud"}, 2},
       {{"check", "c", "-n", "1"}, 2},
+      {{"features"}, 2},
+      {{"features", "A", "Gain=1", "Width"}, -1},
+      {{"config", "A"}, -1},
+      {{"address", "A", "10.0.0.1/24"}, -1},
+      {{"address", "A", "10.0.0.1/255.255.255.0"}, -1},
+      {{"address", "A", "10.0.0.0/24"}, 2},
+      {{"address", "A", "10.0.0.255/24"}, 2},
+      {{"address", "A", "10.0.0.1/255.0.255.0"}, 2},
+      {{"address", "A", "10.0.0.1"}, 2},
       {{"run", "c", "--unknown"}, 2},
   };
   for (const auto& each : cases) {

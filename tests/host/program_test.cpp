@@ -367,6 +367,27 @@ TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
   EXPECT_TRUE(has(broken.error(), "GevApiInitialize gave -1")) << broken.error();
 }
 
+TEST_F(mediagrabber, shows_and_writes_features_and_makes_a_configuration_of_them) {
+  auto all = start({"features", "SIM00001"});
+  EXPECT_EQ(all.wait(), 0) << all.error();
+  EXPECT_TRUE(has(all.out(), "Root/ImageFormatControl\n") && has(all.out(), "64 to 320 in steps of 16"))
+      << all.out();
+  auto one = start({"features", "SIM00001", "Width=128", "lutMode", "Gain=99", "Widht"});
+  EXPECT_EQ(one.wait(), 1);
+  EXPECT_TRUE(has(one.out(), " 128 px ") && has(one.out(), "Off, Active")) << one.out();
+  EXPECT_TRUE(has(one.error(), "Gain = 99: refused: ") && has(one.error(), "did you mean 'Width'?"))
+      << one.error();
+  auto config = start({"config", "SIM00001"});
+  EXPECT_EQ(config.wait(), 0) << config.error();
+  EXPECT_TRUE(has(config.out(), "# This camera takes 64 to 320 in steps of 16.\nwidth = 320\n"))
+      << config.out();
+  auto run = start({"run", configure(config.out()), "-n", "2"});
+  EXPECT_EQ(run.wait(), 0) << run.error();
+  auto address = start({"address", "SIM00001", "10.0.0.1/24"});
+  EXPECT_EQ(address.wait(), 1);
+  EXPECT_TRUE(has(address.error(), "this camera library can't set addresses")) << address.error();
+}
+
 TEST_F(mediagrabber, check_tells_good_cameras_from_bad_ones) {
   const std::string pins = "[[camera.pin]]\nline = \"Line3\"\n";
   const std::string sweep = "[[sweep]]\nafter_seconds = 60\nexposure_us = 2500\ngain_db = 3\n";
