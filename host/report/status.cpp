@@ -127,7 +127,7 @@ std::string setting_text(const setting_outcome& setting) {
 }  // namespace
 
 double seconds(std::uint64_t us) {
-  return static_cast<double>(us) * 1e-6;
+  return static_cast<double>(us) / 1e6;
 }
 
 std::optional<double> since_last_frame(const camera_figures& figures) {
