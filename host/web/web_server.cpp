@@ -365,20 +365,20 @@ MHD_Result web_server::loop::send_stream(MHD_Connection* connection, const web_a
   if (auto* const own = static_cast<client*>(info->socket_context); own != nullptr) {
     own->deadline = clock::time_point::max();
   }
-  streams_.push_back(fresh.get());
-  answer.stream->on_data([wake = wake_.get(), each = fresh.get()] {
-    each->hasData = true;
+  streaming* const owned = fresh.release();  // by the response
+  streams_.push_back(owned);
+  answer.stream->on_data([wake = wake_.get(), owned] {
+    owned->hasData = true;
     eventfd_write(wake, 1);
   });
   const response_holder response(
-      MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kStreamBlock, &loop::read_stream, fresh.get(),
+      MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kStreamBlock, &loop::read_stream, owned,
                                         &loop::free_stream),
       MHD_destroy_response);
   if (!response) {
-    free_stream(fresh.release());
+    free_stream(owned);
     return MHD_NO;
   }
-  fresh.release();  // the response's now
   return send(connection, response, answer);
 }
 

@@ -81,6 +81,8 @@ TEST(options, tell_what_a_mistyped_word_was_probably_meant_to_be) {
       {{"run", "c", "--fraems", "3"}, "unknown option '--fraems', did you mean '--frames'?"},
       {{"run", "c", "d"}, "unknown word 'd'"},
       {{"run", "c", "-f", "jpg"}, "--format: jpg not in {pgm,png,raw}"},
+      {{"run", "c", "--web-read-only"}, "--web-read-only requires --web"},
+      {{"run", "c", "--web", "1", "--web-cert", "x"}, "--web-cert requires --web-key"},
       {{"run", "c", "-n", "0"}, "--frames: Value 0 not in range 1 to"}};
   for (const auto& [arguments, text] : cases) {
     std::vector<const char*> all = {"mediagrabber"};

@@ -153,7 +153,7 @@ std::string token_of_file(const std::string& path) {
   text.resize(static_cast<std::size_t>(file.gcount()));
   constexpr const char* kSpace = " \t\r\n";
   const auto begin = std::min(text.find_first_not_of(kSpace), text.size());
-  const std::string token = text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
+  std::string token = text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
   if (token.size() < kLeast || token.size() > kMost ||
       !std::all_of(token.begin(), token.end(), is_token_character)) {
     throw std::runtime_error(fmt::format(
