@@ -108,10 +108,17 @@ class gige_camera : public testing::Test {
     std::filesystem::remove_all(directory);
   }
 
-  GEV_STATUS open(GevAccessMode mode = GevControlMode) {
+  // How many cameras there are, once there are so many: a busy machine answers a search late.
+  int search(int wanted, int room = 4) {
     int count = 0;
-    EXPECT_EQ(GevGetCameraList(cameras.data(), static_cast<int>(cameras.size()), &count), GEVLIB_OK);
-    EXPECT_GE(count, 1);
+    for (int searches = 0; count < wanted && searches < 100; ++searches) {
+      EXPECT_EQ(GevGetCameraList(cameras.data(), room, &count), GEVLIB_OK);
+    }
+    return count;
+  }
+
+  GEV_STATUS open(GevAccessMode mode = GevControlMode) {
+    EXPECT_GE(search(1), 1);
     const GEV_STATUS status = GevOpenCamera(cameras.data(), mode, &handle);
     nodes = static_cast<GenApi::CNodeMapRef*>(GevGetFeatureNodeMap(handle));
     return status;
@@ -175,8 +182,7 @@ TEST_F(gige_camera, finds_cameras_and_takes_control_of_one) {
   EXPECT_NE(takeLog().find("no camera answered"), std::string::npos);
 
   const emulator two({"--serial", "ONE", "TWO", "--address", "127.0.0.1", "127.0.0.2", "--picture", "still"});
-  EXPECT_EQ(GevGetCameraList(cameras.data(), 1, &count), GEVLIB_OK);
-  EXPECT_EQ(count, 2);
+  EXPECT_EQ(search(2, 1), 2);
   EXPECT_STREQ(cameras[0].serial, "ONE");
   EXPECT_EQ(cameras[0].ipAddr, 0x7f000001U);
   EXPECT_STREQ(cameras[1].serial, "");
@@ -392,11 +398,6 @@ TEST_F(gige_camera, receives_every_form_of_frames) {
 // Catches what only our own emulation does, as a camera that does not tell where its frames come from.
 TEST_F(gige_camera, receives_frames_of_a_camera_of_another_make) {
   const tests::program fake(directory / "fake", {"arv-fake-gv-camera-0.8", "-i", "127.0.0.1", "-s", "FAKE1"});
-  int count = 0;
-  ASSERT_TRUE(tests::program::until([&] {
-    return GevGetCameraList(cameras.data(), static_cast<int>(cameras.size()), &count) == GEVLIB_OK &&
-           count == 1;
-  }));
   ASSERT_EQ(open(), GEVLIB_OK) << takeLog();
   ASSERT_EQ(GevStartTransfer(handle, UINT32_MAX), GEVLIB_OK) << takeLog();
   const std::int64_t pixels = integer("Width").GetValue() * integer("Height").GetValue();
