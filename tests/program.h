@@ -53,6 +53,9 @@ class program {
       argv.push_back(word.data());
     }
     argv.push_back(nullptr);
+    for (const auto& old : {out_, error_}) {  // what a program before it said
+      std::filesystem::remove(old);
+    }
     int input[2] = {-1, -1};
     EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
     input_ = input[1];

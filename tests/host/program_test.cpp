@@ -422,8 +422,12 @@ TEST_F(mediagrabber, check_tells_good_cameras_from_bad_ones) {
     for (std::size_t at = 0; (at = table.find("  ")) != std::string::npos;) {
       table.erase(at, 1);
     }
+    // A machine that is too busy to take every frame can't judge the rate, and says so.
+    const bool isBusy = has(table, "\n skipped frame interval") && has(table, "this machine was too busy");
     for (const std::string& row : each.rows) {
-      EXPECT_TRUE(has(table, "\n " + row)) << each.camera << ": no row '" << row << "' in\n" << table;
+      EXPECT_TRUE(has(table, "\n " + row) || (isBusy && row == "passed frame interval"))
+          << each.camera << ": no row '" << row << "' in\n"
+          << table;
     }
   }
 }
