@@ -30,18 +30,13 @@ const assembly_setup& checked(const assembly_setup& setup) {
   return setup;
 }
 
-// Requests are for cameras that answer them. Other missing packets were overtaken, or do not come.
-std::chrono::nanoseconds longest_wait(const assembly_setup& setup) {
-  return setup.cameraResends && setup.maxPacketResends > 0 ? setup.resendTimeout : resend_timeout::shortest;
-}
-
 }  // namespace
 
 frame_assembler::frame_assembler(const assembly_setup& setup, frame_owner& owner)
     : setup_(checked(setup)),
       layout_(lay_out(setup)),
       owner_(owner),
-      timeout_(longest_wait(setup)),
+      timeout_(setup.resendTimeout),
       frames_{frame_in_progress(setup_, layout_, owner, counters_, timeout_),
               frame_in_progress(setup_, layout_, owner, counters_, timeout_)},
       moves_(setup.largestBatch, layout_.bytesPerPacket) {

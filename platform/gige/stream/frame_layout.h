@@ -18,11 +18,12 @@ struct assembly_setup {
   std::uint32_t pixelFormat = 0;  // code of the Pixel Format Naming Convention
   std::uint32_t packetBytes = 0;  // with IP and UDP heads, as the camera's register counts
   gige_protocol::id_mode ids = gige_protocol::id_mode::standard;
-  bool cameraResends = false;                // it announces packet resend
-  std::uint32_t maxPacketResends = 0;        // packets of one frame that are asked for, repetitions counted
-  std::chrono::nanoseconds resendTimeout{};  // the longest wait for a packet that was asked for
-  std::chrono::nanoseconds frameTimeout{};   // from a frame's first packet to its end
-  std::size_t largestBatch = 64;             // datagrams that are predicted or accepted at once
+  bool cameraResends = false;          // it announces packet resend
+  std::uint32_t maxPacketResends = 0;  // packets of one frame that are asked for, repetitions counted
+  std::chrono::nanoseconds
+      resendTimeout{};                      // the longest wait for a packet that is missing, or was asked for
+  std::chrono::nanoseconds frameTimeout{};  // from a frame's first packet to its end
+  std::size_t largestBatch = 64;            // datagrams that are predicted or accepted at once
 };
 
 // Packet 0 is the leader, packets from 1 on carry the payload, and the last one is the trailer. A frame may

@@ -47,11 +47,12 @@ class frame_assembly : public testing::Test, public frame_owner {
   void request(const resend_request& packets) override { lastRequest_ = packets; }
 
  protected:
-  void send(const sent_packet& packet, moment when = {}) {
+  void send(const sent_packet& packet, moment when = {}) { send_to(assembler_, packet, when); }
+  void send_to(frame_assembler& assembler, const sent_packet& packet, moment when) {
     const auto bytes = bytes_of(packet, lay_out(camera_.setup));
     const std::size_t head = std::min(bytes.size(), head_size(camera_.setup.ids));
     const datagram received{bytes.data(), bytes.data() + head, bytes.size()};
-    assembler_.accept({&received, 1}, when);
+    assembler.accept({&received, 1}, when);
   }
   // Packets `first` to `last` of a frame, each in a batch of its own.
   void send(std::uint64_t frame, std::uint32_t first, std::uint32_t last, moment when = {}) {
@@ -100,6 +101,18 @@ TEST_F(frame_assembly, LosesOneFrameWithOnePacket) {
   send(2, 10, trailerNumber);
   EXPECT_THAT(ended(),
               ElementsAre(frame_end(1, frame_outcome::incomplete), frame_end(2, frame_outcome::whole)));
+}
+
+TEST_F(frame_assembly, WaitsForASenderThatIsHeldUpAlsoWhereNothingCanBeAskedFor) {
+  assembly_setup setup = camera_.setup;
+  setup.cameraResends = false;
+  frame_assembler assembler(setup, *this);
+  for (std::uint32_t number = 0; number <= trailerNumber; ++number) {
+    const moment when(number < 10 ? 0ms : setup.resendTimeout - 1ms);
+    assembler.expire(when);
+    send_to(assembler, true_packet(1, number, camera_), when);
+  }
+  EXPECT_THAT(ended(), ElementsAre(frame_end(1, frame_outcome::whole)));
 }
 
 TEST_F(frame_assembly, IsMovedByTwoPacketsInARowButNotByOne) {

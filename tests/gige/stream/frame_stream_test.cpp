@@ -28,8 +28,8 @@ using gige::transport_choice;
 using record = camera_extension_health_record;
 using clock_type = std::chrono::steady_clock;
 
-constexpr std::uint32_t patienceMs = 5000;
-constexpr auto hang = 1s;  // ten times what any end may take
+constexpr std::uint32_t patienceMs = 20'000;  // only what fails lasts that long
+constexpr auto hang = 1s;                     // ten times what any end may take
 
 gige::stream_setup setup_for(transport_choice transport) {
   return {.camera = "S1",
@@ -46,7 +46,7 @@ gige::stream_setup setup_for(transport_choice transport) {
           .cameraResends = true,
           .maxPacketResends = 20,
           .packetResendMs = 20,
-          .frameTimeoutMs = 300,
+          .frameTimeoutMs = 3 * patienceMs,
           .framesBuffered = 4,
           .memoryLimitBytes = 16U << 20U};
 }
@@ -84,7 +84,7 @@ class stream : public testing::TestWithParam<transport_choice> {
   }
   /// Waits until the figure, which the receiving thread counts in its own time, is that.
   bool comes_to(std::uint64_t record::*figure, std::uint64_t value) const {
-    const auto end = clock_type::now() + 5s;
+    const auto end = clock_type::now() + std::chrono::milliseconds(patienceMs);
     while (health().*figure != value && clock_type::now() < end) {
       std::this_thread::sleep_for(1ms);
     }
