@@ -378,7 +378,9 @@ TEST_F(wire, frames_that_lost_packets_are_counted_and_never_handed_over) {
   // Of 16 packets each: about one frame of seven breaks.
   const auto frames = recorded({seen_through(kCorner)});
   ASSERT_GT(frames.size(), 100U) << "a lost packet costs more than its frame: " << host.error();
-  EXPECT_EQ(number_after(host.error(), "(whole:"), static_cast<long>(frames.size()) + 1) << host.error();
+  // The first one is never handed over, and some may be waiting when the run ends.
+  const long whole = number_after(host.error(), "(whole:") - static_cast<long>(frames.size()) - 1;
+  EXPECT_TRUE(whole >= 0 && whole <= 5) << host.error();
   const long gaps = static_cast<long>(frames.back().number - frames.front().number + 1 - frames.size());
   EXPECT_GT(gaps, 0);
   EXPECT_GE(number_after(host.error(), "incomplete:") + number_after(host.error(), "missing:"), gaps)
