@@ -285,7 +285,8 @@ void device::settle(const local_address& at) {
   }
   std::vector<udp_socket> listeners = listen_at(at);
   stream_ = std::make_unique<stream>(at.ip, sensor(scene_, setup_.hasNoise, setup_.isStill),
-                                     setup_.hasHonestDelay, [this] { return look(); });
+                                     stream_limits{setup_.hasHonestDelay, setup_.linkSpeed},
+                                     [this] { return look(); });
   listeners_ = std::move(listeners);
   address_ = at;
   const std::scoped_lock lock(mutex_);

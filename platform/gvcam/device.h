@@ -31,6 +31,7 @@ struct camera_setup {
   bool isStill = false;           // drawn for the first frame of an acquisition, repeated in the others
   bool resetsOnClose = false;     // power-up settings come back when a client lets go
   bool hasHonestDelay = false;    // packets keep the delay that the client asks for
+  std::uint32_t linkSpeed = 0;    // megabits a second that the stream keeps to; 0: as fast as the machine is
   bool canResend = true;          // announces that packets are sent again, and does it
   bool hasExtendedIds = false;    // at power-up: 64-bit block ids
   bool hasExtendedChunks = true;  // at power-up: an image with chunks, rather than chunks only

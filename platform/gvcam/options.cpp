@@ -174,6 +174,9 @@ void declare(CLI::App& app, raw_options& raw, options& wanted) {
   choice("--ids", raw.ids, "standard", "extended", "of frames at power-up: standard (16 bits) or extended");
   choice("--chunks", raw.chunks, "extended", "standard",
          "at power-up: extended (an image with chunks), or standard");
+  option("--link-speed", setup.linkSpeed, "MBIT/S",
+         "that the stream keeps to; 0 for as fast as the machine is")
+      ->check(unsaid(CLI::Range(0, 100000)));
   option("--seed", raw.seed, "NUMBER", "of what happens to packets");
   several("--fault", wanted.faults, "COMMAND", "a command as below, from the start");
   option("--xml", wanted.descriptionPath, "FILE", "a GenICam description, for the built-in one")

@@ -31,10 +31,10 @@ bool has_receiver(const stream_state& now) {
 
 }  // namespace
 
-stream::stream(std::uint32_t ip, sensor view, bool hasHonestDelay, look_up look)
+stream::stream(std::uint32_t ip, sensor view, stream_limits limits, look_up look)
     : socket_(endpoint{ip, 0}),
       sensor_(std::move(view)),
-      hasHonestDelay_(hasHonestDelay),
+      limits_(limits),
       look_(std::move(look)),
       thread_([this] { run(); }) {}
 
@@ -180,18 +180,29 @@ stream::frame_pointer stream::kept(std::uint64_t blockId) {
   return found == frames_.end() ? nullptr : *found;
 }
 
+// From the start of one packet to the start of the next.
+nanoseconds stream::packet_distance(const frame_settings& settings) const {
+  constexpr std::uint32_t ethernetBytes = 38;  // preamble, head, checksum and gap of each packet
+  const nanoseconds delay = limits_.keepsPacketDelay ? settings.packetDelay : nanoseconds(0);
+  if (limits_.linkSpeed == 0) {
+    return delay;
+  }
+  const std::uint64_t bits = std::uint64_t{8} * (settings.packetSize + ethernetBytes);
+  return delay + nanoseconds(bits * 1000 / limits_.linkSpeed);
+}
+
 void stream::send(const stream_state& now, const frame& made) {
-  const nanoseconds delay = hasHonestDelay_ ? now.settings.packetDelay : nanoseconds(0);
+  const nanoseconds distance = packet_distance(now.settings);
   const std::size_t atOnce =
-      delay.count() == 0
+      distance.count() == 0
           ? packetsAtOnce
-          : std::clamp<std::size_t>(static_cast<std::size_t>(shortestSleep / delay), 1, packetsAtOnce);
+          : std::clamp<std::size_t>(static_cast<std::size_t>(shortestSleep / distance), 1, packetsAtOnce);
   const std::vector<std::uint32_t> order = sending_order(now.faults, made.block_id(), made.packet_count());
   const clock::time_point begun = clock::now();
   std::vector<frame_packet> packets;
   packets.reserve(atOnce);
   for (std::size_t at = 0; at < order.size(); at += packets.size()) {
-    wait_until(begun + at * delay);
+    wait_until(begun + at * distance);
     packets.clear();
     for (const std::uint32_t id : std::span(order).subspan(at).first(std::min(atOnce, order.size() - at))) {
       packets.push_back(made.packet(id));

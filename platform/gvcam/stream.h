@@ -27,15 +27,20 @@ struct stream_state {
   std::chrono::steady_clock::time_point clockStart;  // since when timestamps count
 };
 
+// What keeps packets apart, besides the machine.
+struct stream_limits {
+  bool keepsPacketDelay = false;  // the delay that the client asks for
+  std::uint32_t linkSpeed = 0;    // of the camera's link, megabits a second; 0: no limit
+};
+
 // Has a thread of its own that draws and sends. All members are for any one other thread.
 class stream {
  public:
   // Tells the state of the moment; called in either thread.
   using look_up = std::function<stream_state()>;
 
-  // Sends from that address. With an honest delay it keeps the time between packets that the client asks for.
-  // `view` must outlive it. Raises std::system_error when there is no socket.
-  stream(std::uint32_t ip, sensor view, bool hasHonestDelay, look_up look);
+  // Sends from that address. `view` must outlive it. Raises std::system_error when there is no socket.
+  stream(std::uint32_t ip, sensor view, stream_limits limits, look_up look);
   ~stream();
   stream(const stream&) = delete;
   stream& operator=(const stream&) = delete;
@@ -65,11 +70,12 @@ class stream {
   void keep(const frame_pointer& made);
   frame_pointer kept(std::uint64_t blockId);
   void send(const stream_state& now, const frame& made);
+  std::chrono::nanoseconds packet_distance(const frame_settings& settings) const;
   void wait_until(clock::time_point when);
 
   udp_socket socket_;
   sensor sensor_;
-  bool hasHonestDelay_;
+  const stream_limits limits_;
   look_up look_;
   std::uint64_t attempts_ = 0;  // packets that were asked for again
 
