@@ -17,7 +17,8 @@ constexpr double mostFill = 0.5;
 constexpr double leastSlack = 10 * microsecond;
 constexpr double mostSlack = 200 * microsecond;
 
-constexpr double lessonWeight = 1.0 / 8;  // of what was seen last
+constexpr double lessonWeight = 1.0 / 8;   // of what was seen last
+constexpr double mostRise = 1 + 1.0 / 64;  // of the packets' distance, from frame to frame
 // A frame that deviates by more from when it was expected shows another rate, or a camera that has none. A
 // nap of half a millisecond too long is late already.
 constexpr double steadyShare = 1.0 / 8;  // of the frames' distance
@@ -46,7 +47,7 @@ nap_planner::plan nap_planner::next(const look& seen) {
     return nextPacket;
   }
   const double now = count_of(seen.now);
-  const double end = inProgress ? newest_ + seen.missing * packetDistance_ : frameEnd_ + frameDistance_;
+  const double end = inProgress ? newest_ + seen.missing * packetDistance_ : expected_ + frameDistance_;
   const double slack = inProgress ? packetDistance_ : std::clamp(unsteadiness_, leastSlack, mostSlack);
   if (!inProgress && end + slack < now) {
     return nextPacket;  // overdue
@@ -73,7 +74,7 @@ double nap_planner::longest_nap(const look& seen) const {
   if (seen.missing > 0) {
     return untilFull;
   }
-  const double begin = frameEnd_ + frameDistance_ - packetsOfFrame_ * packetDistance_;
+  const double begin = expected_ + frameDistance_ - packetsOfFrame_ * packetDistance_;
   return std::max(begin - count_of(seen.now), 0.0) + untilFull;
 }
 
@@ -109,8 +110,7 @@ void nap_planner::learn_packet_distance(const look& seen, double newest) {
     if (came > packetsOfFrame_ / 8) {
       // To expect the end too late delays it; to expect it too early costs a nap. So the distance falls at
       // once, and one frame whose sender was held up does not raise it by much.
-      packetDistance_ =
-          packetDistance_ == 0 ? distance : std::min(distance, packetDistance_ * (1 + lessonWeight));
+      packetDistance_ = packetDistance_ == 0 ? distance : std::min(distance, packetDistance_ * mostRise);
     }
     missingFirst_ = 0;
   }
@@ -121,6 +121,7 @@ void nap_planner::learn_frame_distance(double end) {
   const bool first = frameEnd_ == 0;
   frameEnd_ = end;
   if (first) {
+    expected_ = end;
     return;
   }
   // A frame that was lost does not make its neighbours unexpected; two in a row are another rate.
@@ -129,12 +130,16 @@ void nap_planner::learn_frame_distance(double end) {
     distance /= frames;
   }
   skipped_ = frames > 1;
-  const double deviation = std::abs(distance - frameDistance_);
-  steady_ = frameDistance_ != 0 && deviation < std::min(frameDistance_ * steadyShare, steadyTime);
+  const double late = end - (expected_ + frames * frameDistance_);
+  const bool wasSteady = steady_;
+  steady_ = frameDistance_ != 0 && std::abs(late) < std::min(frameDistance_ * steadyShare, steadyTime);
+  // A frame that was held up on its way delays neither the next one nor, by much, what is expected of it.
+  // 10 ms apart, frames that ended at 0, 10.4 and 20.0 ms let the next one be expected near 30.0, not 30.4.
+  expected_ = late > 0 && (steady_ || wasSteady) ? end - late * (1 - lessonWeight) : end;
   if (steady_) {
-    unsteadiness_ = mean_of(unsteadiness_, deviation);
+    unsteadiness_ = mean_of(unsteadiness_, std::abs(late));
     frameDistance_ = mean_of(frameDistance_, distance);
-  } else {
+  } else if (!wasSteady) {
     frameDistance_ = distance;
   }
 }

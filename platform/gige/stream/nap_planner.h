@@ -54,6 +54,7 @@ class nap_planner {
   bool steady_ = false;        // the last frame came when it was expected to
   bool skipped_ = false;       // or a whole number of frames later
   double frameEnd_ = 0;        // of the last frame that ended
+  double expected_ = 0;        // when it would have ended had nothing held it up
 
   double newest_ = 0;               // packet of the look before
   double newestFirst_ = 0;          // of the first look at the frame in progress
