@@ -34,6 +34,11 @@ constexpr std::array rows = {
 };
 // clang-format on
 
+bool is_in_range(const GEV_CAMERA_OPTIONS& options, const option_row& row) {
+  const std::uint32_t value = options.*row.member;
+  return (value >= row.min && value <= row.max) || (value == 0 && row.zeroAllowed);
+}
+
 }  // namespace
 
 GEV_CAMERA_OPTIONS default_options() {
@@ -44,11 +49,23 @@ GEV_CAMERA_OPTIONS default_options() {
   return defaults;
 }
 
-bool possible(const GEV_CAMERA_OPTIONS& options) {
-  return std::all_of(rows.begin(), rows.end(), [&](const option_row& row) {
-    const std::uint32_t value = options.*row.member;
-    return (value >= row.min && value <= row.max) || (value == 0 && row.zeroAllowed);
-  });
+GEV_STATUS read_options(const GEV_CAMERA_OPTIONS& kept, GEV_CAMERA_OPTIONS* to) {
+  if (to == nullptr) {
+    return GEVLIB_ERROR_PARAMETER_NULL;
+  }
+  *to = kept;
+  return GEVLIB_OK;
+}
+
+GEV_STATUS replace_options(GEV_CAMERA_OPTIONS& kept, const GEV_CAMERA_OPTIONS* by) {
+  if (by == nullptr) {
+    return GEVLIB_ERROR_PARAMETER_NULL;
+  }
+  if (!std::ranges::all_of(rows, [&](const option_row& row) { return is_in_range(*by, row); })) {
+    return GEVLIB_ERROR_PARAMETER_INVALID;
+  }
+  kept = *by;
+  return GEVLIB_OK;
 }
 
 std::string listed(const GEV_CAMERA_OPTIONS& options) {

@@ -10,8 +10,13 @@ namespace gev {
 
 // What an opened camera starts with.
 GEV_CAMERA_OPTIONS default_options();
-// Whether the library can work with all of them.
-bool possible(const GEV_CAMERA_OPTIONS& options);
+
+// GevGetCameraInterfaceOptions and GevSetCameraInterfaceOptions of a camera that keeps its options in `kept`,
+// under the camera's lock. PARAMETER_NULL for a null pointer. Options of which one is out of its range are
+// not kept: PARAMETER_INVALID.
+GEV_STATUS read_options(const GEV_CAMERA_OPTIONS& kept, GEV_CAMERA_OPTIONS* to);
+GEV_STATUS replace_options(GEV_CAMERA_OPTIONS& kept, const GEV_CAMERA_OPTIONS* by);
+
 // "heartbeat_timeout_ms:5000, streamPktSize:1500, ...", all of them.
 std::string listed(const GEV_CAMERA_OPTIONS& options);
 

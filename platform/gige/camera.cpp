@@ -56,7 +56,7 @@ camera::camera(std::shared_ptr<link> owner, const camera_place& where, GevAccess
       nodes_(*this),
       reference_(&nodes_) {
   features_->fill(nodes_);
-  read_options();
+  read_camera_options();
   link_->on_loss([this] { stream_.lose(); });
   LOG(4, "done: camera %s at %s opened from %s", serial().c_str(), address_text(where.address).c_str(),
       address_text(channel_.own_address()).c_str());
@@ -98,7 +98,7 @@ std::unique_ptr<camera_features> camera::read_features() {
 }
 
 // What the camera has, and can; the rest is the library's.
-void camera::read_options() {
+void camera::read_camera_options() {
   namespace protocol = gige_protocol;
   ticksPerSecond_ = std::uint64_t{read_if_there(registers::timestampFrequencyHigh)} << 32U |
                     read_if_there(registers::timestampFrequencyLow);
@@ -168,25 +168,24 @@ void camera::write_if_present(const char* name, const gev::value& to) {
 
 // ---- Options
 
-GEV_CAMERA_OPTIONS camera::options() {
+GEV_STATUS camera::read_options(GEV_CAMERA_OPTIONS* to) {
   const std::scoped_lock lock(mutex_);
-  return options_;
+  return gev::read_options(options_, to);
 }
 
-GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
-  if (!gev::possible(wanted)) {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
+GEV_STATUS camera::write_options(const GEV_CAMERA_OPTIONS* wanted) {
   const std::scoped_lock lock(mutex_);
-  options_ = wanted;
+  if (const GEV_STATUS status = gev::replace_options(options_, wanted); status != GEVLIB_OK) {
+    return status;
+  }
   packetDelayWritten_ = false;
   packetSizeSettled_ = false;
   channel_.set_patience(patience_of(options_));
-  return monitoring_ || write_options() ? GEVLIB_OK : failure();
+  return monitoring_ || send_options() ? GEVLIB_OK : failure();
 }
 
 // While frames are transferred the packet options wait for the next start.
-bool camera::write_options() {
+bool camera::send_options() {
   if (!try_to_write("heartbeat time-out", registers::heartbeatTimeout, options_.heartbeat_timeout_ms)) {
     return false;
   }

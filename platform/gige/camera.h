@@ -46,8 +46,8 @@ class camera final : private gev::gate {
   GenApi::CNodeMapRef* node_map() { return &reference_; }
 
   // The calls of gevapi.h for one camera, with their statuses. Exceptions of the node map come through.
-  GEV_CAMERA_OPTIONS options();
-  GEV_STATUS set_options(const GEV_CAMERA_OPTIONS& wanted);
+  GEV_STATUS read_options(GEV_CAMERA_OPTIONS* to);
+  GEV_STATUS write_options(const GEV_CAMERA_OPTIONS* wanted);
   GEV_STATUS start(std::uint32_t numFrames);
   GEV_STATUS abort();
   GEV_STATUS free();
@@ -79,8 +79,8 @@ class camera final : private gev::gate {
 
   // All of these under the lock.
   std::unique_ptr<camera_features> read_features();
-  void read_options();
-  bool write_options();
+  void read_camera_options();
+  bool send_options();
   bool write_packet_delay();
   stream_setup setup_of_transfer();
   void prepare_stream();

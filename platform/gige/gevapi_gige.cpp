@@ -143,19 +143,11 @@ GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
 // ---- Options and features
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call(handle, [=](camera& of) {
-    if (options == nullptr) {
-      return GEVLIB_ERROR_PARAMETER_NULL;
-    }
-    *options = of.options();
-    return GEVLIB_OK;
-  });
+  return camera_call(handle, [=](camera& of) { return of.read_options(options); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call(handle, [=](camera& of) {
-    return options == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.set_options(*options);
-  });
+  return camera_call(handle, [=](camera& of) { return of.write_options(options); });
 }
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {

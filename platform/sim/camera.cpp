@@ -97,18 +97,14 @@ void camera::close() {
   }
 }
 
-GEV_CAMERA_OPTIONS camera::options() {
+GEV_STATUS camera::read_options(GEV_CAMERA_OPTIONS* to) {
   const std::scoped_lock lock(mutex_);
-  return options_;
+  return gev::read_options(options_, to);
 }
 
-GEV_STATUS camera::set_options(const GEV_CAMERA_OPTIONS& wanted) {
-  if (!gev::possible(wanted)) {
-    return GEVLIB_ERROR_PARAMETER_INVALID;
-  }
+GEV_STATUS camera::write_options(const GEV_CAMERA_OPTIONS* wanted) {
   const std::scoped_lock lock(mutex_);
-  options_ = wanted;
-  return GEVLIB_OK;
+  return gev::replace_options(options_, wanted);
 }
 
 // ---- Features

@@ -46,8 +46,8 @@ class camera final : private gev::gate, private feature_host {
   // The calls of gevapi.h for one camera, with their statuses.
   GEV_STATUS open(GevAccessMode mode);
   void close();
-  GEV_CAMERA_OPTIONS options();
-  GEV_STATUS set_options(const GEV_CAMERA_OPTIONS& wanted);
+  GEV_STATUS read_options(GEV_CAMERA_OPTIONS* to);
+  GEV_STATUS write_options(const GEV_CAMERA_OPTIONS* wanted);
   GEV_STATUS start(std::uint32_t numFrames);
   GEV_STATUS abort();
   GEV_STATUS free();

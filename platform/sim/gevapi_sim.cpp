@@ -156,20 +156,14 @@ GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
 // ---- Options and features
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call("GevGetCameraInterfaceOptions", handle, nothing, [=](camera& of) {
-    if (options == nullptr) {
-      return GEVLIB_ERROR_PARAMETER_NULL;
-    }
-    *options = of.options();
-    return GEVLIB_OK;
-  });
+  return camera_call("GevGetCameraInterfaceOptions", handle, nothing,
+                     [=](camera& of) { return of.read_options(options); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
   const auto arguments = [=] { return options == nullptr ? std::string("(null)") : gev::listed(*options); };
-  return camera_call("GevSetCameraInterfaceOptions", handle, arguments, [=](camera& of) {
-    return options == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.set_options(*options);
-  });
+  return camera_call("GevSetCameraInterfaceOptions", handle, arguments,
+                     [=](camera& of) { return of.write_options(options); });
 }
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
