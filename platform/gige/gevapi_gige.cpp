@@ -5,7 +5,8 @@
 #include <stdexcept>
 
 #include "core/log.h"
-#include "platform/gev/by_name.h"
+#include "platform/gev/feature_bytes.h"
+#include "platform/gev/status_of_call.h"
 #include "platform/gige/control/control_error.h"
 #include "platform/gige/library.h"
 
@@ -36,7 +37,7 @@ GEV_STATUS status_of(const gige::control_error& error) {
 // An exception becomes a status, and what it says a line in the log, in the name of the call.
 template <class Work>
 GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
-  return gev::guarded([&]() -> GEV_STATUS {
+  return gev::status_of_call([&]() -> GEV_STATUS {
     try {
       return work();
     } catch (const gige::control_error& error) {

@@ -7,7 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/gev/by_name.h"
+#include "platform/gev/feature_bytes.h"
+#include "platform/gev/status_of_call.h"
 #include "platform/gev/stream_options.h"
 #include "platform/sim/gate.h"
 #include "platform/sim/registry.h"
@@ -37,7 +38,7 @@ GEV_STATUS call(const char* name, const std::string& serial, Arguments arguments
   if (fault.kind == effect_kind::status) {
     return static_cast<GEV_STATUS>(fault.number);
   }
-  return fault.kind == effect_kind::none ? gev::guarded(work) : GEVLIB_OK;
+  return fault.kind == effect_kind::none ? gev::status_of_call(work) : GEVLIB_OK;
 }
 
 // A call for an open camera, which `work` gets.

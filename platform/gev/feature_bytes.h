@@ -1,11 +1,10 @@
-// Features as GevGetFeatureValue and GevSetFeatureValue pass them: bytes of a size, by name.
-#ifndef PLATFORM_GEV_BY_NAME_H
-#define PLATFORM_GEV_BY_NAME_H
+// The values of features as GevGetFeatureValue and GevSetFeatureValue pass them: as bytes.
+#ifndef PLATFORM_GEV_FEATURE_BYTES_H
+#define PLATFORM_GEV_FEATURE_BYTES_H
 
 #include <gevapi.h>
 
 #include <cstddef>
-#include <new>
 #include <optional>
 
 #include "platform/gev/feature.h"
@@ -44,26 +43,6 @@ GEV_STATUS write_feature(Camera& of, const char* name, int size, const void* fro
   }
   return of.with_feature(
       name, [=](feature& feature) { return write_bytes(feature, static_cast<std::size_t>(size), from); });
-}
-
-// No exception leaves a library: the status that stands for it.
-template <class Work>
-GEV_STATUS guarded(Work work) {
-  try {
-    return work();
-  } catch (const GenICam::AccessException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const GenICam::OutOfRangeException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const GenICam::InvalidArgumentException&) {
-    return GEVLIB_ERROR_FEATURE_REFUSED;
-  } catch (const GenICam::TimeoutException&) {
-    return GEVLIB_ERROR_DEVICE_LOST;
-  } catch (const std::bad_alloc&) {
-    return GEVLIB_ERROR_NO_MEMORY;
-  } catch (...) {
-    return GEVLIB_ERROR_GENERIC;
-  }
 }
 
 }  // namespace gev

@@ -1,4 +1,4 @@
-#include "platform/gev/by_name.h"
+#include "platform/gev/feature_bytes.h"
 
 #include <cstdint>
 #include <cstring>
