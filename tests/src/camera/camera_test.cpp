@@ -1,6 +1,6 @@
 // The connection to a camera: found by serial number, opened, configured, and closed on every way out.
 #include "src/camera/gev_camera.h"
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace test {
 namespace {

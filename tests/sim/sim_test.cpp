@@ -10,7 +10,7 @@
 #include <optional>
 #include <thread>
 
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace test {
 namespace {

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "src/gev_driver.h"
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace test {
 namespace {

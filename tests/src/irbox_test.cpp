@@ -1,6 +1,6 @@
 // IR outputs: the pins of the table, and what each set-up writes to the camera's lines.
 #include "src/gev_irbox.h"
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace test {
 namespace {

@@ -6,7 +6,7 @@
 #include "src/camera/params/bool_param.h"
 #include "src/camera/params/float_param.h"
 #include "src/camera/params/int64_param.h"
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace test {
 namespace {

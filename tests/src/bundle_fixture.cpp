@@ -1,4 +1,4 @@
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 #include <filesystem>
 #include <mutex>

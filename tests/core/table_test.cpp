@@ -1,18 +1,13 @@
-// The property table, the errors and the clock: what host and bundle share.
+// The property table.
+#include "core/table.h"
+
 #include <dlfcn.h>
 
-#include <array>
-#include <climits>
-#include <cmath>
 #include <cstdlib>
-#include <limits>
 #include <new>
 #include <thread>
 
-#include "core/numeric.h"
-#include "core/time_helpers.h"
-#include "src/camera/gev_gamma.h"
-#include "tests/support.h"
+#include "tests/src/bundle_fixture.h"
 
 namespace {
 
@@ -111,47 +106,6 @@ TEST(property_table, merges_tables_of_other_libraries_of_its_version) {
   EXPECT_EQ(raised([&] { target->update(next.get()); }), "unsupported_error");
 }
 
-// The numbers that host and bundle exchange: a row or value that moves does not compile.
-constexpr std::array<property, 18> kRows = {property::DEV_SERIAL,
-                                            property::MISC_STREAM_PACKET_SIZE_BYTES_MAX,
-                                            property::VS_ACQ_FPS_HZ,
-                                            property::VS_ACQ_FRAME_FORMAT,
-                                            property::VS_ACQ_ROTATE180,
-                                            property::VS_ACQ_SENSOR_X,
-                                            property::VS_ACQ_SENSOR_Y,
-                                            property::VS_ACQ_SENSOR_W,
-                                            property::VS_ACQ_SENSOR_H,
-                                            property::VS_SWEEP_MANUAL_GAMMA,
-                                            property::VS_SWEEP_MANUAL_GAIN_DB,
-                                            property::VS_SWEEP_MANUAL_EXPOSURE_USEC,
-                                            property::VS_SWEEP_MANUAL_IR_LEVEL,
-                                            property::PIN_COUNT,
-                                            property::PINx_REF,
-                                            property::PINx_SOURCE,
-                                            property::PINx_INVERTER,
-                                            property::PINx_EXPOSURE_RATIO};
-constexpr bool rowsStand() {
-  for (std::size_t i = 0; i < kRows.size(); ++i) {
-    if (static_cast<std::size_t>(kRows[i]) != i + (i > 14 ? 1 : 0)) {
-      return false;
-    }
-  }
-  return sizeof(property) == 1;
-}
-static_assert(rowsStand());
-static_assert(mg::kPENDING_SIGNAL__NONE == 0 && mg::kPENDING_SIGNAL__SIGHUP == 1 &&
-              mg::kPENDING_SIGNAL__SIGTERM == 2);
-static_assert(gigev2::kGEV_GAMMA_STATE__UNKNOWN == 0 && gigev2::kGEV_GAMMA_STATE__OFF == 1 &&
-              gigev2::kGEV_GAMMA_STATE__GAMMA == 2 && gigev2::kGEV_GAMMA_STATE__OTHER == 3);
-template <class Interface>
-constexpr bool kOnlySlots = sizeof(Interface) == sizeof(void*) && std::is_abstract_v<Interface>;
-static_assert(kOnlySlots<table_like> && kOnlySlots<rw_table_like> &&
-              std::has_virtual_destructor_v<table_like>);
-static_assert(kOnlySlots<mg::device_like> && !std::has_virtual_destructor_v<mg::device_like>);
-static_assert(kOnlySlots<mg::device_handler_like> && !std::has_virtual_destructor_v<mg::device_handler_like>);
-static_assert(kOnlySlots<mg::cam_stream_handler_like> &&
-              !std::has_virtual_destructor_v<mg::cam_stream_handler_like>);
-
 // A table of the host's own making.
 class counting_table : public table_like {
  public:
@@ -219,60 +173,6 @@ TEST_F(core_log, a_clone_without_memory_is_null_and_logged) {
     rw_table_like* copy = source->clone();
     EXPECT_EQ(copy, nullptr);
     EXPECT_EQ(logged(), "\n1 table.clone: fail: exception <std::bad_alloc>\n");
-  }
-}
-
-// Catches a changed parent, which changes what a boundary catches, and a text of the bundle's own.
-TEST(errors, form_one_tree_and_carry_no_text) {
-  using namespace Zavik;
-  static_assert(
-      std::is_base_of_v<std::exception, generic_error> && std::is_base_of_v<generic_error, internal_error> &&
-      std::is_base_of_v<internal_error, unsupported_error> &&
-      std::is_base_of_v<generic_error, external_error> && std::is_base_of_v<external_error, params_error> &&
-      std::is_base_of_v<external_error, not_found_error> &&
-      !std::is_base_of_v<internal_error, external_error>);
-  static_assert(sizeof(not_found_error) == sizeof(std::exception) &&
-                std::has_virtual_destructor_v<generic_error>);
-  EXPECT_STREQ(params_error().what(), std::exception().what());
-}
-
-// Catches a wrong unit, rounding instead of cutting, and nanoseconds that are not carried.
-TEST(time_helpers, tell_the_realtime_clock) {
-  pretendedTime = timespec{100, 900'000'999};
-  EXPECT_EQ(Time__GetTimeUsec(), 100'900'000U);
-  EXPECT_EQ(Time__GetTimeMsec(), 100'900U);
-  EXPECT_EQ(Time__GetTimeSec(), 100);
-  pretendedTime->tv_nsec = 900'000'000;
-  struct {
-    void (*fill)(timespec*, std::uint64_t);
-    std::uint64_t amount;
-    timespec until;
-  } const cases[] = {{Time__GetTimeUntilMsec, 1'500, {102, 400'000'000}},
-                     {Time__GetTimeUntilMsec, 100, {101, 0}},
-                     {Time__GetTimeUntilUsec, 1'099'999, {101, 999'999'000}},
-                     {Time__GetTimeUntilUsec, 1'100'000, {102, 0}},
-                     {Time__GetTimeUntilSec, 7, {107, 900'000'000}},
-                     {Time__GetTimeUntilSec, UINT64_MAX, {std::numeric_limits<time_t>::max(), 900'000'000}},
-                     {Time__GetTimeUntilUsec, UINT64_MAX, {100 + 18'446'744'073'710, 451'615'000}}};
-  for (const auto& [fill, amount, until] : cases) {
-    timespec filled{};
-    fill(&filled, amount);
-    EXPECT_TRUE(filled.tv_sec == until.tv_sec && filled.tv_nsec == until.tv_nsec)
-        << amount << ": " << filled.tv_sec << " " << filled.tv_nsec;
-  }
-  pretendedTime.reset();
-}
-
-// Catches a conversion that the language leaves undefined.
-TEST(numeric, truncates_every_value) {
-  using Zavik::truncateTo;
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(truncateTo<std::int64_t>(-1.9), -1);
-  EXPECT_EQ(truncateTo<std::int64_t>(std::ldexp(-1.0, 63)), INT64_MIN);
-  EXPECT_EQ(truncateTo<std::uint64_t>(std::ldexp(1.0, 63)), std::uint64_t{1} << 63U);
-  EXPECT_EQ(truncateTo<std::uint64_t>(-0.5), 0U);
-  for (const double none : {std::nan(""), kInfinity, -kInfinity, 1e300, std::ldexp(1.0, 63)}) {
-    EXPECT_EQ(truncateTo<std::int64_t>(none), 0) << none;
   }
 }
 

@@ -1,6 +1,6 @@
 // What the tests share: the configuration of a camera, a host, and a transcript of all that a run did.
-#ifndef TESTS_SUPPORT_H
-#define TESTS_SUPPORT_H
+#ifndef TESTS_SRC_BUNDLE_FIXTURE_H
+#define TESTS_SRC_BUNDLE_FIXTURE_H
 
 #include <gevapi.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,55 @@
+// The numbers that host and bundle exchange, and the layout of the interfaces: what moves does not compile.
+#include <mediagrabber/bundle.h>
+#include <mediagrabber/property.h>
+
+#include <array>
+#include <type_traits>
+
+namespace test {
+namespace {
+
+namespace mg = Zavik::Support::MediaGrabber;
+using mg::property;
+using Zavik::Support::rw_table_like;
+using Zavik::Support::table_like;
+
+constexpr std::array<property, 18> kRows = {property::DEV_SERIAL,
+                                            property::MISC_STREAM_PACKET_SIZE_BYTES_MAX,
+                                            property::VS_ACQ_FPS_HZ,
+                                            property::VS_ACQ_FRAME_FORMAT,
+                                            property::VS_ACQ_ROTATE180,
+                                            property::VS_ACQ_SENSOR_X,
+                                            property::VS_ACQ_SENSOR_Y,
+                                            property::VS_ACQ_SENSOR_W,
+                                            property::VS_ACQ_SENSOR_H,
+                                            property::VS_SWEEP_MANUAL_GAMMA,
+                                            property::VS_SWEEP_MANUAL_GAIN_DB,
+                                            property::VS_SWEEP_MANUAL_EXPOSURE_USEC,
+                                            property::VS_SWEEP_MANUAL_IR_LEVEL,
+                                            property::PIN_COUNT,
+                                            property::PINx_REF,
+                                            property::PINx_SOURCE,
+                                            property::PINx_INVERTER,
+                                            property::PINx_EXPOSURE_RATIO};
+constexpr bool rowsStand() {
+  for (std::size_t i = 0; i < kRows.size(); ++i) {
+    if (static_cast<std::size_t>(kRows[i]) != i + (i > 14 ? 1 : 0)) {
+      return false;
+    }
+  }
+  return sizeof(property) == 1;
+}
+static_assert(rowsStand());
+static_assert(mg::kPENDING_SIGNAL__NONE == 0 && mg::kPENDING_SIGNAL__SIGHUP == 1 &&
+              mg::kPENDING_SIGNAL__SIGTERM == 2);
+template <class Interface>
+constexpr bool kOnlySlots = sizeof(Interface) == sizeof(void*) && std::is_abstract_v<Interface>;
+static_assert(kOnlySlots<table_like> && kOnlySlots<rw_table_like> &&
+              std::has_virtual_destructor_v<table_like>);
+static_assert(kOnlySlots<mg::device_like> && !std::has_virtual_destructor_v<mg::device_like>);
+static_assert(kOnlySlots<mg::device_handler_like> && !std::has_virtual_destructor_v<mg::device_handler_like>);
+static_assert(kOnlySlots<mg::cam_stream_handler_like> &&
+              !std::has_virtual_destructor_v<mg::cam_stream_handler_like>);
+
+}  // namespace
+}  // namespace test
