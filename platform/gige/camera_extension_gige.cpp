@@ -12,16 +12,16 @@
 
 #include "core/log.h"
 #include "platform/gev/extension_feature.h"
+#include "platform/gige/camera_registry.h"
 #include "platform/gige/control/camera_control.h"
 #include "platform/gige/control/control_error.h"
-#include "platform/gige/library.h"
 
 #define EXTENSION_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
+using gige::camera_registry;
 using gige::found_camera;
-using gige::library;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t unnamedController = UINT32_MAX;
@@ -29,7 +29,7 @@ constexpr std::uint32_t unnamedController = UINT32_MAX;
 // An exception becomes an errno, and what it says a line in the log, in the name of the call.
 template <class Work>
 int guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
-  if (!library::instance().initialized()) {
+  if (!camera_registry::instance().is_initialized()) {
     return -ENOTCONN;
   }
   try {
@@ -45,15 +45,15 @@ int guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
 }
 
 // Who controls a camera that was found; until `latest` nobody is asked any more. 0 when it does not say.
-std::uint32_t controller_of(const found_camera& found, gige::link::clock::time_point latest) {
-  if (!found.unreachable.empty() || gige::link::clock::now() >= latest) {
+std::uint32_t controller_of(const found_camera& found, gige::connection_state::clock::time_point latest) {
+  if (!found.unreachable.empty() || gige::connection_state::clock::now() >= latest) {
     return 0;
   }
   try {
-    const auto asked = std::make_shared<gige::link>(std::string(found.record.serial.view()));
+    const auto asked = std::make_shared<gige::connection_state>(std::string(found.record.serial.view()));
     gige::control_channel channel(asked, found.ownAddress, found.record.ip,
                                   {.answer = milliseconds(100), .retries = 0, .pending = milliseconds(100)});
-    const gige::controller who = gige::ask_controller(channel);
+    const gige::controller who = gige::read_controller(channel);
     return !who.held ? 0 : who.address != 0 ? who.address : unnamedController;
   } catch (const gige::control_error&) {
     return 0;
@@ -96,7 +96,7 @@ EXTENSION_EXPORT int camera_extension_prefer(const char* const* serials, size_t 
     return -EINVAL;
   }
   return guarded_call([=] {
-    library::instance().prefer({serials, serials + count});
+    camera_registry::instance().prefer({serials, serials + count});
     return 0;
   });
 }
@@ -108,8 +108,8 @@ EXTENSION_EXPORT int camera_extension_list(int (*visit)(void* context, const cam
   }
   return guarded_call([=] {
     constexpr milliseconds asking(1000);  // for all of them, however many claim to be cameras
-    const auto found = library::instance().search_networks();
-    const auto latest = gige::link::clock::now() + asking;
+    const auto found = camera_registry::instance().search_networks();
+    const auto latest = gige::connection_state::clock::now() + asking;
     for (const found_camera& each : found) {
       if (visit_camera(each, controller_of(each, latest), visit, context) != 0) {
         break;
@@ -130,7 +130,7 @@ EXTENSION_EXPORT int camera_extension_set_address(uint64_t mac, uint32_t ip, uin
     for (std::size_t at = 0; at < wanted.mac.size(); ++at) {
       wanted.mac[at] = static_cast<std::uint8_t>(mac >> (8 * (wanted.mac.size() - 1 - at)));
     }
-    library::instance().set_address(wanted);
+    camera_registry::instance().set_address(wanted);
     return 0;
   });
 }
@@ -141,7 +141,7 @@ EXTENSION_EXPORT int camera_extension_features(
     return -EINVAL;
   }
   return guarded_call([=] {
-    const auto camera = library::instance().find(serial);
+    const auto camera = camera_registry::instance().find(serial);
     if (camera == nullptr) {
       return -ENODEV;
     }
@@ -155,7 +155,7 @@ EXTENSION_EXPORT int camera_extension_health(const char* serial, camera_extensio
   }
   return guarded_call([=] {
     camera_extension_health_record found{};
-    if (!library::instance().read_health(serial, found)) {
+    if (!camera_registry::instance().read_health(serial, found)) {
       return -ENODEV;
     }
     found.size = record->size;
@@ -168,5 +168,5 @@ EXTENSION_EXPORT int camera_extension_cancel(const char* serial) {
   if (serial == nullptr) {
     return -EINVAL;
   }
-  return guarded_call([=] { return library::instance().cancel(serial) ? 0 : -ENODEV; });
+  return guarded_call([=] { return camera_registry::instance().cancel(serial) ? 0 : -ENODEV; });
 }

@@ -7,15 +7,15 @@
 #include "core/log.h"
 #include "platform/gev/feature_bytes.h"
 #include "platform/gev/status_of_call.h"
+#include "platform/gige/camera_registry.h"
 #include "platform/gige/control/control_error.h"
-#include "platform/gige/library.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-using gige::camera;
-using gige::library;
+using gige::camera_registry;
+using gige::network_camera;
 
 // What a camera that could not be opened means to the caller.
 GEV_STATUS status_of(const gige::control_error& error) {
@@ -57,8 +57,8 @@ GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) 
 template <class Work>
 GEV_STATUS camera_call(GEV_CAMERA_HANDLE handle, Work work, Zavik::caller where = Zavik::caller::here()) {
   const auto find_and_work = [&]() -> GEV_STATUS {
-    std::shared_ptr<camera> called;
-    const GEV_STATUS status = library::instance().find(handle, called);
+    std::shared_ptr<network_camera> called;
+    const GEV_STATUS status = camera_registry::instance().find(handle, called);
     return status == GEVLIB_OK ? work(*called) : status;
   };
   return guarded_call(find_and_work, where);
@@ -71,7 +71,7 @@ GEV_STATUS camera_call(GEV_CAMERA_HANDLE handle, Work work, Zavik::caller where 
 GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
   return guarded_call([] {
     try {
-      library::instance().initialize();
+      camera_registry::instance().initialize();
     } catch (const std::invalid_argument& error) {
       LOG(1, "fail: %s", error.what());
       return GEVLIB_ERROR_PARAMETER_INVALID;
@@ -81,7 +81,7 @@ GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
 }
 
 GEVAPI_EXPORT GEV_STATUS GevApiUninitialize(void) {
-  return library::instance().uninitialize() ? GEVLIB_OK : GEVLIB_ERROR_NOT_INITIALIZED;
+  return camera_registry::instance().uninitialize() ? GEVLIB_OK : GEVLIB_ERROR_NOT_INITIALIZED;
 }
 
 // No socket is shared between cameras.
@@ -91,7 +91,7 @@ GEVAPI_EXPORT GEV_STATUS _CloseSocketAPI(void) {
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int maxCameras, int* numCameras) {
   return guarded_call([=] {
-    if (!library::instance().initialized()) {
+    if (!camera_registry::instance().is_initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
     if (numCameras == nullptr || (cameras == nullptr && maxCameras > 0)) {
@@ -100,7 +100,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int max
     if (maxCameras < 0) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    const auto found = library::instance().search_networks();
+    const auto found = camera_registry::instance().search_networks();
     *numCameras = static_cast<int>(found.size());
     std::transform(found.begin(), found.begin() + std::min(maxCameras, *numCameras), cameras,
                    gige::record_of);
@@ -114,7 +114,7 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
     *handle = nullptr;
   }
   return guarded_call([=]() -> GEV_STATUS {
-    if (!library::instance().initialized()) {
+    if (!camera_registry::instance().is_initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
     if (camera == nullptr || handle == nullptr) {
@@ -123,17 +123,17 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
     if (mode != GevMonitorMode && mode != GevControlMode && mode != GevExclusiveMode) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    *handle = library::instance().open(*camera, mode);
+    *handle = camera_registry::instance().open(*camera, mode);
     return GEVLIB_OK;
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
   return guarded_call([=]() -> GEV_STATUS {
-    if (!library::instance().initialized()) {
+    if (!camera_registry::instance().is_initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
-    if (handle == nullptr || !library::instance().close(*handle)) {
+    if (handle == nullptr || !camera_registry::instance().close(*handle)) {
       return GEVLIB_ERROR_INVALID_HANDLE;
     }
     *handle = nullptr;
@@ -144,40 +144,42 @@ GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
 // ---- Options and features
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call(handle, [=](camera& of) { return of.read_options(options); });
+  return camera_call(handle, [=](network_camera& camera) { return camera.read_options(options); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
-  return camera_call(handle, [=](camera& of) { return of.write_options(options); });
+  return camera_call(handle, [=](network_camera& camera) { return camera.write_options(options); });
 }
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
-  std::shared_ptr<camera> of;
-  return library::instance().find(handle, of) == GEVLIB_OK ? of->node_map() : nullptr;
+  std::shared_ptr<network_camera> of;
+  return camera_registry::instance().find(handle, of) == GEVLIB_OK ? of->node_map() : nullptr;
 }
 
 GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int* type, int size,
                                             void* value) {
-  return camera_call(handle, [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
+  return camera_call(
+      handle, [=](network_camera& camera) { return gev::read_feature(camera, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
-  return camera_call(handle, [=](camera& of) { return gev::write_feature(of, name, size, value); });
+  return camera_call(handle,
+                     [=](network_camera& camera) { return gev::write_feature(camera, name, size, value); });
 }
 
 // ---- Frames
 
 GEVAPI_EXPORT GEV_STATUS GevStartTransfer(GEV_CAMERA_HANDLE handle, uint32_t numFrames) {
-  return camera_call(handle, [=](camera& of) { return of.start(numFrames); });
+  return camera_call(handle, [=](network_camera& camera) { return camera.start(numFrames); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevAbortTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call(handle, [](camera& of) { return of.abort(); });
+  return camera_call(handle, [](network_camera& camera) { return camera.abort(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevFreeTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call(handle, [](camera& of) { return of.free(); });
+  return camera_call(handle, [](network_camera& camera) { return camera.free(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT** frame,
@@ -185,13 +187,13 @@ GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFE
   if (frame != nullptr) {
     *frame = nullptr;
   }
-  return camera_call(handle, [=](camera& of) -> GEV_STATUS {
-    return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.wait(frame, timeout_ms);
+  return camera_call(handle, [=](network_camera& camera) -> GEV_STATUS {
+    return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : camera.wait(frame, timeout_ms);
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevReleaseFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT* frame) {
-  return camera_call(handle, [=](camera& of) -> GEV_STATUS {
-    return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.release(frame);
+  return camera_call(handle, [=](network_camera& camera) -> GEV_STATUS {
+    return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : camera.release(frame);
   });
 }

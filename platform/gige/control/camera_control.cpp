@@ -17,8 +17,8 @@ namespace registers = gige_protocol::registers;
 namespace privilege = gige_protocol::control_privilege;
 
 // A camera that is gone is noticed within a second: an interval, then all tries.
-constexpr milliseconds lookInterval(250);
-constexpr patience lookPatience{.answer = milliseconds(200), .retries = 2};
+constexpr milliseconds heartbeatInterval(250);
+constexpr patience heartbeatPatience{.answer = milliseconds(200), .retries = 2};
 
 // The shortest heartbeat time-out that the standard allows: a camera that heard from us since has not freed
 // itself.
@@ -30,7 +30,7 @@ constexpr milliseconds closingBudget(80);
 // By READMEM, since there are cameras that take a READREG of the privilege, whoever sends it, for the
 // heartbeat of who has control, and so never free themselves of a client that is gone. Nothing when that
 // client lets nobody read; 0 when the camera has no such register.
-std::optional<std::uint32_t> peek(control_channel& camera, std::uint32_t address) {
+std::optional<std::uint32_t> read_by_memory(control_channel& camera, std::uint32_t address) {
   std::array<std::uint8_t, 4> bytes{};
   try {
     camera.read_memory(address, bytes);
@@ -42,14 +42,15 @@ std::optional<std::uint32_t> peek(control_channel& camera, std::uint32_t address
 
 }  // namespace
 
-controller ask_controller(control_channel& camera) {
-  const auto bits = peek(camera, registers::controlChannelPrivilege);
+controller read_controller(control_channel& camera) {
+  const auto bits = read_by_memory(camera, registers::controlChannelPrivilege);
   controller who;
   who.exclusive = !bits || (*bits & privilege::exclusive) != 0;
   who.held = who.exclusive || (*bits & privilege::control) != 0;
   if (who.held) {
-    who.address = peek(camera, registers::primaryApplicationIp).value_or(0);
-    who.port = static_cast<std::uint16_t>(peek(camera, registers::primaryApplicationPort).value_or(0));
+    who.address = read_by_memory(camera, registers::primaryApplicationIp).value_or(0);
+    who.port =
+        static_cast<std::uint16_t>(read_by_memory(camera, registers::primaryApplicationPort).value_or(0));
   }
   return who;
 }
@@ -62,41 +63,42 @@ std::string text_of(const controller& who) {
                           : address_text(who.address) + " port " + std::to_string(who.port);
 }
 
-camera_control::camera_control(std::shared_ptr<link> owner, control_channel& channel, access_mode mode)
-    : link_(std::move(owner)),
+camera_control::camera_control(std::shared_ptr<connection_state> connection, control_channel& channel,
+                               access_mode mode)
+    : connection_(std::move(connection)),
       channel_(channel),
-      beside_(link_, channel.own_address(), channel.camera_address(), lookPatience),
+      probe_(connection_, channel.own_address(), channel.camera_address(), heartbeatPatience),
       mode_(mode) {
-  check_free();
+  check_access();
   try {
-    take();
+    take_control();
     thread_ = std::thread([this] { run(); });
   } catch (...) {
-    link_->hurry(closingBudget);
-    give_back();
+    connection_->hurry(closingBudget);
+    release_control();
     throw;
   }
 }
 
 camera_control::~camera_control() {
-  link_->hurry(closingBudget);
+  connection_->hurry(closingBudget);
   {
     const std::scoped_lock lock(mutex_);
     ended_ = true;
   }
   end_.notify_all();
   thread_.join();
-  give_back();
+  release_control();
 }
 
-void camera_control::check_free() {
-  const controller who = ask_controller(channel_);
+void camera_control::check_access() {
+  const controller who = read_controller(channel_);
   if (mode_ == access_mode::monitor ? who.exclusive : who.held) {
-    deny("is controlled by " + text_of(who));
+    raise_denied("is controlled by " + text_of(who));
   }
 }
 
-void camera_control::take() {
+void camera_control::take_control() {
   if (mode_ == access_mode::monitor) {
     return;
   }
@@ -105,22 +107,22 @@ void camera_control::take() {
   try {
     channel_.write_register(registers::controlChannelPrivilege, wanted);
   } catch (const refused&) {
-    check_free();  // somebody may have been quicker
+    check_access();  // somebody may have been quicker
     throw;
   }
   if ((channel_.read_register(registers::controlChannelPrivilege) & wanted) == 0) {
-    deny("takes the command to give control, and does not give it");
+    raise_denied("takes the command to give control, and does not give it");
   }
 }
 
-void camera_control::deny(const std::string& why) const {
-  throw control_denied("camera " + link_->camera() + " at " + address_text(channel_.camera_address()) + " " +
-                       why);
+void camera_control::raise_denied(const std::string& why) const {
+  throw control_denied("camera " + connection_->camera() + " at " + address_text(channel_.camera_address()) +
+                       " " + why);
 }
 
-void camera_control::give_back() {
+void camera_control::release_control() {
   if (mode_ != access_mode::monitor) {
-    channel_.write_at_last(registers::controlChannelPrivilege, 0);
+    channel_.write_when_closing(registers::controlChannelPrivilege, 0);
   }
 }
 
@@ -128,39 +130,40 @@ void camera_control::give_back() {
 
 void camera_control::run() {
   std::unique_lock lock(mutex_);
-  while (!end_.wait_until(lock, last_sign() + lookInterval, [this] { return ended_; }) && !link_->lost()) {
+  while (!end_.wait_until(lock, last_sign_of_life() + heartbeatInterval, [this] { return ended_; }) &&
+         !connection_->is_lost()) {
     lock.unlock();
-    const bool denied = channel_.was_denied();
-    if (denied || control_channel::clock::now() >= last_sign() + lookInterval) {
-      look(denied);
+    const bool denied = channel_.take_denial();
+    if (denied || control_channel::clock::now() >= last_sign_of_life() + heartbeatInterval) {
+      send_heartbeat(denied);
     }
     lock.lock();
   }
 }
 
-control_channel::clock::time_point camera_control::last_sign() const {
-  return std::max(channel_.last_sign(), beside_.last_sign());
+control_channel::clock::time_point camera_control::last_sign_of_life() const {
+  return std::max(channel_.last_sign_of_life(), probe_.last_sign_of_life());
 }
 
-void camera_control::look(bool denied) {
+void camera_control::send_heartbeat(bool denied) {
   const bool mayBeOfAnother =
-      denied || control_channel::clock::now() - channel_.last_sign() >= shortestHeartbeatTimeout;
+      denied || control_channel::clock::now() - channel_.last_sign_of_life() >= shortestHeartbeatTimeout;
   try {
-    ask_alive(mayBeOfAnother);
+    probe_camera(mayBeOfAnother);
   } catch (const not_answered&) {
-    if (!link_->hurried()) {
-      link_->lose("it does not answer any more");
+    if (!connection_->is_hurried()) {
+      connection_->lose("it does not answer any more");
     }
   } catch (const control_error&) {  // refused: it is there; lost: whoever found out has told
   }
 }
 
-void camera_control::ask_alive(bool mayBeOfAnother) {
+void camera_control::probe_camera(bool mayBeOfAnother) {
   const std::uint32_t question =
       mode_ == access_mode::monitor ? registers::version : registers::controlChannelPrivilege;
-  const auto answer = channel_.read_register_if_idle(question, lookPatience);
+  const auto answer = channel_.read_register_if_idle(question, heartbeatPatience);
   if (!answer) {
-    beside_.read_register(registers::version);
+    probe_.read_register(registers::version);
   } else if (mode_ != access_mode::monitor) {
     check_control(*answer, mayBeOfAnother);
   }
@@ -168,16 +171,16 @@ void camera_control::ask_alive(bool mayBeOfAnother) {
 
 void camera_control::check_control(std::uint32_t bits, bool mayBeOfAnother) {
   if ((bits & (privilege::control | privilege::exclusive)) == 0) {
-    link_->lose("control was taken away, nobody has it");
+    connection_->lose("control was taken away, nobody has it");
     return;
   }
   if (!mayBeOfAnother) {
     return;
   }
-  const controller who = ask_controller(beside_);
+  const controller who = read_controller(probe_);
   const bool ours = who.address == channel_.own_address() && who.port == channel_.own_port();
   if (who.address != 0 && !ours) {
-    link_->lose("control was taken away, " + text_of(who) + " has it");
+    connection_->lose("control was taken away, " + text_of(who) + " has it");
   }
 }
 

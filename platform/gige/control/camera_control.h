@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "platform/gige/control/connection_state.h"
 #include "platform/gige/control/control_channel.h"
-#include "platform/gige/control/link.h"
 
 namespace gige {
 
@@ -23,7 +23,7 @@ struct controller {
 };
 
 // Asks the camera, without having control or taking any. Raises what commands raise.
-controller ask_controller(control_channel& camera);
+controller read_controller(control_channel& camera);
 // "nobody", "192.168.0.5 port 4711", or "another client, the camera does not say which".
 std::string text_of(const controller& who);
 
@@ -46,28 +46,28 @@ class camera_control {
   // Checks that the camera is free for that mode, and takes control unless the mode is `monitor`. Raises
   // control_denied when another client has it, or the camera does not give it, and what commands raise. The
   // channel must outlive this; who calls sets its patience.
-  camera_control(std::shared_ptr<link> owner, control_channel& channel, access_mode mode);
+  camera_control(std::shared_ptr<connection_state> connection, control_channel& channel, access_mode mode);
   camera_control(const camera_control&) = delete;
   camera_control& operator=(const camera_control&) = delete;
   // Hurries the link, and gives control back. Takes 0.1 s at most, from an earlier `hurry` if there was one.
   ~camera_control();
 
  private:
-  void check_free();
-  void take();
-  [[noreturn]] void deny(const std::string& why) const;
-  void give_back();
+  void check_access();
+  void take_control();
+  [[noreturn]] void raise_denied(const std::string& why) const;
+  void release_control();
 
   // On the thread.
   void run();
-  control_channel::clock::time_point last_sign() const;
-  void look(bool denied);
-  void ask_alive(bool mayBeOfAnother);
+  control_channel::clock::time_point last_sign_of_life() const;
+  void send_heartbeat(bool denied);
+  void probe_camera(bool mayBeOfAnother);
   void check_control(std::uint32_t bits, bool mayBeOfAnother);
 
-  const std::shared_ptr<link> link_;
+  const std::shared_ptr<connection_state> connection_;
   control_channel& channel_;
-  control_channel beside_;  // for questions while a command is under way
+  control_channel probe_;  // for questions while a command is under way
   const access_mode mode_;
   std::mutex mutex_;
   std::condition_variable end_;

@@ -24,7 +24,7 @@ constexpr std::uint64_t addressSpace = std::uint64_t{1} << 32U;
 constexpr std::uint64_t wordSize = 4;
 
 // Of the last write: tries follow each other quickly, since closing does not wait for long.
-constexpr patience lastPatience{.answer = milliseconds(25), .retries = 3, .pending = milliseconds(0)};
+constexpr patience closingPatience{.answer = milliseconds(25), .retries = 3, .pending = milliseconds(0)};
 constexpr patience noPatience{.answer = milliseconds(0), .retries = 0, .pending = milliseconds(0)};
 
 constexpr milliseconds longestPoll(60'000);  // poll() takes an int
@@ -41,7 +41,7 @@ descriptor connected_socket(std::uint32_t ownAddress, std::uint32_t cameraAddres
   return made;
 }
 
-bool is_last_word(protocol::byte_view) {
+bool take_any_payload(protocol::byte_view) {
   return true;
 }
 
@@ -54,14 +54,14 @@ void check_range(std::uint64_t address, std::size_t size) {
 
 }  // namespace
 
-control_channel::control_channel(std::shared_ptr<link> owner, std::uint32_t ownAddress,
+control_channel::control_channel(std::shared_ptr<connection_state> connection, std::uint32_t ownAddress,
                                  std::uint32_t cameraAddress, const patience& with)
-    : link_(std::move(owner)),
+    : connection_(std::move(connection)),
       cameraAddress_(cameraAddress),
       socket_(connected_socket(ownAddress, cameraAddress)),
       lastId_(random_request_id()),
       patience_(with),
-      lastSign_(clock::now().time_since_epoch().count()) {
+      lastSignOfLife_(clock::now().time_since_epoch().count()) {
   const sockaddr_in own = bound_address(socket_.get());
   ownAddress_ = address_of(own);
   ownPort_ = ntohs(own.sin_port);
@@ -81,16 +81,16 @@ patience control_channel::patience_now() const {
 
 std::uint32_t control_channel::read_register(std::uint32_t address) {
   const std::scoped_lock lock(turn_);
-  return ask_register(address, patience_now());
+  return read_in_turn(address, patience_now());
 }
 
 std::optional<std::uint32_t> control_channel::read_register_if_idle(std::uint32_t address,
                                                                     const patience& with) {
   const std::unique_lock lock(turn_, std::try_to_lock);
-  return lock ? std::optional(ask_register(address, with)) : std::nullopt;
+  return lock ? std::optional(read_in_turn(address, with)) : std::nullopt;
 }
 
-std::uint32_t control_channel::ask_register(std::uint32_t address, const patience& with) {
+std::uint32_t control_channel::read_in_turn(std::uint32_t address, const patience& with) {
   const std::uint16_t id = next_id();
   const request what{.code = protocol::command_code::read_register,
                      .address = address,
@@ -108,19 +108,19 @@ std::uint32_t control_channel::ask_register(std::uint32_t address, const patienc
 
 void control_channel::write_register(std::uint32_t address, std::uint32_t value) {
   const std::scoped_lock lock(turn_);
-  tell_register(address, value, patience_now(), false);
+  write_in_turn(address, value, patience_now(), false);
 }
 
-void control_channel::write_at_last(std::uint32_t address, std::uint32_t value) {
+void control_channel::write_when_closing(std::uint32_t address, std::uint32_t value) {
   const std::scoped_lock lock(turn_);
-  const bool hopeless = link_->lost() && !link_->cancelled();
+  const bool hopeless = connection_->is_lost() && !connection_->is_cancelled();
   try {
-    tell_register(address, value, hopeless ? noPatience : lastPatience, true);
+    write_in_turn(address, value, hopeless ? noPatience : closingPatience, true);
   } catch (const control_error&) {  // the camera frees itself when it hears no more from us
   }
 }
 
-void control_channel::tell_register(std::uint32_t address, std::uint32_t value, const patience& with,
+void control_channel::write_in_turn(std::uint32_t address, std::uint32_t value, const patience& with,
                                     bool evenWhenLost) {
   const std::uint16_t id = next_id();
   const protocol::register_write write{address, value};
@@ -129,7 +129,7 @@ void control_channel::tell_register(std::uint32_t address, std::uint32_t value, 
             .id = id,
             .datagram = protocol::make_write_registers(id, {&write, 1}),
             .evenWhenLost = evenWhenLost},
-           with, is_last_word);
+           with, take_any_payload);
 }
 
 void control_channel::read_memory(std::uint64_t address, std::span<std::uint8_t> to) {
@@ -141,13 +141,13 @@ void control_channel::read_memory(std::uint64_t address, std::span<std::uint8_t>
     const std::uint64_t count =
         std::min<std::uint64_t>((left + wordSize - 1) / wordSize * wordSize, protocol::largestMemoryBlock);
     const std::uint64_t used = std::min(count, left) - skipped;
-    ask_memory({.address = static_cast<std::uint32_t>(at), .count = static_cast<std::uint16_t>(count)},
+    read_block({.address = static_cast<std::uint32_t>(at), .count = static_cast<std::uint16_t>(count)},
                skipped, to.subspan(at + skipped - address, used));
     at += count;
   }
 }
 
-void control_channel::ask_memory(protocol::memory_range range, std::size_t skipped,
+void control_channel::read_block(protocol::memory_range range, std::size_t skipped,
                                  std::span<std::uint8_t> to) {
   const std::scoped_lock lock(turn_);
   const std::uint16_t id = next_id();
@@ -180,7 +180,7 @@ void control_channel::write_memory(std::uint64_t address, std::span<const std::u
               .address = at,
               .id = id,
               .datagram = protocol::make_write_memory(id, {.address = at, .bytes = block})},
-             patience_now(), is_last_word);
+             patience_now(), take_any_payload);
   }
 }
 
@@ -204,7 +204,7 @@ void control_channel::exchange(const request& what, const patience& with, const 
       return;
     }
     busy = busy || last == outcome::pending;
-  } while (tries <= with.retries && clock::now() < link_->latest() &&
+  } while (tries <= with.retries && clock::now() < connection_->deadline() &&
            !(busy && clock::now() >= pendingLimit));
   const milliseconds waited = busy ? with.pending : with.answer;
   throw not_answered(text_of(what) + (busy ? ": still busy after " : ": no answer within ") +
@@ -214,7 +214,7 @@ void control_channel::exchange(const request& what, const patience& with, const 
 
 void control_channel::send(const request& what) {
   if (!what.evenWhenLost) {
-    link_->check();
+    connection_->raise_if_lost();
   }
   commands_.fetch_add(1, std::memory_order_relaxed);
   if (::send(socket_.get(), what.datagram.data(), what.datagram.size(), MSG_NOSIGNAL) < 0) {
@@ -238,7 +238,7 @@ control_channel::outcome control_channel::await_answer(const request& what, cons
     }
     if (came == outcome::pending) {
       last = came;
-      note_sign(std::min(busyUntil, pendingLimit));
+      record_sign_of_life(std::min(busyUntil, pendingLimit));
       deadline = std::max(deadline, std::min(busyUntil + with.answer, pendingLimit));
     }
   } while (clock::now() < deadline);
@@ -249,14 +249,14 @@ control_channel::outcome control_channel::await_answer(const request& what, cons
 bool control_channel::await_datagram(const request& what, clock::time_point deadline) {
   for (;;) {
     if (!what.evenWhenLost) {
-      link_->check();
+      connection_->raise_if_lost();
     }
     // The event has nothing more to tell who knows that it hurries.
-    const bool heedsEvent = !what.evenWhenLost && !link_->hurried();
+    const bool waitsForWake = !what.evenWhenLost && !connection_->is_hurried();
     const auto left =
-        std::chrono::ceil<milliseconds>(std::min(deadline, link_->latest()) - clock::now()).count();
+        std::chrono::ceil<milliseconds>(std::min(deadline, connection_->deadline()) - clock::now()).count();
     std::array<pollfd, 2> waiting{
-        {{socket_.get(), POLLIN, 0}, {heedsEvent ? link_->event() : -1, POLLIN, 0}}};
+        {{socket_.get(), POLLIN, 0}, {waitsForWake ? connection_->wake_descriptor() : -1, POLLIN, 0}}};
     poll(waiting.data(), waiting.size(),
          static_cast<int>(std::clamp<std::int64_t>(left, 0, longestPoll.count())));
     if (waiting[0].revents != 0) {
@@ -290,13 +290,13 @@ control_channel::outcome control_channel::receive(const request& what, const rea
     return outcome::foreign;
   }
   if (came->result != protocol::status::success) {
-    note_sign(clock::now());
+    record_sign_of_life(clock::now());
     refuse(what, came->result);
   }
   if (!read(came->payload)) {
     return outcome::foreign;
   }
-  note_sign(clock::now());
+  record_sign_of_life(clock::now());
   return outcome::answered;
 }
 
@@ -315,12 +315,12 @@ std::string control_channel::text_of(const request& what) const {
   return protocol::name_of(what.code) + std::string(number.data()) + " at " + address_text(cameraAddress_);
 }
 
-void control_channel::note_sign(clock::time_point when) {
-  lastSign_.store(when.time_since_epoch().count(), std::memory_order_relaxed);
+void control_channel::record_sign_of_life(clock::time_point when) {
+  lastSignOfLife_.store(when.time_since_epoch().count(), std::memory_order_relaxed);
 }
 
-control_channel::clock::time_point control_channel::last_sign() const {
-  return clock::time_point(clock::duration(lastSign_.load(std::memory_order_relaxed)));
+control_channel::clock::time_point control_channel::last_sign_of_life() const {
+  return clock::time_point(clock::duration(lastSignOfLife_.load(std::memory_order_relaxed)));
 }
 
 }  // namespace gige

@@ -12,9 +12,9 @@
 #include <span>
 #include <string>
 
+#include "platform/gige/control/connection_state.h"
 #include "platform/gige/control/control_error.h"
 #include "platform/gige/control/descriptor.h"
-#include "platform/gige/control/link.h"
 #include "platform/gige_protocol/gvcp.h"
 
 namespace gige {
@@ -43,8 +43,8 @@ class control_channel {
 
   // `ownAddress` 0 leaves it to the routes where commands are sent from. Nothing is sent yet. Raises
   // control_error when no way leads there.
-  control_channel(std::shared_ptr<link> owner, std::uint32_t ownAddress, std::uint32_t cameraAddress,
-                  const patience& with);
+  control_channel(std::shared_ptr<connection_state> connection, std::uint32_t ownAddress,
+                  std::uint32_t cameraAddress, const patience& with);
 
   // Where the camera sees us, and where it is.
   std::uint32_t own_address() const { return ownAddress_; }
@@ -71,13 +71,13 @@ class control_channel {
 
   // For giving back control: written even though the link is lost. Whether the camera took it is waited for
   // until the link's latest() and not told; a lost camera is not waited for. Raises nothing.
-  void write_at_last(std::uint32_t address, std::uint32_t value);
+  void write_when_closing(std::uint32_t address, std::uint32_t value);
 
   // When the camera last showed that it is there: it answered, or, with PENDING_ACK, said until when it will
   // be busy. That may be ahead. The construction counts as a sign.
-  clock::time_point last_sign() const;
+  clock::time_point last_sign_of_life() const;
   // Whether the camera denied access since this was last asked: control may be gone.
-  bool was_denied() { return denied_.exchange(false, std::memory_order_relaxed); }
+  bool take_denial() { return denied_.exchange(false, std::memory_order_relaxed); }
 
   // Commands sent so far, each try counted.
   std::uint64_t commands() const { return commands_.load(std::memory_order_relaxed); }
@@ -99,8 +99,8 @@ class control_channel {
 
   // All of these with the turn.
   std::uint16_t next_id();
-  std::uint32_t ask_register(std::uint32_t address, const patience& with);
-  void tell_register(std::uint32_t address, std::uint32_t value, const patience& with, bool evenWhenLost);
+  std::uint32_t read_in_turn(std::uint32_t address, const patience& with);
+  void write_in_turn(std::uint32_t address, std::uint32_t value, const patience& with, bool evenWhenLost);
   void exchange(const request& what, const patience& with, const reader& read);
   void send(const request& what);
   outcome await_answer(const request& what, const patience& with, clock::time_point pendingLimit,
@@ -110,11 +110,11 @@ class control_channel {
   [[noreturn]] void refuse(const request& what, gige_protocol::status why);
 
   // Takes the turn; puts what comes after the first `skipped` bytes of the range.
-  void ask_memory(gige_protocol::memory_range range, std::size_t skipped, std::span<std::uint8_t> to);
+  void read_block(gige_protocol::memory_range range, std::size_t skipped, std::span<std::uint8_t> to);
   std::string text_of(const request& what) const;
-  void note_sign(clock::time_point when);
+  void record_sign_of_life(clock::time_point when);
 
-  const std::shared_ptr<link> link_;
+  const std::shared_ptr<connection_state> connection_;
   const std::uint32_t cameraAddress_;
   const descriptor socket_;
   std::uint32_t ownAddress_ = 0;
@@ -126,7 +126,7 @@ class control_channel {
 
   mutable std::mutex patienceMutex_;
   patience patience_;
-  std::atomic<clock::rep> lastSign_;
+  std::atomic<clock::rep> lastSignOfLife_;
   std::atomic<bool> denied_{false};
   std::atomic<std::uint64_t> commands_{0};
 };

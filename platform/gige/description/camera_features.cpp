@@ -151,7 +151,7 @@ register_port& camera_features::registers() {
   return contents_->registers;
 }
 
-void camera_features::registers_changed(std::uint64_t address, std::uint64_t size) {
+void camera_features::forget_registers(std::uint64_t address, std::uint64_t size) {
   contents_->cache.forget(address, size);
   contents_->graph.written_past(contents_->cache.advance());
 }

@@ -58,7 +58,7 @@ class camera_features {
   // written is noticed by the features.
   register_port& registers();
   // Something else wrote these registers: they are read again.
-  void registers_changed(std::uint64_t address, std::uint64_t size);
+  void forget_registers(std::uint64_t address, std::uint64_t size);
 
  private:
   struct contents;

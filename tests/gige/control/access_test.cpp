@@ -24,9 +24,9 @@ class access : public testing::Test {
  protected:
   void open(access_mode mode) {
     ours.reset();
-    link = std::make_shared<gige::link>("S1");
-    control.emplace(link, 0, here, gige::patience{});
-    ours = std::make_unique<camera_control>(link, *control, mode);
+    connection = std::make_shared<gige::connection_state>("S1");
+    control.emplace(connection, 0, here, gige::patience{});
+    ours = std::make_unique<camera_control>(connection, *control, mode);
   }
   std::string denial(access_mode mode) {
     return raised<gige::control_denied>([&] { open(mode); });
@@ -53,7 +53,7 @@ class access : public testing::Test {
 
   networks& own = networks::instance();
   scripted_camera camera{here};
-  std::shared_ptr<gige::link> link;
+  std::shared_ptr<gige::connection_state> connection;
   std::optional<gige::control_channel> control;
   std::unique_ptr<camera_control> ours;
 };
@@ -141,8 +141,8 @@ TEST_F(access, notices_that_a_camera_is_lost_and_says_why) {
     set(registers::controlChannelPrivilege, 0);
     open(access_mode::control);
     each.happens();
-    EXPECT_LT(duration([&] { EXPECT_TRUE(camera.until([&] { return link->lost(); })) << each.reason; }), 10s);
-    EXPECT_EQ(raised<gige::camera_lost>([&] { link->check(); }),
+    EXPECT_LT(duration([&] { EXPECT_TRUE(camera.until([&] { return connection->is_lost(); })) << each.reason; }), 10s);
+    EXPECT_EQ(raised<gige::camera_lost>([&] { connection->raise_if_lost(); }),
               std::string("camera S1 is lost: ") + each.reason);
     EXPECT_LT(duration([&] { ours.reset(); }), 1s);
   }
@@ -161,7 +161,7 @@ TEST_F(access, tells_a_silent_register_from_a_camera_that_is_gone) {
   });
   auto read = std::async(std::launch::async, [&] { return control->read_register(silent); });
   EXPECT_TRUE(camera.until([&] { return signs >= 4; }));
-  EXPECT_FALSE(link->lost());
+  EXPECT_FALSE(connection->is_lost());
   camera.locked([&] { gone = true; });
   EXPECT_LT(duration([&] { EXPECT_THROW(read.get(), gige::camera_lost); }), 10s);
   camera.follow({});
@@ -174,7 +174,7 @@ TEST_F(access, closes_a_silent_camera_quickly) {
   camera.follow([&](scripted_camera&, const protocol::command&) { return ++asked > 0; });
   EXPECT_TRUE(camera.until([&] { return asked > 0; })) << "a heartbeat is waited for";
   EXPECT_LT(duration([&] { ours.reset(); }), 1s);
-  EXPECT_FALSE(link->lost());
+  EXPECT_FALSE(connection->is_lost());
   camera.follow({});
 }
 

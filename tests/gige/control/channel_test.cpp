@@ -29,8 +29,8 @@ class channel : public testing::Test {
 
   networks& own = networks::instance();
   scripted_camera camera{here};
-  std::shared_ptr<gige::link> link = std::make_shared<gige::link>("S1");
-  control_channel control{link, 0, here, quick};
+  std::shared_ptr<gige::connection_state> connection = std::make_shared<gige::connection_state>("S1");
+  control_channel control{connection, 0, here, quick};
 };
 
 // Catches memory that is cut or put together wrongly, at the ends of commands and of words.
@@ -126,7 +126,7 @@ TEST_F(channel, honours_pending_acknowledges_up_to_a_limit) {
   control.set_patience({.answer = 500ms, .retries = 0, .pending = 60s});
   auto read = std::async(std::launch::async, [&] { return control.read_register(where); });
   EXPECT_EQ(read.wait_for(1s), std::future_status::timeout);
-  EXPECT_GT(control.last_sign(), clock_type::now() + 10s) << "it said that it will be busy";
+  EXPECT_GT(control.last_sign_of_life(), clock_type::now() + 10s) << "it said that it will be busy";
   release.set_value();
   EXPECT_EQ(read.get(), value);
   later.join();
@@ -151,8 +151,8 @@ TEST_F(channel, tells_what_was_refused_and_why) {
   control.set_patience(patience{});
   const auto text = raised<gige::refused>([&] { control.write_register(where, 1); });
   EXPECT_EQ(text, "WRITEREG of 0x00001000 at 127.0.0.1: refused, access denied (0x8006)");
-  EXPECT_TRUE(control.was_denied());
-  EXPECT_FALSE(control.was_denied());
+  EXPECT_TRUE(control.take_denial());
+  EXPECT_FALSE(control.take_denial());
 }
 
 // Catches a wait, or a wait for one's turn, that goes on after somebody ended it.
@@ -168,29 +168,29 @@ TEST_F(channel, ends_all_waits_at_once_when_cancelled_or_hurried) {
   };
   auto waits = start_two();
   int told = 0;
-  link->on_loss([&] { ++told; });
+  connection->on_loss([&] { ++told; });
   EXPECT_LT(duration([&] {
-              link->cancel();
+              connection->cancel();
               for (auto& each : waits) {
                 EXPECT_EQ(each.get(), "camera S1 is lost: waiting for it was cancelled");
               }
             }),
             1s);
-  link->lose("too late");
+  connection->lose("too late");
   EXPECT_EQ(told, 1);
   EXPECT_THROW(control.read_register(where), gige::wait_cancelled);
   camera.follow({});
-  control.write_at_last(where, 5);
+  control.write_when_closing(where, 5);
   EXPECT_EQ(camera.locked([&] { return camera.registers[where]; }), 5U);
 
-  link = std::make_shared<gige::link>("S2");
-  control_channel other(link, 0, here, forEver);
+  connection = std::make_shared<gige::connection_state>("S2");
+  control_channel other(connection, 0, here, forEver);
   camera.follow(silent);
   camera.locked([&] { camera.ids.clear(); });
   auto read = std::async(std::launch::async, [&] { return other.read_register(where); });
   EXPECT_TRUE(camera.until([&] { return !camera.ids.empty(); }));
   EXPECT_LT(duration([&] {
-              link->hurry(10ms);
+              connection->hurry(10ms);
               EXPECT_THROW(read.get(), gige::not_answered);
             }),
             1s);

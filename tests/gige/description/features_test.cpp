@@ -151,7 +151,7 @@ TEST_F(Features, refuse_what_the_camera_cannot_do) {
   }
   EXPECT_EQ(refusal("Width", "32") + refusal("Free", "-1e300"), "");
   camera_.put(0x18, 1);
-  features_->registers_changed(0x18, 4);
+  features_->forget_registers(0x18, 4);
   EXPECT_EQ(refusal("Mode", "Rare"), "");
   write("Locks", "1");
   EXPECT_THAT(refusal("Width", "16"), HasSubstr("is read only: locked by the camera"));
@@ -252,7 +252,7 @@ TEST_F(Features, are_read_again_where_their_registers_were_written) {
   features_->registers().write(0x10, two);
   EXPECT_EQ(text("Here") + text("Invalidated"), "27");
   camera_.put(0x10, 3);
-  features_->registers_changed(0x12, 1);
+  features_->forget_registers(0x12, 1);
   EXPECT_EQ(text("Here"), "3");
   camera_.onWrite = [this](std::uint64_t) { camera_.put(0x10, 8); };
   write("Here", "9");

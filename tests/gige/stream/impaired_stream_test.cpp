@@ -75,7 +75,7 @@ class emulated_camera : public testing::Test {
     setup_.packetSize = packetBytes;
     camera_ = std::make_unique<gvcam::device>(gvcam::camera_identity{"S1", cameraAddress, ""}, setup_, scene_,
                                               on_link(path_.faults));
-    control_.emplace(std::make_shared<gige::link>("S1"), ownAddress, cameraAddress, gige::patience{});
+    control_.emplace(std::make_shared<gige::connection_state>("S1"), ownAddress, cameraAddress, gige::patience{});
     start(transport);
   }
   void start(transport_choice transport) {

@@ -1,4 +1,4 @@
-#include "platform/gige/library.h"
+#include "platform/gige/camera_registry.h"
 
 #include <algorithm>
 #include <mutex>
@@ -36,12 +36,12 @@ GEV_DEVICE_INTERFACE record_of(const found_camera& found) {
   return record;
 }
 
-library& library::instance() {
-  static library& instance = *new library;
+camera_registry& camera_registry::instance() {
+  static camera_registry& instance = *new camera_registry;
   return instance;
 }
 
-void library::initialize() {
+void camera_registry::initialize() {
   const environment read = read_environment();
   prepare_descriptions();
   const std::scoped_lock lock(mutex_);
@@ -49,29 +49,29 @@ void library::initialize() {
   ++initializations_;
 }
 
-bool library::uninitialize() {
+bool camera_registry::uninitialize() {
   const std::scoped_lock lock(mutex_);
   return initializations_ > 0 && initializations_-- > 0;
 }
 
-bool library::initialized() const {
+bool camera_registry::is_initialized() const {
   const std::shared_lock lock(mutex_);
   return initializations_ > 0;
 }
 
-environment library::surroundings() const {
+environment camera_registry::current_environment() const {
   const std::shared_lock lock(mutex_);
   return environment_;
 }
 
 // ---- Searching
 
-void library::prefer(std::vector<std::string> serials) {
+void camera_registry::prefer(std::vector<std::string> serials) {
   const std::scoped_lock lock(mutex_);
   preferred_ = std::move(serials);
 }
 
-std::vector<found_camera> library::search_networks() {
+std::vector<found_camera> camera_registry::search_networks() {
   search what;
   {
     const std::shared_lock lock(mutex_);
@@ -86,35 +86,36 @@ std::vector<found_camera> library::search_networks() {
   return found;
 }
 
-void library::set_address(const gige_protocol::forced_ip& wanted) const {
-  gige::set_address(wanted, surroundings().interfaces);
+void camera_registry::set_address(const gige_protocol::forced_ip& wanted) const {
+  gige::set_address(wanted, current_environment().interfaces);
 }
 
 // ---- Open cameras
 
-// From the search that found it, our own address towards the camera.
-camera_place library::place_of(const GEV_DEVICE_INTERFACE& record) const {
+// The search that found the camera also found our own address towards it.
+endpoints camera_registry::endpoints_of(const GEV_DEVICE_INTERFACE& record) const {
   const std::shared_lock lock(mutex_);
   const auto known = std::find_if(found_.begin(), found_.end(),
                                   [&](const auto& each) { return each.record.ip == record.ipAddr; });
-  return {.address = record.ipAddr, .ownAddress = known == found_.end() ? 0 : known->ownAddress};
+  return {.camera = record.ipAddr, .own = known == found_.end() ? 0 : known->ownAddress};
 }
 
-GEV_CAMERA_HANDLE library::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode) {
-  const auto owner = std::make_shared<link>(text_of(record.serial));
+GEV_CAMERA_HANDLE camera_registry::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode) {
+  const auto connection = std::make_shared<connection_state>(text_of(record.serial));
   {
     const std::scoped_lock lock(mutex_);
-    std::erase_if(links_, [](const auto& each) { return each.expired(); });
-    links_.push_back(owner);
+    std::erase_if(connections_, [](const auto& each) { return each.expired(); });
+    connections_.push_back(connection);
   }
-  auto opened = std::make_shared<camera>(owner, place_of(record), mode, surroundings());
+  auto opened =
+      std::make_shared<network_camera>(connection, endpoints_of(record), mode, current_environment());
   const std::scoped_lock lock(mutex_);
   const auto handle = reinterpret_cast<GEV_CAMERA_HANDLE>(++lastHandle_);
   open_.emplace_back(handle, std::move(opened));
   return handle;
 }
 
-GEV_STATUS library::find(GEV_CAMERA_HANDLE handle, std::shared_ptr<camera>& found) const {
+GEV_STATUS camera_registry::find(GEV_CAMERA_HANDLE handle, std::shared_ptr<network_camera>& found) const {
   const std::shared_lock lock(mutex_);
   if (initializations_ == 0) {
     return GEVLIB_ERROR_NOT_INITIALIZED;
@@ -128,15 +129,15 @@ GEV_STATUS library::find(GEV_CAMERA_HANDLE handle, std::shared_ptr<camera>& foun
   return GEVLIB_OK;
 }
 
-std::shared_ptr<camera> library::find(const std::string& serial) const {
+std::shared_ptr<network_camera> camera_registry::find(const std::string& serial) const {
   const std::shared_lock lock(mutex_);
   const auto known = std::find_if(open_.begin(), open_.end(),
                                   [&](const auto& each) { return each.second->serial() == serial; });
   return known == open_.end() ? nullptr : known->second;
 }
 
-bool library::close(GEV_CAMERA_HANDLE handle) {
-  std::shared_ptr<camera> closing;
+bool camera_registry::close(GEV_CAMERA_HANDLE handle) {
+  std::shared_ptr<network_camera> closing;
   {
     const std::scoped_lock lock(mutex_);
     const auto found =
@@ -148,11 +149,11 @@ bool library::close(GEV_CAMERA_HANDLE handle) {
     open_.erase(found);
     closing->read_health(closed_[closing->serial()]);
   }
-  closing->hurry();  // whoever still waits in it holds it open
+  closing->end_waits();  // a caller that waits in it keeps it open
   return true;
 }
 
-bool library::read_health(const std::string& serial, camera_extension_health_record& record) const {
+bool camera_registry::read_health(const std::string& serial, camera_extension_health_record& record) const {
   if (const auto open = find(serial)) {
     open->read_health(record);
     return true;
@@ -166,10 +167,10 @@ bool library::read_health(const std::string& serial, camera_extension_health_rec
   return true;
 }
 
-bool library::cancel(const std::string& serial) {
+bool camera_registry::cancel(const std::string& serial) {
   bool found = false;
   const std::shared_lock lock(mutex_);
-  for (const auto& each : links_) {
+  for (const auto& each : connections_) {
     const auto waiting = each.lock();
     if (waiting != nullptr && waiting->camera() == serial) {
       waiting->cancel();
