@@ -13,15 +13,15 @@
 namespace gige {
 namespace {
 
-// The node that it begins with is of the standard, and the outermost.
+// The outermost category, by the standard.
 constexpr const char* rootCategory = "Root";
 constexpr std::size_t deepestCategory = 16;
 
-// ArvGc's parser keeps its state in a static variable, so one description is parsed at a time: some
-// milliseconds for which no camera is asked anything.
+// ArvGc's parser keeps its state in a static variable, so one description is parsed at a time. That takes
+// some milliseconds and sends no commands.
 ArvGc* parse_description(const std::string& xml, const gc_device& device) {
-  static std::mutex parser;
-  const std::scoped_lock one(parser);
+  static std::mutex parserMutex;
+  const std::scoped_lock lock(parserMutex);
   return arv_gc_new(device.get(), xml.data(), xml.size());
 }
 
@@ -38,7 +38,7 @@ ArvGc* read_description(const std::string& xml, const gc_device& device) {
 
 using category_paths = std::unordered_map<ArvGcNode*, std::string>;
 
-// Of all that the category holds; what is in several categories is in the first.
+// Adds the path of each node in the category. A node in several categories gets the path of the first.
 void add_paths(category_paths& to, ArvGc& description, ArvGcNode* category, const std::string& path,
                std::size_t depth) {
   for (const GSList* each = arv_gc_category_get_features(ARV_GC_CATEGORY(category)); each != nullptr;
@@ -71,29 +71,29 @@ struct camera_features::contents {
         device(cache),
         description(read_description(checked_description(xml), device)),
         graph(*description),
-        host{.registers = cache, .device = device, .graph = graph, .monitoring = how.monitoring},
+        context{.registers = cache, .device = device, .graph = graph, .monitoring = how.monitoring},
         registers(*this) {
     category_paths paths = paths_of(*description);
     for (ArvGcFeatureNode* const node : graph.nodes()) {
       if (const auto kind = kind_of(node)) {
-        features.push_back(std::make_unique<node_feature>(node, *kind, paths[ARV_GC_NODE(node)], host));
+        features.push_back(std::make_unique<node_feature>(node, *kind, paths[ARV_GC_NODE(node)], context));
         all.push_back(features.back().get());
         byName[features.back()->name()] = features.back().get();
       }
     }
   }
 
-  // The registers as others reach them: beside the nodes, but not behind their backs.
-  class beside_nodes final : public register_port {
+  // Registers by address. The features learn of each write.
+  class raw_registers final : public register_port {
    public:
-    explicit beside_nodes(contents& of) : of_(of) {}
+    explicit raw_registers(contents& of) : of_(of) {}
     void read(std::uint64_t address, std::span<std::uint8_t> to) override {
-      of_.cache.ask(0, {});
+      of_.cache.begin_access(0, {});
       of_.cache.read(address, to);
     }
     void write(std::uint64_t address, std::span<const std::uint8_t> from) override {
       of_.cache.write(address, from);
-      of_.graph.written_past(of_.cache.advance());
+      of_.graph.mark_raw_write(of_.cache.advance());
     }
 
    private:
@@ -104,8 +104,8 @@ struct camera_features::contents {
   gc_device device;
   owned<ArvGc> description;
   node_graph graph;
-  feature_host host;
-  beside_nodes registers;
+  feature_context context;
+  raw_registers registers;
   std::vector<std::unique_ptr<node_feature>> features;
   std::vector<gev::feature*> all;
   std::unordered_map<std::string_view, gev::feature*> byName;
@@ -126,11 +126,11 @@ gev::feature* camera_features::find(std::string_view name) const {
 }
 
 void camera_features::fill(gev::node_map& nodes) {
-  contents_->host.asking = false;
+  contents_->context.mayRead = false;
   for (gev::feature* const each : contents_->all) {
     nodes.add(*each);
   }
-  contents_->host.asking = true;
+  contents_->context.mayRead = true;
 }
 
 bool camera_features::execute(const std::string& command) {
@@ -138,10 +138,10 @@ bool camera_features::execute(const std::string& command) {
   if (!ARV_IS_GC_COMMAND(node)) {
     return false;
   }
-  contents_->cache.ask(register_cache::nothing, {});
+  contents_->cache.begin_access(register_cache::readAll, {});
   glib_error error;
   arv_gc_command_execute(ARV_GC_COMMAND(node), error.out());
-  contents_->graph.written(ARV_GC_FEATURE_NODE(node), contents_->cache.advance());
+  contents_->graph.mark_written(ARV_GC_FEATURE_NODE(node), contents_->cache.advance());
   contents_->device.rethrow();
   error.raise_if_set(command);
   return true;
@@ -153,7 +153,7 @@ register_port& camera_features::registers() {
 
 void camera_features::forget_registers(std::uint64_t address, std::uint64_t size) {
   contents_->cache.forget(address, size);
-  contents_->graph.written_past(contents_->cache.advance());
+  contents_->graph.mark_raw_write(contents_->cache.advance());
 }
 
 void prepare_descriptions() {

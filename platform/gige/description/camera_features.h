@@ -17,16 +17,16 @@
 
 namespace gige {
 
-// Reads one tiny description, so that the tables are there which ArvGc sets up at first use without a lock.
-// To be called once in a process before the first camera_features is made; then those of different cameras
-// need no common lock.
+// Reads one tiny description. At first use ArvGc fills its tables, without a lock. Call this once in a
+// process before the first camera_features; then those of different cameras need no common lock.
 void prepare_descriptions();
 
 // The features of one camera. All members, and those of the features, are called under the camera's lock.
 //
-// Registers are read once and known until something may have changed them: a write to them, to a selector of
-// the feature that is asked for, or to one of its invalidators. What the camera changes itself (`NoCache`, a
-// polling time, a read-only register without a declaration) is read as often as the description says.
+// A register is read once. It is read again after a write that may have changed it: to the register itself,
+// to a selector of the feature that is read, or to one of the feature's invalidators. Registers that the
+// camera changes by itself (`NoCache`, a polling time, read-only without a declaration) are read as often as
+// the description says. register_cache.h has an example.
 class camera_features {
  public:
   struct setup {
@@ -35,29 +35,29 @@ class camera_features {
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
   };
 
-  // Checks and reads the description; asks nothing of the camera. Raises description_error. The port outlives
-  // this object.
+  // Checks and reads the description, without a command to the camera. Raises description_error. `camera`
+  // outlives this object.
   camera_features(std::string_view xml, register_port& camera, setup how);
   camera_features(const camera_features&) = delete;
   camera_features& operator=(const camera_features&) = delete;
   ~camera_features();
 
-  // In the order of the description; without commands, categories and ports, which have no value. They live
-  // as long as this object and raise what gev::feature says and what the port raises.
+  // In the order of the description, without commands, categories and ports, which have no value. They live
+  // as long as this object, and raise what gev::feature and the port do.
   const std::vector<gev::feature*>& all() const;
   // Null when there is no feature of that name.
   gev::feature* find(std::string_view name) const;
 
-  // Adds a node for each feature, without asking the camera anything.
+  // Adds a node for each feature, without a command to the camera.
   void fill(gev::node_map& nodes);
 
-  // Executes the command, or returns false when the camera has none of that name. Raises as a feature does.
+  // Executes the command; false when the camera has none of that name. Raises what a feature does.
   bool execute(const std::string& command);
 
-  // The camera's registers as the features know them: what is known is not asked for again, and what is
-  // written is noticed by the features.
+  // The camera's registers by address, through the register cache of the features. So a known register costs
+  // no command, and the features learn of each write.
   register_port& registers();
-  // Something else wrote these registers: they are read again.
+  // The camera may have changed these registers: the next access reads them again.
   void forget_registers(std::uint64_t address, std::uint64_t size);
 
  private:

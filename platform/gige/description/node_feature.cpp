@@ -20,7 +20,7 @@ std::string unit_of(ArvGcFeatureNode* node, value_kind kind) {
   std::string unit = kind == value_kind::integer    ? text_of(arv_gc_integer_get_unit(ARV_GC_INTEGER(node)))
                      : kind == value_kind::floating ? text_of(arv_gc_float_get_unit(ARV_GC_FLOAT(node)))
                                                     : "";
-  std::erase_if(unit, [](unsigned char c) { return std::iscntrl(c) != 0; });  // it stands in messages
+  std::erase_if(unit, [](unsigned char c) { return std::iscntrl(c) != 0; });  // for messages
   return unit;
 }
 
@@ -46,7 +46,7 @@ GenApi::EAccessMode without_writing(GenApi::EAccessMode mode) {
 
 }  // namespace
 
-// An enumeration presents itself as an integer and a string, too.
+// Enumerations come first: ArvGc says of them that they are integers and strings, too.
 std::optional<value_kind> kind_of(ArvGcFeatureNode* node) {
   if (ARV_IS_GC_ENUMERATION(node)) {
     return value_kind::enumeration;
@@ -66,92 +66,98 @@ std::optional<value_kind> kind_of(ArvGcFeatureNode* node) {
   return ARV_IS_GC_STRING(node) ? std::optional(value_kind::string) : std::nullopt;
 }
 
-node_feature::node_feature(ArvGcFeatureNode* node, value_kind kind, std::string category, feature_host& host)
+node_feature::node_feature(ArvGcFeatureNode* node, value_kind kind, std::string category,
+                           feature_context& context)
     : node_(node),
-      host_(host),
+      context_(context),
       name_(arv_gc_feature_node_get_name(node)),
       kind_(kind),
       unit_(unit_of(node, kind)),
       category_(std::move(category)),
       description_(purpose_of(node)),
-      selector_(host.graph.is_selector(node)),
-      entriesVary_(kind == value_kind::enumeration && host.graph.has_optional_entries(node)) {
+      isSelector_(context.graph.is_selector(node)),
+      hasOptionalEntries_(kind == value_kind::enumeration && context.graph.has_optional_entries(node)) {
   if (kind == value_kind::enumeration) {
     read_entries();
   }
 }
 
-// ---- Questions
+// ---- Calls of ArvGc
 
 const dependencies& node_feature::sources() {
   if (!sources_) {
-    sources_ = host_.graph.of(node_);
+    sources_ = context_.graph.of(node_);
   }
   return *sources_;
 }
 
-// Asks one question of ArvGc and raises what it ends with.
-template <class Ask>
-auto node_feature::answered(Ask ask) {
+// Raises what the port raised during the call, or what the call's error stands for.
+template <class Call>
+auto node_feature::call(Call arvgc) {
   glib_error error;
-  if constexpr (std::is_void_v<decltype(ask(error.out()))>) {
-    ask(error.out());
-    host_.device.rethrow();
+  if constexpr (std::is_void_v<decltype(arvgc(error.out()))>) {
+    arvgc(error.out());
+    context_.device.rethrow();
     error.raise_if_set(name_);
   } else {
-    auto given = ask(error.out());
-    host_.device.rethrow();
+    auto result = arvgc(error.out());
+    context_.device.rethrow();
     error.raise_if_set(name_);
-    return given;
+    return result;
   }
 }
 
-void node_feature::begin_question(moment oldest) {
-  host_.registers.ask(oldest, {});
-  if (!sources().moving.empty()) {
-    host_.registers.ask(oldest, moving_registers());
+bool node_feature::call_predicate(ArvGcFeatureNode* node,
+                                  gboolean (*predicate)(ArvGcFeatureNode*, GError**)) {
+  return call([&](GError** error) { return predicate(node, error); }) != 0;
+}
+
+void node_feature::begin_access() {
+  begin_access(context_.graph.valid_since(sources()));
+}
+
+// The addresses of polled registers may have to be read, too.
+void node_feature::begin_access(revision oldest) {
+  context_.registers.begin_access(oldest, {});
+  if (!sources().polled.empty()) {
+    context_.registers.begin_access(oldest, polled_registers());
   }
 }
 
-// Which register it is may depend on a selector.
-std::vector<moving_register> node_feature::moving_registers() {
-  std::vector<moving_register> moving;
-  for (const auto& each : sources().moving) {
-    const auto address =
-        answered([&](GError** error) { return arv_gc_register_get_address(each.node, error); });
-    moving.push_back({address, each.lifetime});
+std::vector<polled_register> node_feature::polled_registers() {
+  std::vector<polled_register> polled;
+  for (const auto& each : sources().polled) {
+    const auto address = call([&](GError** error) { return arv_gc_register_get_address(each.node, error); });
+    polled.push_back({address, each.lifetime});
   }
-  return moving;
+  return polled;
 }
 
-// What the camera changes itself is asked for each time. All else is what it was, as long as nothing was
-// written: that saves computing it from registers that are known anyway.
-template <class Known, class Ask>
-const Known& node_feature::recall(answer<Known>& memory, Ask ask) {
-  const bool moves = !sources().moving.empty();
-  if (moves || !memory.known || memory.when != host_.registers.now()) {
-    begin_question(host_.graph.undisturbed_since(sources()));
-    memory.known = ask();
-    memory.when = host_.registers.now();
+// Without a write, only polled registers change. So the result stays the same, and need not be computed again
+// from registers that are known anyway.
+template <class Result, class Read>
+const Result& node_feature::cached_or_read(cached<Result>& kept, Read read) {
+  const bool polls = !sources().polled.empty();
+  if (polls || !kept.result || kept.when != context_.registers.now()) {
+    begin_access();
+    kept.result = read();
+    kept.when = context_.registers.now();
   }
-  return *memory.known;
+  return *kept.result;
 }
 
 // ---- Access
 
 GenApi::EAccessMode node_feature::access() {
-  const GenApi::EAccessMode mode = recall(access_, [this] { return read_access(); });
-  return host_.monitoring ? without_writing(mode) : mode;
+  const GenApi::EAccessMode mode = cached_or_read(access_, [this] { return read_access(); });
+  return context_.monitoring ? without_writing(mode) : mode;
 }
 
 GenApi::EAccessMode node_feature::read_access() {
-  const auto asked = [this](auto* question) {
-    return answered([&](GError** error) { return question(node_, error); }) != 0;
-  };
-  if (!asked(arv_gc_feature_node_is_implemented)) {
+  if (!call_predicate(node_, arv_gc_feature_node_is_implemented)) {
     return GenApi::NI;
   }
-  if (!asked(arv_gc_feature_node_is_available)) {
+  if (!call_predicate(node_, arv_gc_feature_node_is_available)) {
     return GenApi::NA;
   }
   const auto mode = mode_of(arv_gc_feature_node_get_actual_access_mode(node_));
@@ -159,14 +165,14 @@ GenApi::EAccessMode node_feature::read_access() {
 }
 
 bool node_feature::is_locked() {
-  return answered([this](GError** error) { return arv_gc_feature_node_is_locked(node_, error); }) != 0;
+  return call_predicate(node_, arv_gc_feature_node_is_locked);
 }
 
 const char* node_feature::obstacle() {
-  if (host_.monitoring) {
+  if (context_.monitoring) {
     return "the camera is open for monitoring only";
   }
-  begin_question(host_.graph.undisturbed_since(sources()));
+  begin_access();
   return is_locked() ? "locked by the camera, as while frames are transferred" : nullptr;
 }
 
@@ -174,15 +180,15 @@ const char* node_feature::obstacle() {
 
 value node_feature::get(bool ignoreCache) {
   if (ignoreCache) {
-    value_.known.reset();
-    begin_question(register_cache::nothing);
+    value_.result.reset();
+    begin_access(register_cache::readAll);
     return read_value();
   }
-  return recall(value_, [this] { return read_value(); });
+  return cached_or_read(value_, [this] { return read_value(); });
 }
 
 value node_feature::read_value() {
-  return answered([this](GError** error) -> value {
+  return call([this](GError** error) -> value {
     switch (kind_) {
       case value_kind::integer:
         return std::int64_t{arv_gc_integer_get_value(as<ArvGcInteger>(), error)};
@@ -196,43 +202,43 @@ value node_feature::read_value() {
         break;
     }
     const char* const text = arv_gc_string_get_value(as<ArvGcString>(), error);
-    return *error == nullptr ? text_of(text) : std::string();  // it is not always one when there is an error
+    return *error == nullptr ? text_of(text) : std::string();  // with an error, `text` may be anything
   });
 }
 
-// Selecting what is selected is nothing, as long as only we can change it.
-bool node_feature::already_is(const value& to) {
-  return selector_ && sources().moving.empty() && access() == GenApi::RW && get(false) == to;
+// Only for a selector that the camera does not change by itself.
+bool node_feature::is_selected(const value& to) {
+  return isSelector_ && sources().polled.empty() && access() == GenApi::RW && get(false) == to;
 }
 
-// A number may have become another one that the camera can do; a choice was taken as it is.
+// A camera takes an entry as it is. It may round a number to one that it can do.
 bool node_feature::keeps_what_is_written() {
   const bool choice = kind_ == value_kind::enumeration || kind_ == value_kind::boolean;
-  return (choice || selector_) && sources().moving.empty() && !sources().readBack;
+  return (choice || isSelector_) && sources().polled.empty() && !sources().readBack;
 }
 
 void node_feature::set(const value& to) {
-  if (already_is(to)) {
+  if (is_selected(to)) {
     return;
   }
-  // Also when it fails: what the camera made of it is not known.
-  struct noted {
-    feature_host& host;
+  // Counts a failed write, too: the camera may have done a part of it.
+  struct write_mark {
+    feature_context& context;
     ArvGcFeatureNode* node;
-    ~noted() { host.graph.written(node, host.registers.advance()); }
+    ~write_mark() { context.graph.mark_written(node, context.registers.advance()); }
   };
   {
-    const noted afterwards{host_, node_};
-    begin_question(host_.graph.undisturbed_since(sources()));
+    const write_mark atEnd{context_, node_};
+    begin_access();
     write_value(to);
   }
   if (keeps_what_is_written()) {
-    host_.registers.keep_written();
+    context_.registers.keep_written();
   }
 }
 
 void node_feature::write_value(const value& to) {
-  answered([&](GError** error) {
+  call([&](GError** error) {
     switch (kind_) {
       case value_kind::integer:
         arv_gc_integer_set_value(as<ArvGcInteger>(), gev::to_integer(to), error);
@@ -255,12 +261,12 @@ void node_feature::write_value(const value& to) {
 
 // ---- Limits
 
-// A limit that the description leaves out restricts nothing.
+// Returns `otherwise` for a limit that the description leaves out.
 template <class Number, class Node>
-value node_feature::limit(Number (*question)(Node*, GError**), const value& otherwise) {
-  begin_question(host_.graph.undisturbed_since(sources()));
-  return answered([&](GError** error) -> value {
-    const Number found = question(as<Node>(), error);
+value node_feature::read_limit(Number (*getter)(Node*, GError**), const value& otherwise) {
+  begin_access();
+  return call([&](GError** error) -> value {
+    const Number found = getter(as<Node>(), error);
     if (g_error_matches(*error, ARV_GC_ERROR, ARV_GC_ERROR_PROPERTY_NOT_DEFINED) != 0) {
       g_clear_error(error);
       return otherwise;
@@ -274,26 +280,27 @@ value node_feature::limit(Number (*question)(Node*, GError**), const value& othe
 }
 
 value node_feature::min() {
-  return kind_ == value_kind::floating ? limit(arv_gc_float_get_min, std::numeric_limits<double>::lowest())
-                                       : limit(arv_gc_integer_get_min, std::int64_t{INT64_MIN});
+  return kind_ == value_kind::floating
+             ? read_limit(arv_gc_float_get_min, std::numeric_limits<double>::lowest())
+             : read_limit(arv_gc_integer_get_min, std::int64_t{INT64_MIN});
 }
 
 value node_feature::max() {
-  return kind_ == value_kind::floating ? limit(arv_gc_float_get_max, std::numeric_limits<double>::max())
-                                       : limit(arv_gc_integer_get_max, std::int64_t{INT64_MAX});
+  return kind_ == value_kind::floating ? read_limit(arv_gc_float_get_max, std::numeric_limits<double>::max())
+                                       : read_limit(arv_gc_integer_get_max, std::int64_t{INT64_MAX});
 }
 
 value node_feature::inc() {
-  return kind_ == value_kind::floating ? limit(arv_gc_float_get_inc, 0.0)
-                                       : limit(arv_gc_integer_get_inc, std::int64_t{1});
+  return kind_ == value_kind::floating ? read_limit(arv_gc_float_get_inc, 0.0)
+                                       : read_limit(arv_gc_integer_get_inc, std::int64_t{1});
 }
 
 // ---- Entries
 
 void node_feature::read_entries() {
   for (ArvGcFeatureNode* const entry : entry_nodes(node_)) {
-    const auto number = answered(
-        [&](GError** error) { return arv_gc_enum_entry_get_value(ARV_GC_ENUM_ENTRY(entry), error); });
+    const auto number =
+        call([&](GError** error) { return arv_gc_enum_entry_get_value(ARV_GC_ENUM_ENTRY(entry), error); });
     entries_.push_back({text_of(arv_gc_feature_node_get_name(entry)), number, GenApi::RO});
   }
 }
@@ -301,18 +308,15 @@ void node_feature::read_entries() {
 void node_feature::refresh_offered_entries() {
   std::size_t at = 0;
   for (ArvGcFeatureNode* const entry : entry_nodes(node_)) {
-    const auto asked = [&](auto* question) {
-      return answered([&](GError** error) { return question(entry, error); }) != 0;
-    };
-    entries_[at++].access = !asked(arv_gc_feature_node_is_implemented) ? GenApi::NI
-                            : !asked(arv_gc_feature_node_is_available) ? GenApi::NA
-                                                                       : GenApi::RO;
+    entries_[at++].access = !call_predicate(entry, arv_gc_feature_node_is_implemented) ? GenApi::NI
+                            : !call_predicate(entry, arv_gc_feature_node_is_available) ? GenApi::NA
+                                                                                       : GenApi::RO;
   }
 }
 
 const std::vector<gev::entry>& node_feature::entries() {
-  if (entriesVary_ && host_.asking) {
-    begin_question(host_.graph.undisturbed_since(sources()));
+  if (hasOptionalEntries_ && context_.mayRead) {
+    begin_access();
     refresh_offered_entries();
   }
   return entries_;

@@ -13,19 +13,19 @@
 
 namespace gige {
 
-// What all features of a camera share.
-struct feature_host {
+// What the features of one camera share.
+struct feature_context {
   register_cache& registers;
   gc_device& device;
   node_graph& graph;
   bool monitoring = false;  // nothing may be written
-  bool asking = true;       // the camera may be asked; not while nodes are made of its features
+  bool mayRead = true;      // false while the nodes are made, which sends no commands
 };
 
 class node_feature final : public gev::feature {
  public:
-  // The node and the host outlive it.
-  node_feature(ArvGcFeatureNode* node, gev::value_kind kind, std::string category, feature_host& host);
+  // `node` and `context` outlive this object.
+  node_feature(ArvGcFeatureNode* node, gev::value_kind kind, std::string category, feature_context& context);
 
   const std::string& name() const override { return name_; }
   gev::value_kind kind() const override { return kind_; }
@@ -42,22 +42,24 @@ class node_feature final : public gev::feature {
   const std::vector<gev::entry>& entries() override;
 
  private:
-  // An answer, and until when it was one: with every write, registers may be others.
-  template <class Known>
-  struct answer {
-    std::optional<Known> known{};
-    moment when = 0;
+  // A result of ArvGc, valid as long as the revision is the same.
+  template <class Result>
+  struct cached {
+    std::optional<Result> result{};
+    revision when = 0;
   };
 
   const dependencies& sources();
-  template <class Known, class Ask>
-  const Known& recall(answer<Known>& memory, Ask ask);
-  void begin_question(moment oldest);
-  std::vector<moving_register> moving_registers();
-  template <class Ask>
-  auto answered(Ask ask);
+  template <class Result, class Read>
+  const Result& cached_or_read(cached<Result>& kept, Read read);
+  void begin_access();
+  void begin_access(revision oldest);
+  std::vector<polled_register> polled_registers();
+  template <class Call>
+  auto call(Call arvgc);
+  bool call_predicate(ArvGcFeatureNode* node, gboolean (*predicate)(ArvGcFeatureNode*, GError**));
   template <class Number, class Node>
-  gev::value limit(Number (*question)(Node*, GError**), const gev::value& otherwise);
+  gev::value read_limit(Number (*getter)(Node*, GError**), const gev::value& otherwise);
 
   gev::value read_value();
   void write_value(const gev::value& to);
@@ -65,7 +67,7 @@ class node_feature final : public gev::feature {
   bool is_locked();
   void read_entries();
   void refresh_offered_entries();
-  bool already_is(const gev::value& to);
+  bool is_selected(const gev::value& to);
   bool keeps_what_is_written();
 
   template <class Interface>
@@ -74,19 +76,19 @@ class node_feature final : public gev::feature {
   }
 
   ArvGcFeatureNode* const node_;
-  feature_host& host_;
+  feature_context& context_;
   const std::string name_;
   const gev::value_kind kind_;
   const std::string unit_;
   const std::string category_;
   const std::string description_;
   std::vector<gev::entry> entries_;
-  const bool selector_;
-  const bool entriesVary_;
+  const bool isSelector_;
+  const bool hasOptionalEntries_;
 
-  std::optional<dependencies> sources_;  // found out with the first question
-  answer<gev::value> value_;
-  answer<GenApi::EAccessMode> access_;
+  std::optional<dependencies> sources_;  // since the first access
+  cached<gev::value> value_;
+  cached<GenApi::EAccessMode> access_;
 };
 
 // The kind of the node; nothing when it has no value (a category, a command, a port).

@@ -13,7 +13,7 @@ void for_each_child(ArvDomNode* of, Visit visit) {
   }
 }
 
-// Where a node's own value is, not counting what chooses or limits it.
+// To the value itself, not to what selects or limits it.
 bool leads_to_value(ArvGcPropertyNodeType kind) {
   return kind == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE || kind == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_INDEXED ||
          kind == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_DEFAULT;
@@ -23,7 +23,7 @@ bool leads_to_selector(ArvGcPropertyNodeType kind) {
   return kind == ARV_GC_PROPERTY_NODE_TYPE_P_SELECTED;
 }
 
-// What its value, its limits and its access mode are made of.
+// To whatever the value, the limits and the access mode are made of.
 bool leads_to_source(ArvGcPropertyNodeType kind) {
   return kind != ARV_GC_PROPERTY_NODE_TYPE_P_SELECTED && kind != ARV_GC_PROPERTY_NODE_TYPE_P_PORT &&
          kind != ARV_GC_PROPERTY_NODE_TYPE_P_FEATURE && kind != ARV_GC_PROPERTY_NODE_TYPE_P_INVALIDATOR;
@@ -34,11 +34,11 @@ bool decides_access(ArvGcPropertyNodeType kind) {
          kind == ARV_GC_PROPERTY_NODE_TYPE_P_IS_AVAILABLE;
 }
 
-// What an element says of how long a value that was read holds.
+// What a node declares about caching.
 struct declared_caching {
   bool declared = false;
   bool readBack = false;
-  std::optional<std::chrono::milliseconds> lifetime{};  // nothing when until something is written
+  std::optional<std::chrono::milliseconds> lifetime{};  // none: until a write
 };
 
 declared_caching caching_of(ArvGcFeatureNode* node) {
@@ -65,7 +65,8 @@ declared_caching caching_of(ArvGcFeatureNode* node) {
   return found;
 }
 
-// What can only be read is the camera's to change; descriptions tend to forget to say so.
+// A read-only register without a declaration is taken for a measurement, which descriptions tend not to
+// declare.
 bool is_measured(ArvGcFeatureNode* node) {
   return !caching_of(node).declared &&
          arv_gc_feature_node_get_actual_access_mode(node) == ARV_GC_ACCESS_MODE_RO;
@@ -91,7 +92,7 @@ node_graph::node_graph(ArvGc& description) {
   }
 }
 
-// Descends through groups and structures, which hold nodes of their own.
+// Groups, structures and registers hold nodes, too.
 void node_graph::add(ArvDomNode* element, std::size_t parent) {
   if (ARV_IS_GC_ENUM_ENTRY(element)) {
     return;
@@ -112,7 +113,7 @@ void node_graph::link(std::size_t from, ArvDomNode* element) {
     for_each_child(element, [=, this](ArvDomNode* child) { link(from, child); });
     return;
   }
-  // An address formula stands in its register without being named.
+  // The formula of a register's address stands in the register, without a link.
   if (const auto inside = indices_.find(ARV_GC_NODE(element)); inside != indices_.end()) {
     edges_[from].push_back({inside->second, ARV_GC_PROPERTY_NODE_TYPE_P_ADDRESS});
     return;
@@ -153,45 +154,45 @@ std::vector<std::size_t> node_graph::reach(std::size_t first, Follow follow) con
 dependencies node_graph::of(ArvGcFeatureNode* node) const {
   const std::size_t self = indices_.at(ARV_GC_NODE(node));
   const std::vector<std::size_t> sources = reach(self, leads_to_source);
-  dependencies found{.disturbers = {}, .moving = moving_registers(self, sources)};
+  dependencies found{.invalidators = {}, .polled = polled_registers(self, sources)};
   for (const std::size_t source : sources) {
     found.readBack = found.readBack || caching_of(nodes_[source]).readBack;
     for (const edge& each : edges_[source]) {
       if (each.kind == ARV_GC_PROPERTY_NODE_TYPE_P_SELECTED) {
-        append(found.disturbers, reach(each.to, leads_to_selector));
+        append(found.invalidators, reach(each.to, leads_to_selector));
       } else if (each.kind == ARV_GC_PROPERTY_NODE_TYPE_P_INVALIDATOR) {
-        found.invalidated = true;
-        append(found.disturbers, reach(each.to, leads_to_source));
+        found.hasInvalidator = true;
+        append(found.invalidators, reach(each.to, leads_to_source));
       }
     }
   }
-  std::sort(found.disturbers.begin(), found.disturbers.end());
-  found.disturbers.erase(std::unique(found.disturbers.begin(), found.disturbers.end()),
-                         found.disturbers.end());
+  std::sort(found.invalidators.begin(), found.invalidators.end());
+  found.invalidators.erase(std::unique(found.invalidators.begin(), found.invalidators.end()),
+                           found.invalidators.end());
   return found;
 }
 
-std::vector<dependencies::moving_node> node_graph::moving_registers(
+std::vector<dependencies::polled_node> node_graph::polled_registers(
     std::size_t of, const std::vector<std::size_t>& sources) const {
-  std::vector<dependencies::moving_node> moving;
-  const auto moves = [&](std::size_t at, std::chrono::milliseconds lifetime) {
+  std::vector<dependencies::polled_node> polled;
+  const auto isPolled = [&](std::size_t at, std::chrono::milliseconds lifetime) {
     if (ARV_IS_GC_REGISTER(nodes_[at])) {
-      moving.push_back({ARV_GC_REGISTER(nodes_[at]), lifetime});
+      polled.push_back({ARV_GC_REGISTER(nodes_[at]), lifetime});
     }
   };
   for (const std::size_t at : reach(of, leads_to_value)) {
     if (is_measured(nodes_[at])) {
-      moves(at, std::chrono::milliseconds(0));
+      isPolled(at, std::chrono::milliseconds(0));
     }
   }
   for (const std::size_t at : sources) {
     if (const auto lifetime = caching_of(nodes_[at]).lifetime) {
       for (const std::size_t source : reach(at, leads_to_value)) {
-        moves(source, *lifetime);
+        isPolled(source, *lifetime);
       }
     }
   }
-  return moving;
+  return polled;
 }
 
 bool node_graph::is_selector(ArvGcFeatureNode* node) const {
@@ -220,15 +221,15 @@ bool node_graph::has_optional_entries(ArvGcFeatureNode* node) const {
   return optional;
 }
 
-void node_graph::written(ArvGcFeatureNode* node, moment when) {
+void node_graph::mark_written(ArvGcFeatureNode* node, revision when) {
   for (const std::size_t at : reach(indices_.at(ARV_GC_NODE(node)), leads_to_value)) {
     writtenAt_[at] = when;
   }
 }
 
-moment node_graph::undisturbed_since(const dependencies& of) const {
-  moment last = of.invalidated ? writtenPast_ : 0;
-  for (const std::size_t at : of.disturbers) {
+revision node_graph::valid_since(const dependencies& of) const {
+  revision last = of.hasInvalidator ? rawWriteAt_ : 0;
+  for (const std::size_t at : of.invalidators) {
     last = std::max(last, writtenAt_[at]);
   }
   return last;

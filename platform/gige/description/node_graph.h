@@ -1,5 +1,5 @@
-// How the nodes of a camera's description depend on each other, by GenICam's rules, so that a write to one
-// tells which registers the camera may have changed with it.
+// How the nodes of a camera's description depend on each other, by the rules of GenICam. From that follows
+// which registers the camera may have changed after a write to one node.
 #ifndef PLATFORM_GIGE_DESCRIPTION_NODE_GRAPH_H
 #define PLATFORM_GIGE_DESCRIPTION_NODE_GRAPH_H
 
@@ -14,19 +14,21 @@
 
 namespace gige {
 
-// What is behind a node: the nodes that it names, those that they name and so on.
+// What a feature is made of. A feature names other nodes, which name others, down to registers: these are its
+// sources.
 struct dependencies {
-  // Nodes whose writing may make the camera change a register of these: selectors and invalidators.
-  std::vector<std::size_t> disturbers;
-  // A register may be changed with any that is written.
-  bool invalidated = false;
+  // Nodes by index: the selectors and invalidators of the sources. After a write to one of them, the camera
+  // may have changed a source.
+  std::vector<std::size_t> invalidators;
+  // A source has an invalidator. A write without a node may have been to that, too.
+  bool hasInvalidator = false;
 
-  struct moving_node {
+  struct polled_node {
     ArvGcRegister* node;
-    std::chrono::milliseconds lifetime;  // 0: to be read each time
+    std::chrono::milliseconds lifetime;  // 0: read each time
   };
-  std::vector<moving_node> moving;  // registers that the camera changes itself
-  bool readBack = false;            // what is written is not known before it is read
+  std::vector<polled_node> polled;  // sources that the camera changes by itself
+  bool readBack = false;            // the camera may store another value than the one that is written
 };
 
 // The entries of an enumeration, in the description's order.
@@ -38,25 +40,25 @@ class node_graph {
   // The description outlives it.
   explicit node_graph(ArvGc& description);
 
-  // All nodes that have a name, but no entries of enumerations.
+  // All nodes that have a name, without the entries of enumerations.
   const std::vector<ArvGcFeatureNode*>& nodes() const { return nodes_; }
 
   dependencies of(ArvGcFeatureNode* node) const;
-  // Whether other features have a value for each of its entries.
+  // Whether other features have one value for each entry of this node.
   bool is_selector(ArvGcFeatureNode* node) const;
-  // Whether which of its entries are offered is the camera's to say.
+  // Whether the camera decides at run time which entries of this node it offers.
   bool has_optional_entries(ArvGcFeatureNode* node) const;
 
-  // The node was written, and with it all that its value is written through to.
-  void written(ArvGcFeatureNode* node, moment when);
-  // Registers were written without a node.
-  void written_past(moment when) { writtenPast_ = when; }
-  // The registers that the node depends on are as they were at that moment, or were written by us.
-  moment undisturbed_since(const dependencies& of) const;
+  // The node was written, and with it the nodes that its value passes through on its way to a register.
+  void mark_written(ArvGcFeatureNode* node, revision when);
+  // Registers were written by address, without a node.
+  void mark_raw_write(revision when) { rawWriteAt_ = when; }
+  // The latest write after which the camera may have changed a source. Bytes read since then are valid.
+  revision valid_since(const dependencies& of) const;
 
  private:
-  // A link of the description, from the node that has it to the one that it names; with pSelected from the
-  // selected node to its selector.
+  // A link of the description, from the node that has it to the node that it names. A pSelected link runs the
+  // other way: from the selected node to its selector.
   struct edge {
     std::size_t to;
     ArvGcPropertyNodeType kind;
@@ -64,19 +66,19 @@ class node_graph {
 
   void add(ArvDomNode* element, std::size_t parent);
   void link(std::size_t from, ArvDomNode* element);
-  // All nodes within reach of the first by the links that `follow` accepts, the first included.
+  // All nodes that the first one leads to by links that `follow` accepts, itself included.
   template <class Follow>
   std::vector<std::size_t> reach(std::size_t first, Follow follow) const;
-  std::vector<dependencies::moving_node> moving_registers(std::size_t of,
+  std::vector<dependencies::polled_node> polled_registers(std::size_t of,
                                                           const std::vector<std::size_t>& sources) const;
 
   std::vector<ArvGcFeatureNode*> nodes_;
-  std::vector<std::size_t> parents_;  // the structure that a node is a part of
+  std::vector<std::size_t> parents_;  // the node that a node stands in; SIZE_MAX: none
   std::unordered_map<ArvGcNode*, std::size_t> indices_;
   std::vector<std::vector<edge>> edges_;
   std::vector<bool> selects_;
-  std::vector<moment> writtenAt_;
-  moment writtenPast_ = 0;
+  std::vector<revision> writtenAt_;
+  revision rawWriteAt_ = 0;
 };
 
 }  // namespace gige

@@ -1,4 +1,4 @@
-// The registers of a camera as far as they are known.
+// What is known of a camera's registers.
 #ifndef PLATFORM_GIGE_DESCRIPTION_REGISTER_CACHE_H
 #define PLATFORM_GIGE_DESCRIPTION_REGISTER_CACHE_H
 
@@ -14,61 +14,69 @@
 
 namespace gige {
 
-// Counts the changes that we made to a camera; what was read is of the moment at which it was read.
-using moment = std::uint64_t;
+// Counts the writes to one camera: each write begins a new revision.
+using revision = std::uint64_t;
 
-// A register that the camera changes itself.
-struct moving_register {
+// A register that the camera changes by itself.
+struct polled_register {
   std::uint64_t address = 0;
-  std::chrono::milliseconds lifetime{0};  // what was read holds for so long; 0: it is read each time
+  std::chrono::milliseconds lifetime{0};  // bytes that were read are valid for so long; 0: for one read
 };
 
-// Keeps what was read by address, so that registers which several nodes share are one, and those behind a
-// selector are as many as it has entries. (ArvGc's own cache keeps one content for each node, whichever entry
-// is selected.) What it may still believe is said with each question.
+// Keeps what was read, by address and size. Several nodes may share a register, which is then read once; a
+// register behind a selector has an address for each entry, which are all kept. (ArvGc's own cache keeps the
+// bytes of one entry.)
+//
+// Which bytes are still valid depends on the feature that is accessed. An example: at revision 3 Gain and
+// ExposureTime were read, then a write of GainSelector began revision 5. An access to Gain begins with
+// oldest = 5, so its register is read again. An access to ExposureTime, which has no selector, begins with
+// oldest = 0 and needs no command.
+//
+// Under the camera's lock.
 class register_cache final : public register_port {
  public:
   using clock = std::chrono::steady_clock;
 
-  // The camera's own port outlives this object.
+  // `camera`, the camera's own port, outlives this object.
   register_cache(register_port& camera, std::function<clock::time_point()> now);
 
-  moment now() const { return now_; }
-  // We changed something, by a register or without one.
-  moment advance() { return ++now_; }
+  revision now() const { return now_; }
+  // Counts a write.
+  revision advance() { return ++now_; }
 
-  // A new question begins: what was read before `oldest` is not believed, and of the moving registers only
-  // what is young enough.
-  void ask(moment oldest, std::vector<moving_register> moving);
-  static constexpr moment nothing = UINT64_MAX;  // is believed
+  // An access to a feature begins. Until the next one begins, bytes that were read before `oldest` are read
+  // again, and so are those of the polled registers whose lifetime is over.
+  void begin_access(revision oldest, std::vector<polled_register> polled);
+  static constexpr revision readAll = UINT64_MAX;  // for `oldest`: no bytes are valid
 
   void read(std::uint64_t address, std::span<std::uint8_t> to) override;
-  // What was known of these registers is forgotten, also when the write fails: what the camera made of it is
-  // not known.
+  // Forgets what was known of these registers, also when the write fails: the camera may have done a part.
   void write(std::uint64_t address, std::span<const std::uint8_t> from) override;
-  // What the question wrote last, if anything, is what the camera has now: it needs not be read.
+  // Keeps the bytes of the last write of this access, if there was one, as if they had been read.
   void keep_written();
+  // Forgets every register that shares a byte with this range.
   void forget(std::uint64_t address, std::uint64_t size);
 
  private:
-  using place = std::pair<std::uint64_t, std::uint64_t>;  // address and size
+  using range = std::pair<std::uint64_t, std::uint64_t>;  // address and size
   struct content {
     std::vector<std::uint8_t> bytes;
-    moment readAt = 0;
+    revision readAt = 0;
     clock::time_point readTime;
   };
 
-  bool is_believed(std::uint64_t address, const content& known) const;
-  void remember(const place& where, std::vector<std::uint8_t> bytes);
+  bool is_valid(std::uint64_t address, const content& known) const;
+  void keep(const range& where, std::vector<std::uint8_t> bytes);
 
   register_port& camera_;
   const std::function<clock::time_point()> clock_;
-  moment now_ = 1;
-  std::map<place, content> known_;
+  revision now_ = 1;
+  std::map<range, content> known_;
 
-  moment oldest_ = 0;
-  std::vector<moving_register> moving_;
-  std::optional<std::pair<place, std::vector<std::uint8_t>>> written_;
+  // Of the present access.
+  revision oldest_ = 0;
+  std::vector<polled_register> polled_;
+  std::optional<std::pair<range, std::vector<std::uint8_t>>> written_;
 };
 
 }  // namespace gige
