@@ -1,5 +1,5 @@
-# Sourced by ./demo and ./test: the packages that they need, and how a tree is built.
-# shellcheck shell=bash
+# Sourced by ./demo, ./test and ./lint: the packages that they need, and how a tree is built.
+# shellcheck shell=bash disable=SC2034  # what is set here is used by those scripts
 
 packages=(g++ cmake ninja-build lld pkg-config python3 libgtest-dev libgmock-dev
   libfmt-dev libpng-dev libcli11-dev libtomlplusplus-dev libmicrohttpd-dev curl libsystemd-dev nlohmann-json3-dev prometheus-cpp-dev
@@ -7,6 +7,8 @@ packages=(g++ cmake ninja-build lld pkg-config python3 libgtest-dev libgmock-dev
   libaravis-dev libusb-1.0-0-dev libxml2-dev libzip-dev aravis-tools aravis-tools-cli iproute2)
 # What only ./test --all needs: the fuzzers' compiler, an independent reader of the protocol, a browser.
 all_packages=(clang libclang-rt-14-dev tshark chromium chromium-driver python3-selenium)
+# What ./lint needs.
+lint_packages=(clang-format clang-tidy shellcheck pyflakes3 git)
 
 # Installs the packages that are missing, if any.
 install_missing() {

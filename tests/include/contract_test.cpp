@@ -31,7 +31,7 @@ constexpr std::array<property, 18> kRows = {property::DEV_SERIAL,
                                             property::PINx_SOURCE,
                                             property::PINx_INVERTER,
                                             property::PINx_EXPOSURE_RATIO};
-constexpr bool rowsStand() {
+constexpr bool rows_stand() {
   for (std::size_t i = 0; i < kRows.size(); ++i) {
     if (static_cast<std::size_t>(kRows[i]) != i + (i > 14 ? 1 : 0)) {
       return false;
@@ -39,7 +39,7 @@ constexpr bool rowsStand() {
   }
   return sizeof(property) == 1;
 }
-static_assert(rowsStand());
+static_assert(rows_stand());
 static_assert(mg::kPENDING_SIGNAL__NONE == 0 && mg::kPENDING_SIGNAL__SIGHUP == 1 &&
               mg::kPENDING_SIGNAL__SIGTERM == 2);
 template <class Interface>

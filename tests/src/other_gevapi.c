@@ -1,6 +1,8 @@
-/* A camera library that has the calls but neither our node map nor its marker: what a bundle must not be run on. */
+/* A camera library that has the calls, but neither our node map nor its marker. */
 #define CALL(name) \
-  int name(void) { return -1; }
+  int name(void) { \
+    return -1;     \
+  }
 CALL(GevApiInitialize)
 CALL(GevApiUninitialize)
 CALL(_CloseSocketAPI)
