@@ -190,50 +190,68 @@ std::int32_t device::run2() {
   return signal;
 }
 
-// One pass of the loop: waits for a frame and does all that goes with it. Gives the host's pending signal,
-// none when no frame came.
+// One pass of the loop. Gives the host's pending signal, none when no frame came.
 std::int32_t device::takeFrame(acquisition& run, caller where) {
-  GEV_BUFFER_OBJECT* frame = nullptr;
-  const GEV_STATUS status = GevWaitForNextFrame(camera->handle.get(), &frame, kWaitMs);
-  ++run.passes;
-  if (frame == nullptr || frame->address == nullptr || status != 0) {
-    streamHandler->onNoFrame();
-    if (frame != nullptr) {
-      GevReleaseFrame(camera->handle.get(), frame);
-    }
+  GEV_BUFFER_OBJECT* frame = waitForFrame(run);
+  if (frame == nullptr) {
     return kPENDING_SIGNAL__NONE;
   }
-
-  const float tempC = camera->getSensorTempC();
-  sensorTempC.store(tempC, std::memory_order_relaxed);
-  streamHandler->onFrameTick(tempC);
-  handler->heartbeat();
-  ++run.accepted;
+  announceFrame();
   const std::uint64_t nowUs = Time__GetTimeUsec();
-  if (run.accepted == 1) {
+  if (++run.accepted == 1) {
     run.lagUs = firstFrameLagUs(run, *frame, nowUs);
   } else {
     handOver(run, *frame);
   }
   GevReleaseFrame(camera->handle.get(), frame);
+  run.nextTimestampUs = nextTimestampUs(run, nowUs);
+  return takePendingSignal(where);
+}
 
-  const std::uint32_t periodUs = camera->fps.periodUs;
+// The next frame, to be released; null, after telling the host, when the wait brought none that can be used.
+GEV_BUFFER_OBJECT* device::waitForFrame(acquisition& run) {
+  GEV_BUFFER_OBJECT* frame = nullptr;
+  const GEV_STATUS status = GevWaitForNextFrame(camera->handle.get(), &frame, kWaitMs);
+  ++run.passes;
+  if (frame != nullptr && frame->address != nullptr && status == 0) {
+    return frame;
+  }
+  streamHandler->onNoFrame();
+  if (frame != nullptr) {
+    GevReleaseFrame(camera->handle.get(), frame);
+  }
+  return nullptr;
+}
+
+void device::announceFrame() {
+  const float tempC = camera->getSensorTempC();
+  sensorTempC.store(tempC, std::memory_order_relaxed);
+  streamHandler->onFrameTick(tempC);
+  handler->heartbeat();
+}
+
+// One frame period after this frame, less the lag of the first one.
+std::uint64_t device::nextTimestampUs(const acquisition& run, std::uint64_t nowUs) const {
+  return nowUs + timestampOffsetUs + camera->fps.periodUs -
+         static_cast<std::uint64_t>(std::int64_t{run.lagUs});
+}
+
+// The host's pending signal; without one, pending settings are applied.
+std::int32_t device::takePendingSignal(caller where) {
   const std::int32_t signal = handler->getPendingSignal();
   switch (signal) {
     case kPENDING_SIGNAL__SIGTERM:
       LOG_FROM(where, 3, "done: kPENDING_SIGNAL__SIGTERM");
-      return signal;
+      break;
     case kPENDING_SIGNAL__SIGHUP:
       LOG_FROM(where, 3, "done: kPENDING_SIGNAL__SIGHUP");
-      return signal;
+      break;
     case kPENDING_SIGNAL__NONE:
       applyPendingSweep(where);
       break;
     default:
       break;
   }
-  run.nextTimestampUs =
-      nowUs + timestampOffsetUs + periodUs - static_cast<std::uint64_t>(std::int64_t{run.lagUs});
   return signal;
 }
 

@@ -37,6 +37,10 @@ class device final : public device_like {
 
   std::int32_t run2();
   std::int32_t takeFrame(acquisition& run, caller where);
+  GEV_BUFFER_OBJECT* waitForFrame(acquisition& run);
+  void announceFrame();
+  std::uint64_t nextTimestampUs(const acquisition& run, std::uint64_t nowUs) const;
+  std::int32_t takePendingSignal(caller where);
   std::int32_t firstFrameLagUs(const acquisition& run, const GEV_BUFFER_OBJECT& frame, std::uint64_t nowUs);
   void handOver(const acquisition& run, const GEV_BUFFER_OBJECT& frame);
   void applyPendingSweep(caller where);

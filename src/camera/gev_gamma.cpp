@@ -10,18 +10,22 @@ constexpr const char* kTypeGamma = "GammaCorrection";
 // How far beyond the camera's range a gamma is still passed on, for the camera to judge.
 constexpr float kRangeTolerance = 0.06F;
 
-// Runs `action`; an exception of the node map or a standard one is logged and makes it false.
+// What getGammaLimits answers when it gives no range.
+constexpr int kNoLut = 1;
+constexpr int kNoRange = -2;
+
+// What `action` returns. An exception of the node map or a standard one is logged, and an empty value
+// returned: false, or an optional without content.
 template <class Action>
-bool succeeds(Action action, caller where = caller::here()) {
+auto attempt(Action action, caller where) -> decltype(action()) {
   try {
-    action();
-    return true;
+    return action();
   } catch (const GenICam::GenericException& error) {
     LOG_FROM(where, 1, "fail: exception <%s>", error.what());
   } catch (const std::exception& error) {
     LOG_FROM(where, 1, "fail: exception <%s>", error.what());
   }
-  return false;
+  return {};
 }
 
 }  // namespace
@@ -74,13 +78,11 @@ gev_gamma_state gamma_api::getGammaState() const {
 }
 
 bool gamma_api::setGammaState(gev_gamma_state state) const {
-  bool found = false;
   const caller here = caller::here();
-  const bool written = succeeds([&] {
+  const auto write = [&] {
     lut_nodes lut{};
-    found = findLut(lut, here);
-    if (!found) {
-      return;
+    if (!findLut(lut, here)) {
+      return false;
     }
     if (state == kGEV_GAMMA_STATE__GAMMA) {
       lut.type->FromString(kTypeGamma, true);
@@ -88,53 +90,65 @@ bool gamma_api::setGammaState(gev_gamma_state state) const {
     } else {
       lut.mode->FromString(kModeOff, true);
     }
-  });
-  return found && written;
+    return true;
+  };
+  return attempt(write, here);
 }
 
 int gamma_api::getGammaLimits(float& min, float& max) {
-  bool hasLut = true;
-  if (!limitsKnown_) {
-    hasLut = learnLimits(caller::here());
+  const caller here = caller::here();
+  if (!range_) {
+    const auto state = attempt([&] { return std::optional(getGammaState()); }, here);
+    if (state == kGEV_GAMMA_STATE__UNKNOWN) {
+      return kNoLut;
+    }
+    if (state) {
+      range_ = state == kGEV_GAMMA_STATE__GAMMA ? readRange(here) : readRangeOfGammaType(here);
+    }
   }
-  if (!hasLut) {
-    return 1;
+  if (!range_) {
+    return kNoRange;
   }
-  if (!limitsKnown_) {
-    return -2;
-  }
-  min = limitMin_;
-  max = limitMax_;
+  min = range_->min;
+  max = range_->max;
   return 0;
 }
 
-// The range is that of the LUT type gamma correction, so the type becomes that one for the reading. Another
-// type that was there is put back whatever ends the reading, also when the camera took the type and then
-// failed to say so. False without a LUT.
-bool gamma_api::learnLimits(caller where) {
-  bool hasLut = true;
+// The range as the camera has it with the present LUT type; nothing when it can't be read.
+std::optional<gamma_api::gamma_range> gamma_api::readRange(caller where) const {
+  const auto read = [&]() -> std::optional<gamma_range> {
+    GenApi::IFloat* value = findValue(where);
+    if (value == nullptr) {
+      return std::nullopt;
+    }
+    const auto min = static_cast<float>(value->GetMin());
+    const auto max = static_cast<float>(value->GetMax());
+    return gamma_range{min, max};
+  };
+  return attempt(read, where);
+}
+
+// As readRange, with gamma correction as the LUT type. Another type is put back after the reading, also when
+// the camera took gamma correction and then failed to say so.
+std::optional<gamma_api::gamma_range> gamma_api::readRangeOfGammaType(caller where) const {
   std::optional<GenICam::gcstring> otherType;
-  succeeds(
-      [&] {
-        const gev_gamma_state state = getGammaState();
-        hasLut = state != kGEV_GAMMA_STATE__UNKNOWN;
-        if (!hasLut) {
-          return;
-        }
-        if (state != kGEV_GAMMA_STATE__GAMMA) {
-          otherType = findOtherType(where);
-        }
-        if (otherType) {
-          writeType(kTypeGamma, where);
-          LOG_FROM(where, 3, "### Gamma feature is disabled ###");
-        }
-        readLimits(where);
-      },
-      where);
-  if (otherType) {
-    succeeds([&] { writeType(*otherType, where); }, where);
+  const auto find = [&] {
+    otherType = findOtherType(where);
+    return true;
+  };
+  if (!attempt(find, where)) {
+    return std::nullopt;
   }
-  return hasLut;
+  if (!otherType) {
+    return readRange(where);
+  }
+  std::optional<gamma_range> range;
+  if (writeType(kTypeGamma, where)) {
+    LOG_FROM(where, 3, "### Gamma feature is disabled ###");
+    range = readRange(where);
+  }
+  writeType(*otherType, where);
+  return range;
 }
 
 GenApi::IEnumeration* gamma_api::findType(caller where) const {
@@ -151,20 +165,15 @@ std::optional<GenICam::gcstring> gamma_api::findOtherType(caller where) const {
   return found == kTypeGamma ? std::nullopt : std::optional(found);
 }
 
-void gamma_api::writeType(const GenICam::gcstring& text, caller where) const {
-  if (GenApi::IEnumeration* type = findType(where)) {
-    type->FromString(text, true);
-  }
-}
-
-void gamma_api::readLimits(caller where) {
-  GenApi::IFloat* value = findValue(where);
-  if (value == nullptr) {
-    return;
-  }
-  limitMin_ = static_cast<float>(value->GetMin());
-  limitMax_ = static_cast<float>(value->GetMax());
-  limitsKnown_ = true;
+// False, after a log line, when the camera refuses the type.
+bool gamma_api::writeType(const GenICam::gcstring& text, caller where) const {
+  const auto write = [&] {
+    if (GenApi::IEnumeration* type = findType(where)) {
+      type->FromString(text, true);
+    }
+    return true;
+  };
+  return attempt(write, where);
 }
 
 bool gamma_api::setGamma(float gamma, const gev_gamma_state* state) {

@@ -48,6 +48,10 @@ class gamma_api {
   bool setGamma(float gamma, const gev_gamma_state* state);
 
  private:
+  struct gamma_range {
+    float min;
+    float max;
+  };
   struct lut_nodes {
     GenApi::IEnumeration* mode;
     GenApi::IEnumeration* type;
@@ -55,16 +59,14 @@ class gamma_api {
   bool findLut(lut_nodes& lut, caller where = caller::here()) const;
   GenApi::IEnumeration* findType(caller where) const;
   GenApi::IFloat* findValue(caller where = caller::here()) const;
-  bool learnLimits(caller where);
+  std::optional<gamma_range> readRange(caller where) const;
+  std::optional<gamma_range> readRangeOfGammaType(caller where) const;
   std::optional<GenICam::gcstring> findOtherType(caller where) const;
-  void writeType(const GenICam::gcstring& text, caller where) const;
-  void readLimits(caller where);
+  bool writeType(const GenICam::gcstring& text, caller where) const;
 
   param_provider_like* provider_;
   std::string valueFeature_ = "gammaCorrection";
-  float limitMin_ = 0;
-  float limitMax_ = 0;
-  bool limitsKnown_ = false;
+  std::optional<gamma_range> range_;  // once it was read
 };
 
 }  // namespace Zavik::Support::MediaGrabber::Gigev2
