@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/acquire/advice.h"
 #include "host/config/keys.h"
 #include "host/web/live/access.h"
 
@@ -170,7 +171,7 @@ live_camera live_page::camera_of(const live_source& source) {
   camera.serial = figures.serial;
   camera.phase = phase;
   camera.reason = figures.totals.failure;
-  camera.advice = figures.totals.advice;
+  camera.advice = phase == camera_phase::silent ? no_frames_advice({}) : figures.totals.advice;
   camera.phaseS = seconds(since(figures.nowUs, phaseUs));
   camera.againInS = seconds(since(figures.totals.againUs, figures.nowUs));
   camera.frameRateHz = figures.totals.periodUs > 0 ? 1e6 / figures.totals.periodUs : 0;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/log.h"
+#include "host/acquire/advice.h"
 #include "host/acquire/preparation.h"
 #include "host/acquire/silent_end.h"
 #include "host/acquire/thread_log.h"
@@ -29,9 +30,6 @@ std::uint64_t silence_limit_us(double frameRateHz, double exposureUs) {
   const double frameUs = std::max(1e6 / frameRateHz, exposureUs);
   return static_cast<std::uint64_t>(std::max(kSilenceLongestS * 1e6, kSilenceLongestFrames * frameUs));
 }
-
-// What to do where only the driver's own lines tell what happened.
-constexpr const char* kAdvice = "look at cable and power of the camera; 'mediagrabber check' tests it";
 
 // What stands behind the reason: the diagnosis has the reason first.
 std::string advice_of(const refusal_reasons& found) {
@@ -158,6 +156,7 @@ bool camera_runner::run_device_safely() {
 
 // True when it ended as it was asked to; false when the device could not be created or its run failed.
 bool camera_runner::run_device() {
+  silenceAdvice_.clear();
   openingSinceUs_ = steady_us();
   device_like* const created = create_device();
   openingSinceUs_ = 0;
@@ -200,11 +199,19 @@ void camera_runner::close_device() {
   std::exchange(device_, nullptr)->destroy();
 }
 
+// What to do about the failure that was last.
+std::string camera_runner::failure_advice() const {
+  if (!refusal_.lines.empty()) {
+    return advice_of(refusal_);
+  }
+  return silenceAdvice_.empty() ? kUnexplainedAdvice : silenceAdvice_;
+}
+
 // Reports the failure and waits before the next attempt. False when there is to be none.
 bool camera_runner::pause_after_failure() {
   const std::uint64_t inRow = slot_.monitor.totals().failuresInRow;
   const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
-  const std::string advice = refusal_.lines.empty() ? kAdvice : advice_of(refusal_);
+  const std::string advice = failure_advice();
   LOG(1, "the device failed (%lu in a row): %s", inRow, reasons.c_str());
   if (!limits_.restart) {
     return false;
@@ -329,6 +336,7 @@ void camera_runner::onNoFrame() {
   }
   if (steady_us() - lastFrameUs_ >=
       silence_limit_us(camera_.frameRateHz, static_cast<double>(slot_.settings.exposure_us()))) {
+    silenceAdvice_ = no_frames_advice(services_.extension.health(slot_.serial));
     throw camera_silent();
   }
 }

@@ -112,6 +112,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void start_figures();
   void read_health();
   void report_losses(std::uint64_t nowUs);
+  std::string failure_advice() const;
   bool pause_after_failure();
   bool is_end_wanted() const;
 
@@ -132,7 +133,8 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   std::uint64_t framesOfRun_ = 0;
   std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
   bool isSignalGiven_ = false;
-  refusal_reasons refusal_;  // of the creation that failed last; none after one that did not
+  std::string silenceAdvice_;  // what to do about the silence that ended the run; empty: none did
+  refusal_reasons refusal_;    // of the creation that failed last; none after one that did not
 
   std::mutex deviceMutex_;  // guards the device against being destroyed while its statistics are read
   device_like* device_ = nullptr;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/acquire/advice.h"
 #include "host/acquire/loss.h"
 #include "host/acquire/monitor.h"
 #include "host/acquire/settings_queue.h"
@@ -178,7 +179,7 @@ bool camera_check::find(const camera_library& library) {
 void camera_check::explain_refusal(const camera_library& library, const std::string& failures) {
   const refusal_reasons found = diagnose(library, camera_, libraries_.is_simulated());
   if (found.lines.empty()) {
-    table_.add("device created", false, failures, {"'mediagrabber run -v' logs what led to it"});
+    table_.add("device created", false, failures, {kUnexplainedAdvice});
   } else {
     table_.add("device created", false,
                found.isLasting ? "the camera does not take the configuration" : "the camera can't be used",
@@ -218,14 +219,7 @@ std::vector<std::string> camera_check::why_no_frames(const probe& camera) const 
   if (const std::string failures = camera.run_failures(); !failures.empty()) {
     return {failures};
   }
-  const std::string lost = loss_text(camera.health().value_or(camera_extension_health_record{}));
-  if (!lost.empty()) {
-    return {lost};
-  }
-  return {
-      "look for a firewall that holds the stream back, a packet size above the network's, a camera that "
-      "waits for a "
-      "trigger"};
+  return {no_frames_advice(camera.health())};
 }
 
 void camera_check::judge_intervals(const measurement& seen,
