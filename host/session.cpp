@@ -85,7 +85,7 @@ camera_outputs::camera_outputs(const camera_config& camera, const options& chose
     slot.takers.push_back(video.get());
   }
   if (chosen.live) {
-    preview = std::make_shared<preview_source>();
+    preview = std::make_shared<preview_source>([this] { return slot.monitor.missed(); });
     slot.takers.push_back(preview.get());
   }
 }

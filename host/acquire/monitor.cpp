@@ -87,6 +87,11 @@ void camera_monitor::silent() {
   ++totals_.silentWaits;
 }
 
+std::uint64_t camera_monitor::missed() const {
+  const std::lock_guard lock(mutex_);
+  return missed_.count(totals_.lastFrameUs);
+}
+
 camera_totals camera_monitor::totals() const {
   const std::uint64_t nowUs = steady_us();
   const std::lock_guard lock(mutex_);

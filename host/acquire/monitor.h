@@ -60,6 +60,8 @@ class camera_monitor {
   /// Something happened that shows that the camera's thread is alive.
   void alive() { activity_.fetch_add(1, std::memory_order_relaxed); }
 
+  /// Frames missed until the last one arrived, see missed_frames.
+  std::uint64_t missed() const;
   camera_totals totals() const;
   interval_histogram histogram() const;
   /// Grows as long as the camera's thread is alive.

@@ -41,14 +41,22 @@ std::shared_ptr<stored_frame> preview_source::borrow(const std::shared_ptr<copy_
   return {copy, giveBack};
 }
 
-void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
-                           std::span<const std::uint8_t> pixels) {
-  const std::uint64_t nowUs = nowUs_();
+void preview_source::record_arrival(std::uint64_t nowUs) {
+  const std::uint64_t missed = missed_ ? missed_() : 0;
+  const std::uint64_t before = std::exchange(missedSoFar_, missed);
   const std::uint64_t arrived = arrived_.load(std::memory_order_relaxed);
   arrivalUs_[arrived % kArrivals].store(nowUs, std::memory_order_relaxed);
   arrived_.store(arrived + 1, std::memory_order_release);
   if (nowUs >= watchedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
+  missedBefore_[arrived % kArrivals].store(static_cast<std::uint32_t>(missed - before),
+                                           std::memory_order_relaxed);
     return;
+}
+
+void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
+                           std::span<const std::uint8_t> pixels) {
+  const std::uint64_t nowUs = nowUs_();
+  record_arrival(nowUs);
   }
   nextCopyUs_ = nowUs + kCopyEveryUs;
   try {
@@ -74,13 +82,14 @@ shared_frame preview_source::newest(std::uint64_t ageMaxUs) const {
   return newest_ && nowUs_() - newestUs_ <= ageMaxUs ? newest_ : nullptr;
 }
 
-arrival_times preview_source::arrivals_since(std::uint64_t from) const {
+frame_arrivals preview_source::arrivals_since(std::uint64_t from) const {
   const std::uint64_t end = arrived_.load(std::memory_order_acquire);
   const std::uint64_t oldest = end > kArrivals ? end - kArrivals : 0;
-  arrival_times result;
+  frame_arrivals result;
   result.from = std::min(std::max(from, oldest), end);
   for (std::uint64_t at = result.from; at < end; ++at) {
-    result.timesUs.push_back(arrivalUs_[at % kArrivals].load(std::memory_order_relaxed));
+    result.all.push_back({arrivalUs_[at % kArrivals].load(std::memory_order_relaxed),
+                          missedBefore_[at % kArrivals].load(std::memory_order_relaxed)});
   }
   return result;
 }

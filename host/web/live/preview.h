@@ -5,8 +5,10 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "host/acquire/frame_taker.h"
@@ -22,10 +24,16 @@ using shared_frame = std::shared_ptr<const stored_frame>;
 /// Its pixels; valid as long as the frame.
 grey_image image_of(const stored_frame& frame);
 
-/// When frames came: microseconds of the monotonic clock, from frame number `from` (the first is 0) on.
-struct arrival_times {
+/// One frame's arrival.
+struct frame_arrival {
+  std::uint64_t timeUs = 0;  ///< steady_us
+  std::uint32_t missed = 0;  ///< frames missed between the frame before and this one
+};
+
+/// Arrivals in a row; `from` counts those before the first of them.
+struct frame_arrivals {
   std::uint64_t from = 0;
-  std::vector<std::uint64_t> timesUs;
+  std::vector<frame_arrival> all;
 };
 
 /// Offered every frame of one camera by its acquisition thread. Copies one of them, at most ten times a
@@ -37,8 +45,12 @@ class preview_source final : public frame_taker {
   static constexpr std::uint64_t kWatchUs = 3'000'000;
   static constexpr std::size_t kArrivals = 16'384;  ///< a minute at 270 Hz
 
+  using counter = std::function<std::uint64_t()>;
+
+  /// `missed` gives the frames missed so far and is called on the acquisition thread; empty: none are.
   /// `nowUs` gives microseconds of the monotonic clock.
-  explicit preview_source(std::uint64_t (*nowUs)() = steady_us) : nowUs_(nowUs) {}
+  explicit preview_source(counter missed = {}, std::uint64_t (*nowUs)() = steady_us)
+      : missed_(std::move(missed)), nowUs_(nowUs) {}
 
   void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
 
@@ -48,8 +60,8 @@ class preview_source final : public frame_taker {
   /// The frame that was copied last, if that is not longer ago than `ageMaxUs`; else null.
   shared_frame newest(std::uint64_t ageMaxUs) const;
 
-  /// The arrivals from frame number `from` on, as far as the last `kArrivals` go back.
-  arrival_times arrivals_since(std::uint64_t from) const;
+  /// The arrivals after the first `from` ones, as far as the last `kArrivals` go back.
+  frame_arrivals arrivals_since(std::uint64_t from) const;
 
  private:
   // Copies that no viewer has, for the next frames.
@@ -61,12 +73,19 @@ class preview_source final : public frame_taker {
   // Null when viewers have too many.
   static std::shared_ptr<stored_frame> borrow(const std::shared_ptr<copy_pool>& pool);
 
-  std::uint64_t (*nowUs_)();
+  void record_arrival(std::uint64_t nowUs);
+
+  const counter missed_;
+  std::uint64_t (*const nowUs_)();
   std::atomic<std::uint64_t> watchedUntilUs_{0};
   std::atomic<std::uint64_t> arrived_{0};
-  std::array<std::atomic<std::uint64_t>, kArrivals> arrivalUs_{};
+  std::array<std::atomic<std::uint64_t>, kArrivals> arrivalUs_{};  // a ring
+  std::array<std::atomic<std::uint32_t>, kArrivals> missedBefore_{};
 
-  std::uint64_t nextCopyUs_ = 0;                                     // the acquisition thread's
+  // The acquisition thread's.
+  std::uint64_t missedSoFar_ = 0;
+  std::uint64_t nextCopyUs_ = 0;
+
   std::shared_ptr<copy_pool> pool_ = std::make_shared<copy_pool>();  // outlived by no copy
 
   mutable std::mutex mutex_;  // held for the length of a pointer's copy

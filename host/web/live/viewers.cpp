@@ -198,22 +198,27 @@ std::string live_viewers::news_for(events& viewer, const std::string& cameras,
   return news;
 }
 
-std::string live_viewers::arrivals_for(next_arrivals& told, const std::string& serial) {
+std::string live_viewers::arrivals_for(known_arrivals& known, const std::string& serial) {
   const std::shared_ptr<preview_source> source = run_.preview(serial);
   if (!source) {
     return "";
   }
-  std::uint64_t& next = told[serial];
   const std::uint64_t nowUs = steady_us();
-  arrival_times fresh = source->arrivals_since(next);
-  next = fresh.from + fresh.timesUs.size();
-  const auto old = std::find_if(fresh.timesUs.begin(), fresh.timesUs.end(),
-                                [&](std::uint64_t timeUs) { return timeUs + kMinuteUs >= nowUs; });
-  fresh.timesUs.erase(fresh.timesUs.begin(), old);
+  const frame_arrivals fresh = source->arrivals_since(known[serial]);
+  json times = json::array();
+  json missed = json::array();
+  for (const frame_arrival& each : fresh.all) {
+    if (each.timeUs + kMinuteUs >= nowUs) {
+      times.push_back(each.timeUs);
+      missed.push_back(each.missed);
+    }
+  }
+  known[serial] = fresh.from + fresh.all.size();
   const json data = {{"camera", serial},
-                     {"from", next - fresh.timesUs.size()},
+                     {"from", known[serial] - times.size()},
                      {"now_us", nowUs},
-                     {"times_us", fresh.timesUs}};
+                     {"times_us", times},
+                     {"missed", missed}};
   return event("arrivals", data.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 

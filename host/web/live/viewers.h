@@ -46,8 +46,9 @@ class outbox final : public web_stream {
 ///
 /// Events ("text/event-stream") come twice a second: "cameras" (see cameras_json), "log" (see log_json) when
 /// there are lines, and "arrivals" for each camera in view with details:
-/// {"camera","from","now_us","times_us"}, the arrival times (monotonic) of frames since the last event,
-/// `from` the number of the first one of them. The first ones go back a minute.
+/// {"camera","from","now_us","times_us","missed"}: of the frames since the last such event, when they arrived
+/// (monotonic clock) and how many were missed before each; `from` counts the frames before the first of them.
+/// The first event goes back a minute.
 ///
 /// Pictures come one after the other, as picture_maker makes them, of the cameras in view in turn, each
 /// frame once.
@@ -67,15 +68,15 @@ class live_viewers {
   bool set_views(const std::string& viewer, std::vector<camera_view> views);
 
  private:
-  // What is told of one camera's frames next.
-  using next_arrivals = std::map<std::string, std::uint64_t>;
+  // By serial number, the number of arrivals that a viewer knows.
+  using known_arrivals = std::map<std::string, std::uint64_t>;
 
   struct events {
     std::string viewer;
     std::weak_ptr<outbox> out;
     // The thread's.
     std::uint64_t logged = 0;
-    next_arrivals arrivals;
+    known_arrivals arrivals;
   };
   struct pictures {
     std::string viewer;
@@ -96,7 +97,7 @@ class live_viewers {
   void fill_events(const stream_list<events>& all, const stream_list<pictures>& looking);
   void fill_pictures(const stream_list<pictures>& all);
   std::string news_for(events& viewer, const std::string& cameras, const stream_list<pictures>& looking);
-  std::string arrivals_for(next_arrivals& told, const std::string& serial);
+  std::string arrivals_for(known_arrivals& known, const std::string& serial);
   std::string next_picture(pictures& viewer, picture_maker& maker);
   shared_frame fresh_frame(const camera_view& view);
 

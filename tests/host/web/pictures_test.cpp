@@ -167,16 +167,13 @@ TEST(views, that_cannot_be_are_refused) {
   }
 }
 
-std::uint64_t now = 0;
-std::uint64_t told() {
-  return now;
-}
+std::uint64_t nowUs = 0;
 
 class preview : public testing::Test {
  protected:
   void frames(int count, std::uint64_t everyUs) {
     for (int frame = 0; frame < count; ++frame) {
-      now += everyUs;
+      nowUs += everyUs;
       ++number;
       source.offer(tests::info_of(2, 2), number, bytes(4, static_cast<std::uint8_t>(number)));
       const host::shared_frame newest = source.newest(1'000'000);
@@ -188,11 +185,12 @@ class preview : public testing::Test {
 
   std::uint64_t number = 0;
   std::vector<std::uint64_t> seen;
-  host::preview_source source{told};
+  std::uint64_t missed = 0;
+  host::preview_source source{[this] { return missed; }, [] { return nowUs; }};
 };
 
 TEST_F(preview, copies_ten_frames_a_second_and_only_while_somebody_watches) {
-  now = 1'000'000'000;
+  nowUs = 1'000'000'000;
   frames(100, 10'000);
   EXPECT_TRUE(seen.empty());
   source.watch();
@@ -204,7 +202,7 @@ TEST_F(preview, copies_ten_frames_a_second_and_only_while_somebody_watches) {
 }
 
 TEST_F(preview, leaves_a_frame_that_a_viewer_has_as_it_is) {
-  now = 1'000'000'000;
+  nowUs = 1'000'000'000;
   source.watch();
   std::vector<host::shared_frame> held;
   for (int frame = 0; frame < 20; ++frame) {
@@ -220,16 +218,20 @@ TEST_F(preview, leaves_a_frame_that_a_viewer_has_as_it_is) {
   EXPECT_EQ(seen.back(), number);
 }
 
-TEST_F(preview, tells_the_last_arrivals) {
-  now = 0;
+TEST_F(preview, keeps_the_last_arrivals_and_what_was_missed_before_each) {
+  nowUs = 0;
   const auto more = static_cast<int>(host::preview_source::kArrivals) + 10;
-  frames(more, 1000);
-  const host::arrival_times all = source.arrivals_since(0);
-  EXPECT_EQ(all.from, 10U);
-  EXPECT_EQ(all.timesUs.front(), 11'000U);
-  EXPECT_EQ(all.timesUs.back(), static_cast<std::uint64_t>(more) * 1000);
-  EXPECT_EQ(source.arrivals_since(number - 1).timesUs.size(), 1U);
-  EXPECT_TRUE(source.arrivals_since(number + 5).timesUs.empty());
+  frames(more - 1, 1000);
+  missed = 3;
+  frames(1, 1000);
+  const host::frame_arrivals arrivals = source.arrivals_since(0);
+  EXPECT_EQ(arrivals.from, 10U);
+  EXPECT_EQ(arrivals.all.front().timeUs, 11'000U);
+  EXPECT_EQ(arrivals.all.front().missed, 0U);
+  EXPECT_EQ(arrivals.all.back().timeUs, static_cast<std::uint64_t>(more) * 1000);
+  EXPECT_EQ(arrivals.all.back().missed, 3U);
+  EXPECT_EQ(source.arrivals_since(number - 1).all.size(), 1U);
+  EXPECT_TRUE(source.arrivals_since(number + 5).all.empty());
 }
 
 TEST(qr_code, has_its_three_finder_patterns_and_refuses_what_is_too_long) {

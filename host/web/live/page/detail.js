@@ -91,7 +91,7 @@ export class Detail {
     this.#controls.update(camera.controls, mayChange);
     byId("held").hidden = !camera.sweeps_held;
     showEntries(byId("entries"), camera.entries);
-    this.#plots.showIntervals(camera.camera, 1e6 / camera.configured_rate_hz);
+    this.#plots.showIntervals(camera.camera);
     this.#enable();
   }
 

@@ -2,7 +2,6 @@
 
 const height = 170;
 const minuteS = 60;
-const missedFrom = 1.5; // periods: a longer interval has missed frames in it
 const meansKept = 3000;
 
 function colour(name) {
@@ -33,7 +32,7 @@ export class Plots {
   #places;
   #plots = {};
   #means = new Map(); // by camera: times (s) and values since the page was opened
-  #arrivals = new Map(); // by camera: next number, times (us)
+  #arrivals = new Map(); // by camera: times (us), frames missed before each, number of the next one
   #startS = performance.now() / 1000;
 
   constructor(places) {
@@ -83,22 +82,26 @@ export class Plots {
   addArrivals(news) {
     let kept = this.#arrivals.get(news.camera);
     if (!kept || kept.next !== news.from) { // the connection was another one meanwhile
-      kept = { times: [] };
+      kept = { times: [], missed: [] };
       this.#arrivals.set(news.camera, kept);
     }
-    kept.times = kept.times.concat(news.times_us).filter((time) => time + minuteS * 1e6 >= news.now_us);
+    kept.times.push(...news.times_us);
+    kept.missed.push(...news.missed);
+    const old = kept.times.findIndex((time) => time + minuteS * 1e6 >= news.now_us);
+    kept.times.splice(0, old < 0 ? kept.times.length : old);
+    kept.missed.splice(0, kept.missed.length - kept.times.length);
     kept.next = news.from + news.times_us.length;
     kept.nowUs = news.now_us;
   }
 
-  showIntervals(serial, periodUs) {
+  showIntervals(serial) {
     const kept = this.#arrivals.get(serial);
     if (!kept || !this.#plots.intervals) {
       return;
     }
     const times = kept.times.slice(1);
     const gaps = times.map((time, at) => (time - kept.times[at]) / 1000);
-    const marks = gaps.map((gap) => (gap * 1000 > periodUs * missedFrom ? gap : null));
+    const marks = gaps.map((gap, at) => (kept.missed[at + 1] > 0 ? gap : null));
     this.#plots.intervals.setData([times.map((time) => (time - kept.nowUs) / 1e6), gaps, marks]);
   }
 
