@@ -33,7 +33,13 @@ struct web_request {
   }
 };
 
-/// A body that goes on until its maker ends it or its reader leaves (the server drops it then). The server
+enum class stream_state : std::uint8_t {
+  open,
+  over,   ///< all was read, and nothing more comes
+  broken  ///< it ended before it was whole, which the reader learns
+};
+
+/// A body that goes on until its maker ends it, or its reader leaves and the server drops it. The server
 /// reads it whenever the connection takes more, so that a slow reader holds up only itself.
 class web_stream {
  public:
@@ -41,10 +47,9 @@ class web_stream {
   /// Writes what there is, as far as it fits, and gives the number of bytes; 0: nothing at the moment. On the
   /// server's thread; must not wait.
   virtual std::size_t read(std::span<char> to) = 0;
-  /// Whether all was read and nothing more comes.
-  virtual bool is_over() const = 0;
+  virtual stream_state state() const = 0;
   /// `wake` is called, on any thread, when there is something to read again after `read` gave 0, and when the
-  /// stream is over. Empty: nobody is to be woken any more; returns when no call of it is under way.
+  /// stream ends. Empty: nobody is to be woken any more; returns when no call of it is under way.
   virtual void on_data(std::function<void()> wake) = 0;
 };
 

@@ -392,8 +392,8 @@ ssize_t web_server::loop::read_stream(void* stream, std::uint64_t, char* to, std
   if (got > 0) {
     return static_cast<ssize_t>(got);
   }
-  if (self.stream->is_over()) {
-    return MHD_CONTENT_READER_END_OF_STREAM;
+  if (const stream_state state = self.stream->state(); state != stream_state::open) {
+    return state == stream_state::over ? MHD_CONTENT_READER_END_OF_STREAM : MHD_CONTENT_READER_END_WITH_ERROR;
   }
   self.isSuspended = true;
   MHD_suspend_connection(self.connection);

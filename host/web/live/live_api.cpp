@@ -29,6 +29,8 @@ constexpr std::size_t kNameMax = 40;  // bytes of a person's name
 constexpr std::size_t kViewerMax = 64;
 constexpr int kPictureQuality = 90;
 constexpr int kPixelMax = 65'535;  // of a coordinate
+constexpr const char* kViewers = "viewers are connected";
+constexpr const char* kJson = "application/json";
 constexpr const char* kToml = "application/toml; charset=utf-8";
 
 // A request that is answered with an error.
@@ -38,10 +40,15 @@ struct api_error {
   bool isRepeatable = false;  // it may work in a second
 };
 
+// Texts of clients and cameras may be no UTF-8.
+std::string text_of(const ordered_json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 web_answer error_answer(const api_error& error) {
   web_answer answer;
   answer.status = error.status;
-  answer.body = ordered_json{{"error", error.reason}}.dump(-1, ' ', false, json::error_handler_t::replace);
+  answer.body = text_of({{"error", error.reason}});
   if (error.status == 401) {
     answer.headers.emplace_back("WWW-Authenticate", "Bearer");
   }
@@ -58,9 +65,11 @@ web_answer json_answer(std::string body, int status = 200) {
   return answer;
 }
 
-web_answer stream_answer(const char* type, std::shared_ptr<web_stream> stream) {
+// `stream` is null where `most` of `what` are the limit.
+web_answer stream_answer(const char* type, std::shared_ptr<web_stream> stream, const char* what,
+                         std::size_t most) {
   if (!stream) {
-    throw api_error{503, fmt::format("there are {} viewers already", live_viewers::kViewersMax), true};
+    throw api_error{503, fmt::format("{} {} already; ask again in a second", most, what), true};
   }
   web_answer answer;
   answer.type = type;
@@ -220,6 +229,29 @@ std::vector<std::pair<std::string, std::string>> picture_texts(const std::string
           {"Gain_dB", fmt::format("{}", frame.info.gainDb)}};
 }
 
+std::string png_file(const std::string& serial, const stored_frame& frame) {
+  const auto bytes = with_texts(encode(frame, image_format::png), picture_texts(serial, frame));
+  return {bytes.begin(), bytes.end()};
+}
+
+std::string jpeg_file(const stored_frame& frame, int width) {
+  const grey_image image = image_of(frame);
+  return encode_jpeg(scaled(image, {0, 0, image.width, image.height}, width, false), kPictureQuality);
+}
+
+std::string region_json(const std::string& serial, const stored_frame& frame, const rectangle& part) {
+  const grey_image image = image_of(frame);
+  const grey_histogram histogram(image, part);
+  return text_of({{"camera", serial},
+                  {"frame", frame.number},
+                  {"part", {part.x, part.y, part.width, part.height}},
+                  {"mean", histogram.mean()},
+                  {"black", histogram.share(kBlack)},
+                  {"white", histogram.share(kWhite)},
+                  {"sharpness", sharpness(image, part)},
+                  {"histogram", histogram.counts()}});
+}
+
 // A serial number as a part of a file's name.
 std::string file_name(const std::string& serial, std::uint64_t frame, const char* extension) {
   std::string name = serial;
@@ -348,25 +380,25 @@ shared_frame live_api::frame_of(const std::string& serial) {
   return frame;
 }
 
+// An answer whose body takes the processor for a while.
+web_answer live_api::pixel_answer(const char* type, std::function<std::string()> make) {
+  return stream_answer(type, bodies_.start(std::move(make)), "pictures are being sent",
+                       body_worker::kBodiesMax);
+}
+
 web_answer live_api::picture(const web_request& request, const path_words& path) {
-  const shared_frame frame = frame_of(path[3]);
   const std::string format = request.parameter("format");
-  web_answer answer;
-  if (format.empty() || format == "png") {
-    const auto bytes = with_texts(encode(*frame, image_format::png), picture_texts(path[3], *frame));
-    answer.type = "image/png";
-    answer.body.assign(bytes.begin(), bytes.end());
-  } else if (format == "jpg") {
-    const grey_image image = image_of(*frame);
-    answer.type = "image/jpeg";
-    answer.body = encode_jpeg(scaled(image, {0, 0, image.width, image.height},
-                                     std::max(1, number(request, "width", image.width)), false),
-                              kPictureQuality);
-  } else {
+  const bool isJpeg = format == "jpg";
+  if (!isJpeg && !format.empty() && format != "png") {
     throw api_error{400, "'format' must be png or jpg"};
   }
+  const shared_frame frame = frame_of(path[3]);
+  const int width = std::max(1, number(request, "width", frame->info.width));
+  web_answer answer =
+      isJpeg ? pixel_answer("image/jpeg", [=] { return jpeg_file(*frame, width); })
+             : pixel_answer("image/png", [=, serial = path[3]] { return png_file(serial, *frame); });
   answer.headers.emplace_back("Content-Disposition",
-                              file_name(path[3], frame->number, format == "jpg" ? "jpg" : "png"));
+                              file_name(path[3], frame->number, isJpeg ? "jpg" : "png"));
   return answer;
 }
 
@@ -374,16 +406,7 @@ web_answer live_api::region(const web_request& request, const path_words& path) 
   const shared_frame frame = frame_of(path[3]);
   const grey_image image = image_of(*frame);
   const rectangle part = part_of(request, image);
-  const grey_histogram histogram(image, part);
-  return json_answer(ordered_json{{"camera", path[3]},
-                                  {"frame", frame->number},
-                                  {"part", {part.x, part.y, part.width, part.height}},
-                                  {"mean", histogram.mean()},
-                                  {"black", histogram.share(kBlack)},
-                                  {"white", histogram.share(kWhite)},
-                                  {"sharpness", sharpness(image, part)},
-                                  {"histogram", histogram.counts()}}
-                         .dump(-1, ' ', false, json::error_handler_t::replace));
+  return pixel_answer(kJson, [=, serial = path[3]] { return region_json(serial, *frame, part); });
 }
 
 web_answer live_api::keep(const web_request&, const path_words& path) {
@@ -421,14 +444,16 @@ web_answer live_api::log(const web_request& request, const path_words&) {
 
 web_answer live_api::events(const web_request& request, const path_words&) {
   return stream_answer("text/event-stream",
-                       viewers_.open_events(request.parameter("viewer").substr(0, kViewerMax)));
+                       viewers_.open_events(request.parameter("viewer").substr(0, kViewerMax)), kViewers,
+                       live_viewers::kViewersMax);
 }
 
 web_answer live_api::pictures(const web_request& request, const path_words&) {
   const std::string views = request.parameter("views");
   return stream_answer("application/octet-stream",
                        viewers_.open_pictures(request.parameter("viewer").substr(0, kViewerMax),
-                                              parse_views(views.empty() ? "[]" : views)));
+                                              parse_views(views.empty() ? "[]" : views)),
+                       kViewers, live_viewers::kViewersMax);
 }
 
 web_answer live_api::views(const web_request& request, const path_words&) {

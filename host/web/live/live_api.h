@@ -2,11 +2,13 @@
 #ifndef HOST_WEB_LIVE_LIVE_API_H
 #define HOST_WEB_LIVE_LIVE_API_H
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "host/web/live/access.h"
+#include "host/web/live/body_worker.h"
 #include "host/web/live/live_run.h"
 #include "host/web/live/viewers.h"
 #include "host/web/message.h"
@@ -56,10 +58,12 @@ class live_api {
 
   live_camera find(const std::string& serial);
   shared_frame frame_of(const std::string& serial);
+  web_answer pixel_answer(const char* type, std::function<std::string()> make);
 
   live_run& run_;
   live_viewers& viewers_;
   access_rules rules_;
+  body_worker bodies_;
 };
 
 }  // namespace host

@@ -5,12 +5,14 @@
 #include <utility>
 
 #include "core/time_helpers.h"
+#include "host/web/live/body_worker.h"
 
 namespace host {
 namespace {
 
-// The newest one, one that a viewer still works on, one that is sent whole, one to write.
-constexpr std::size_t kCopiesMax = 4;
+// The newest one, one of which the viewers' pictures are made, one to write, and one for each body that may
+// wait for its turn.
+constexpr std::size_t kCopiesMax = 3 + body_worker::kBodiesMax;
 
 }  // namespace
 
@@ -46,17 +48,17 @@ void preview_source::record_arrival(std::uint64_t nowUs) {
   const std::uint64_t before = std::exchange(missedSoFar_, missed);
   const std::uint64_t arrived = arrived_.load(std::memory_order_relaxed);
   arrivalUs_[arrived % kArrivals].store(nowUs, std::memory_order_relaxed);
-  arrived_.store(arrived + 1, std::memory_order_release);
-  if (nowUs >= watchedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
   missedBefore_[arrived % kArrivals].store(static_cast<std::uint32_t>(missed - before),
                                            std::memory_order_relaxed);
-    return;
+  arrived_.store(arrived + 1, std::memory_order_release);
 }
 
 void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
                            std::span<const std::uint8_t> pixels) {
   const std::uint64_t nowUs = nowUs_();
   record_arrival(nowUs);
+  if (nowUs >= watchedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
+    return;
   }
   nextCopyUs_ = nowUs + kCopyEveryUs;
   try {

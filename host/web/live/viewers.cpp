@@ -1,16 +1,14 @@
 #include "host/web/live/viewers.h"
 
 #include <fmt/format.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "core/log.h"
+#include "host/web/live/body_worker.h"
 #include "host/web/live/live_json.h"
 
 namespace host {
@@ -23,7 +21,6 @@ constexpr auto kPicturesEvery = 25ms;  // how long a new frame waits to be seen,
 constexpr auto kEventsEvery = 500ms;
 constexpr std::uint64_t kMinuteUs = 60'000'000;
 constexpr std::uint64_t kFrameAgeMaxUs = 3'000'000;  // what is older is no live picture
-constexpr int kNice = 10;
 
 std::string event(const char* name, const std::string& data) {
   return fmt::format("event: {}\ndata: {}\n\n", name, data);
@@ -45,46 +42,6 @@ void close_all(Streams& streams) {
 }
 
 }  // namespace
-
-std::size_t outbox::read(std::span<char> to) {
-  const std::lock_guard lock(mutex_);
-  const std::size_t size = std::min(to.size(), text_.size() - read_);
-  std::memcpy(to.data(), text_.data() + read_, size);
-  read_ += size;
-  return size;
-}
-
-bool outbox::is_over() const {
-  const std::lock_guard lock(mutex_);
-  return isClosed_ && read_ == text_.size();
-}
-
-void outbox::on_data(std::function<void()> wake) {
-  const std::lock_guard lock(mutex_);
-  wake_ = std::move(wake);
-}
-
-bool outbox::is_empty() const {
-  const std::lock_guard lock(mutex_);
-  return read_ == text_.size();
-}
-
-void outbox::put(std::string text) {
-  const std::lock_guard lock(mutex_);
-  text_ = std::move(text);
-  read_ = 0;
-  if (wake_) {
-    wake_();
-  }
-}
-
-void outbox::close() {
-  const std::lock_guard lock(mutex_);
-  isClosed_ = true;
-  if (wake_) {
-    wake_();
-  }
-}
 
 live_viewers::live_viewers(live_run& run)
     : run_(run), thread_([this](const std::stop_token& stop) { work(stop); }) {}
@@ -141,8 +98,7 @@ bool live_viewers::set_views(const std::string& viewer, std::vector<camera_view>
 }
 
 void live_viewers::work(const std::stop_token& stop) {
-  setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()),
-              kNice);  // of this thread; at worst it is not lowered
+  lower_priority();
   auto nextEvents = std::chrono::steady_clock::now();
   std::unique_lock lock(mutex_);
   while (!stop.stop_requested()) {

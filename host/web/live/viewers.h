@@ -4,7 +4,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,32 +13,11 @@
 #include <vector>
 
 #include "host/web/live/live_run.h"
+#include "host/web/live/outbox.h"
 #include "host/web/live/view.h"
 #include "host/web/message.h"
 
 namespace host {
-
-/// What waits for one connection. Filled only when it is empty: whoever reads slowly gets less, and the
-/// newest.
-class outbox final : public web_stream {
- public:
-  std::size_t read(std::span<char> to) override;
-  bool is_over() const override;
-  void on_data(std::function<void()> wake) override;
-
-  /// Whether all was read.
-  bool is_empty() const;
-  void put(std::string text);
-  /// Nothing more comes.
-  void close();
-
- private:
-  mutable std::mutex mutex_;
-  std::string text_;
-  std::size_t read_ = 0;
-  bool isClosed_ = false;
-  std::function<void()> wake_;
-};
 
 /// The streams, and the thread that fills them. It runs at a low priority, so that no number of viewers takes
 /// processor time from acquisition and recording; it sleeps while there is no viewer.

@@ -91,6 +91,12 @@ class live_api : public testing::Test {
     run.source->offer(frame.info, ++frames, frame.pixels);
   }
   static std::string error_of(const host::web_answer& answer) { return json::parse(answer.body)["error"]; }
+  // The body of an answer that is made on another thread.
+  static std::string body_of(const host::web_answer& answer) {
+    EXPECT_EQ(answer.status, 200) << answer.body;
+    return read_until(*answer.stream,
+                      [&](const std::string&) { return answer.stream->state() == host::stream_state::over; });
+  }
   // Reads a stream until what was read is enough, at most ten seconds; then fails.
   static std::string read_until(host::web_stream& stream,
                                 const std::function<bool(const std::string&)>& enough) {
@@ -173,15 +179,17 @@ TEST_F(live_api, gives_pictures_and_regions_of_the_newest_frame) {
   offer_frame(100);
   const host::web_answer png = get("/api/v1/cameras/A/picture");
   EXPECT_EQ(png.type, "image/png");
-  EXPECT_EQ(png.body.substr(1, 3), "PNG");
+  EXPECT_EQ(body_of(png).substr(1, 3), "PNG");
   EXPECT_NE(std::find(png.headers.begin(), png.headers.end(),
                       std::pair<std::string, std::string>("Content-Disposition",
                                                           "attachment; filename=\"A-1.png\"")),
             png.headers.end());
-  EXPECT_EQ(get("/api/v1/cameras/A/picture", {{"format", "jpg"}, {"width", "0"}}).type, "image/jpeg");
+  const host::web_answer jpeg = get("/api/v1/cameras/A/picture", {{"format", "jpg"}, {"width", "0"}});
+  EXPECT_EQ(jpeg.type, "image/jpeg");
+  EXPECT_EQ(body_of(jpeg).substr(0, 2), "\xff\xd8");
   EXPECT_EQ(get("/api/v1/cameras/A/picture", {{"format", "gif"}}).status, 400);
   const json region =
-      json::parse(get("/api/v1/cameras/A/region", {{"x", "31"}, {"y", "15"}, {"width", "1"}}).body);
+      json::parse(body_of(get("/api/v1/cameras/A/region", {{"x", "31"}, {"y", "15"}, {"width", "1"}})));
   EXPECT_EQ(region["mean"], 100);
   EXPECT_EQ(region["part"], json({31, 15, 1, 1}));
   for (const auto& [key, value] : {std::pair{"x", "32"},

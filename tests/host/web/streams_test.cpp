@@ -1,4 +1,4 @@
-// Streams over real connections: many at once, readers that stop, readers that leave, and TLS.
+// Streams over real connections: many at once, readers that stop or leave, TLS; and bodies made by a worker.
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -6,11 +6,13 @@
 
 #include <array>
 #include <chrono>
+#include <future>
 #include <mutex>
 #include <thread>
 
 #include "host/config/descriptor.h"
-#include "host/web/live/viewers.h"
+#include "host/web/live/body_worker.h"
+#include "host/web/live/outbox.h"
 #include "host/web/web_server.h"
 #include "tests/host/support.h"
 #include "tests/program.h"
@@ -20,11 +22,18 @@ namespace {
 using namespace std::chrono_literals;
 using tests::has;
 
+bool comes_true(const std::function<bool()>& condition) {
+  for (int time = 0; time < 3000 && !condition(); ++time) {
+    std::this_thread::sleep_for(10ms);
+  }
+  return condition();
+}
+
 class streams : public testing::Test {
  protected:
-  streams()
+  explicit streams(const host::web_tls& tls = {})
       : server(
-            {"127.0.0.1", 0}, [this](const auto& request) { return answer(request); }, kLimits) {}
+            {"127.0.0.1", 0}, [this](const auto& request) { return answer(request); }, kLimits, tls) {}
 
   host::web_answer answer(const host::web_request&) {
     auto stream = std::make_shared<host::outbox>();
@@ -68,14 +77,6 @@ class streams : public testing::Test {
     const std::lock_guard lock(mutex);
     return made.lock();
   }
-  template <class Condition>
-  static bool comes_true(Condition condition) {
-    for (int time = 0; time < 3000 && !condition(); ++time) {
-      std::this_thread::sleep_for(10ms);
-    }
-    return condition();
-  }
-
   static constexpr host::web_limits kLimits = {
       .connections = 120, .connectionsOfClient = 2, .idle = 1s, .whole = 1s};
   std::mutex mutex;
@@ -135,6 +136,79 @@ TEST_F(streams, serve_fifty_viewers_at_once) {
   for (std::size_t viewer = 0; viewer < all.size(); ++viewer) {
     EXPECT_TRUE(has(read(clients[viewer], fmt::format("<{}>", viewer)), fmt::format("<{}>", viewer)));
   }
+}
+
+class tls_streams : public streams {
+ protected:
+  tls_streams() : streams({.certificate = tests::content(CERTIFICATE), .key = tests::content(CERTIFICATE)}) {}
+
+  // An independent client, which ends by itself after `seconds`.
+  tests::program curl(const char* seconds) const {
+    return {files.directory / "curl",
+            {"curl", "-sNk", "-m", seconds, fmt::format("https://127.0.0.1:{}/", server.port())}};
+  }
+  std::shared_ptr<host::outbox> stream() {
+    std::shared_ptr<host::outbox> found;
+    EXPECT_TRUE(comes_true([&] {
+      const std::lock_guard lock(mutex);
+      found = made.lock();
+      return found != nullptr;
+    }));
+    return found;
+  }
+
+  struct directory_of_test : tests::host_files {
+    using tests::host_files::directory;
+    void TestBody() override {}
+  } files;
+};
+
+TEST_F(tls_streams, come_whole_although_they_pause) {
+  tests::program client = curl("60");
+  const auto source = stream();
+  ASSERT_TRUE(source);
+  std::string sent;
+  for (const char letter : {'a', 'b', 'c'}) {
+    sent += std::string(300'000, letter);
+    source->put(std::string(300'000, letter));
+    ASSERT_TRUE(comes_true([&] { return client.out() == sent; })) << client.out().size();
+  }
+  source->close();
+  EXPECT_EQ(client.wait(), 0);
+}
+
+// Such a client says that it leaves: bytes that nobody reads stand before the end of the connection.
+TEST_F(tls_streams, of_readers_that_left_are_gone_even_when_there_is_nothing_to_send) {
+  tests::program client = curl("1");
+  std::weak_ptr<host::outbox> left = stream();
+  client.wait();
+  EXPECT_TRUE(comes_true([&] { return left.expired(); }));
+}
+
+// A picture that takes long must hold up neither the server nor, by its number, the memory.
+TEST(body_worker, makes_bodies_elsewhere_and_not_too_many) {
+  host::body_worker worker;
+  std::promise<void> begin;
+  const auto gate = begin.get_future().share();
+  int madeCount = 0;
+  const auto make = [&] {
+    gate.wait();
+    ++madeCount;
+    return std::string("body");
+  };
+  std::vector<std::shared_ptr<host::web_stream>> bodies;
+  for (std::size_t body = 0; body < host::body_worker::kBodiesMax; ++body) {
+    bodies.push_back(worker.start(make));
+  }
+  EXPECT_EQ(worker.start(make), nullptr);
+  bodies.erase(bodies.begin() + 1);  // its reader left
+  bodies.push_back(worker.start([]() -> std::string { throw std::bad_alloc(); }));
+  begin.set_value();
+  ASSERT_TRUE(comes_true([&] { return bodies.back()->state() == host::stream_state::broken; }));
+  EXPECT_EQ(madeCount, static_cast<int>(host::body_worker::kBodiesMax) - 1);
+  std::array<char, 9> text{};
+  EXPECT_EQ(bodies.front()->read(text), 4U);
+  EXPECT_EQ(bodies.front()->state(), host::stream_state::over);
 }
 
 TEST(web_server, refuses_a_certificate_that_is_none) {
