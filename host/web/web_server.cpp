@@ -124,6 +124,13 @@ web_handler handler_of(std::vector<web_route> routes) {
   };
 }
 
+// Whether the client closed its end. What it sent before, as a TLS client does to say that it leaves, may
+// still wait to be read.
+bool has_left(int socket) {
+  pollfd state{socket, POLLRDHUP, 0};
+  return poll(&state, 1, 0) > 0 && (state.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
 void log_line_of_library(void*, const char* format, va_list arguments) {
   std::array<char, 256> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
@@ -417,8 +424,7 @@ void web_server::loop::resume_streams() {
   eventfd_t count = 0;
   eventfd_read(wake_.get(), &count);
   for (streaming* each : streams_) {
-    char next = 0;
-    each->isGone = each->isGone || recv(each->socket, &next, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+    each->isGone = each->isGone || has_left(each->socket);
     if (each->hasData || each->isGone) {
       wake_up(*each);
     }
