@@ -81,7 +81,6 @@ function onEvent(name, data) {
   }
 }
 
-// Pictures come one by one; the next is drawn when the one before is.
 async function onPicture(head, blob) {
   const bitmap = await createImageBitmap(blob);
   detail.addMean(head);

@@ -4,17 +4,17 @@ import { get } from "./api.js";
 
 const retryMs = [500, 1000, 2000, 5000];
 
-/** Reads `path` for ever: `onBytes` gets what comes, `onState` whether the connection stands. */
+/** Reads `path` for ever: `reader()` makes what takes the bytes, `onState` gets whether the connection stands. */
 async function readForEver(path, reader, onState) {
   for (let failures = 0; ; ) {
     try {
       const response = await get(path);
       onState(true);
       failures = 0;
-      const parts = reader();
+      const take = reader();
       const body = response.body.getReader();
       for (let part = await body.read(); !part.done; part = await body.read()) {
-        parts(part.value);
+        await take(part.value); // until then nothing more is read, so that the server sends no more
       }
       onState(false, "the server ended the connection");
     } catch (error) {
@@ -29,7 +29,7 @@ export function openEvents(viewer, onEvent, onState) {
   readForEver(`/api/v1/events?viewer=${viewer}`, () => eventReader(onEvent), onState);
 }
 
-/** Pictures: `onPicture(head, blob)` for each, after the one before was drawn. */
+/** Pictures: `onPicture(head, blob)` for each, once the promise of the one before is fulfilled. */
 export function openPictures(viewer, onPicture, onState) {
   readForEver(`/api/v1/pictures?viewer=${viewer}`, () => pictureReader(onPicture), onState);
 }
@@ -51,7 +51,7 @@ export function eventReader(onEvent) {
 export function pictureReader(onPicture) {
   let waiting = new Uint8Array(0);
   let head = null;
-  return (bytes) => {
+  return async (bytes) => {
     const joined = new Uint8Array(waiting.length + bytes.length);
     joined.set(waiting);
     joined.set(bytes, waiting.length);
@@ -68,7 +68,7 @@ export function pictureReader(onPicture) {
       if (waiting.length < head.bytes) {
         return;
       }
-      onPicture(head, new Blob([waiting.subarray(0, head.bytes)], { type: "image/jpeg" }));
+      await onPicture(head, new Blob([waiting.subarray(0, head.bytes)], { type: "image/jpeg" }));
       waiting = waiting.slice(head.bytes);
       head = null;
     }
