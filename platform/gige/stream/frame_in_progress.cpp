@@ -50,6 +50,7 @@ void frame_in_progress::begin(std::uint64_t id, std::uint8_t* place, moment now)
   record_.clear();
   schedule_.begin(id, place != nullptr);
   highest_ = 0;
+  sent_ = 0;
   examined_ = 0;
   trailer_ = layout_.trailer();
   trailerKnown_ = false;
@@ -58,6 +59,7 @@ void frame_in_progress::begin(std::uint64_t id, std::uint8_t* place, moment now)
   trailerSeen_.reset();
   begun_ = now;
   lastPacket_ = now;
+  quietSince_ = now;
 }
 
 std::uint8_t* frame_in_progress::take(const packet_head& head, byte_view body, std::size_t bodyBytes,
@@ -85,13 +87,17 @@ std::uint8_t* frame_in_progress::take(const packet_head& head, byte_view body, s
   }
 }
 
-// The camera answers that it does not have a packet.
+// The camera answers that it does not have a packet. That is final only for packets that were sent.
 void frame_in_progress::take_absence(const packet_head& head) {
   if (!is_open() || head.packetId > trailer_ || is_late(head.state)) {
     return;
   }
   const bool previousToo = head.state == gige_protocol::status::packet_and_previous_removed;
-  record_.write_off(previousToo ? 0 : head.packetId, head.packetId);
+  const std::uint32_t first = previousToo ? 0 : head.packetId;
+  const std::uint32_t end = std::min(head.packetId + 1, sent_);
+  if (first < end) {
+    record_.write_off(first, end - 1);
+  }
 }
 
 // Counts a packet. True if it is the first of its number and comes in time.
@@ -110,9 +116,12 @@ bool frame_in_progress::note_arrival(std::uint32_t packet, moment now) {
   if (record_.was_requested(packet)) {
     ++counters_.packetsReceivedAgain;
     schedule_.arrived(packet, now);
+  } else {
+    sent_ = std::max(sent_, packet + 1);
   }
   highest_ = std::max(highest_, packet);
   lastPacket_ = now;
+  quietSince_ = now;
   return true;
 }
 
@@ -186,23 +195,21 @@ void frame_in_progress::end_with_trailer(std::uint32_t packet) {
 }
 
 void frame_in_progress::ask_for_gaps(moment now) {
-  miss_below(highest_ + 1, now);
-}
-
-void frame_in_progress::ask_for_rest(moment now) {
-  miss_below(trailer_ + 1, now);
-}
-
-void frame_in_progress::miss_below(std::uint32_t end, moment now) {
-  if (examined_ < end) {
-    counters_.packetsRequested += schedule_.miss(examined_, end, now);
-    examined_ = end;
+  if (examined_ < sent_) {
+    counters_.packetsRequested += schedule_.miss(examined_, sent_, now);
+    examined_ = sent_;
   }
 }
 
+void frame_in_progress::ask_for_rest(moment now) {
+  sent_ = std::max(sent_, trailer_ + 1);
+  ask_for_gaps(now);
+}
+
 bool frame_in_progress::expire(moment now) {
-  if (now - lastPacket_ >= timeout_.longest()) {
-    ask_for_rest(now);
+  if (sent_ <= trailer_ && now - quietSince_ >= timeout_.longest()) {
+    counters_.packetsRequested += schedule_.probe(sent_, trailer_ + 1);
+    quietSince_ = now;
   }
   counters_.packetsRequested += schedule_.expire(now);
   return now - begun_ >= setup_.frameTimeout;
@@ -210,8 +217,8 @@ bool frame_in_progress::expire(moment now) {
 
 moment frame_in_progress::deadline() {
   moment earliest = begun_ + setup_.frameTimeout;
-  if (examined_ <= trailer_) {
-    earliest = std::min(earliest, lastPacket_ + timeout_.longest());
+  if (sent_ <= trailer_) {
+    earliest = std::min(earliest, quietSince_ + timeout_.longest());
   }
   return std::min(earliest, schedule_.deadline().value_or(earliest));
 }

@@ -42,8 +42,11 @@ class frame_in_progress {
   std::uint8_t* take(const gige_protocol::packet_head& head, gige_protocol::byte_view body,
                      std::size_t bodyBytes, moment now);
 
-  // Asks for what is missing below the highest packet that came, or for all that is missing.
+  // Asks for what is missing of the packets that were sent. A packet was sent when a later one of the frame
+  // came without request, or when a later frame has begun. Until then a camera that was asked for it may
+  // answer that it does not have it, and send it all the same.
   void ask_for_gaps(moment now);
+  // A later frame has begun, so that all packets of this one were sent.
   void ask_for_rest(moment now);
 
   // Deals with what did not come in time. True if the frame itself takes too long.
@@ -80,7 +83,6 @@ class frame_in_progress {
   void compare_geometry(const gige_protocol::image_geometry& image);
   void take_trailer(std::uint32_t packet, gige_protocol::byte_view body);
   void end_with_trailer(std::uint32_t packet);
-  void miss_below(std::uint32_t end, moment now);
   void judge_whole();
   std::uint64_t valid_bytes() const;
   frame_outcome outcome(bool complete) const;
@@ -99,6 +101,7 @@ class frame_in_progress {
   frame_refusal refusal_;
 
   std::uint32_t highest_ = 0;       // packet that came
+  std::uint32_t sent_ = 0;          // packets below were sent
   std::uint32_t examined_ = 0;      // packets below were looked at for gaps
   std::uint32_t trailer_ = 0;       // its number, as far as is known
   bool trailerKnown_ = false;       // from the frame itself
@@ -107,6 +110,7 @@ class frame_in_progress {
   std::optional<gige_protocol::trailer> trailerSeen_;
   moment begun_{};
   moment lastPacket_{};
+  moment quietSince_{};  // the last packet, or the last request for packets that may not have been sent
 };
 
 }  // namespace gige

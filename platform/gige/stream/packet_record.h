@@ -51,6 +51,17 @@ class packet_record {
   std::uint32_t next_missing(std::uint32_t from, std::uint32_t end) const;
   std::uint32_t next_settled(std::uint32_t from, std::uint32_t end) const;
 
+  // Calls `visit(first, last)` for each run of missing packets from `from` on and before `end`. `visit` may
+  // write off packets of its run.
+  template <class visitor>
+  void for_missing_runs(std::uint32_t from, std::uint32_t end, visitor visit) const {
+    for (std::uint32_t first = next_missing(from, end); first < end;) {
+      const std::uint32_t behind = next_settled(first, end);
+      visit(first, behind - 1);
+      first = next_missing(behind, end);
+    }
+  }
+
  private:
   static constexpr std::uint32_t bitsPerRow = 64;
   struct row {

@@ -27,11 +27,16 @@ void resend_schedule::begin(std::uint64_t blockId, bool wanted) {
 
 std::uint32_t resend_schedule::miss(std::uint32_t first, std::uint32_t end, moment now) {
   std::uint32_t asked = 0;
-  while ((first = record_.next_missing(first, end)) != end) {
-    const std::uint32_t behind = record_.next_settled(first, end);
-    asked += await(first, behind - 1, now);
-    first = behind;
-  }
+  record_.for_missing_runs(first, end,
+                           [&](std::uint32_t from, std::uint32_t to) { asked += await(from, to, now); });
+  return asked;
+}
+
+std::uint32_t resend_schedule::probe(std::uint32_t first, std::uint32_t end) {
+  std::uint32_t asked = 0;
+  record_.for_missing_runs(first, end, [&](std::uint32_t from, std::uint32_t to) {
+    asked += may_ask_for(to - from + 1) ? request(from, to) : 0;
+  });
   return asked;
 }
 
@@ -44,21 +49,24 @@ std::uint32_t resend_schedule::await(std::uint32_t first, std::uint32_t last, mo
   const wait packets{first, last, now};
   waits_[(firstWait_ + waitCount_) % waits_.size()] = packets;
   ++waitCount_;
-  return may_ask_for(last - first + 1) ? ask(packets) : 0;
+  if (!may_ask_for(last - first + 1)) {
+    return 0;
+  }
+  if (!timed_ && !record_.was_requested(first)) {
+    timed_ = packets;
+  }
+  return request(first, last);
 }
 
 bool resend_schedule::may_ask_for(std::uint32_t count) const {
   return count <= budgetLeft_ && record_.written_off() == 0;
 }
 
-std::uint32_t resend_schedule::ask(const wait& packets) {
-  if (!timed_ && !record_.was_requested(packets.first)) {
-    timed_ = packets;
-  }
-  const std::uint32_t count = packets.last - packets.first + 1;
-  record_.mark_requested(packets.first, packets.last);
+std::uint32_t resend_schedule::request(std::uint32_t first, std::uint32_t last) {
+  const std::uint32_t count = last - first + 1;
+  record_.mark_requested(first, last);
   budgetLeft_ -= count;
-  owner_.request({blockId_, packets.first, packets.last});
+  owner_.request({blockId_, first, last});
   return count;
 }
 
@@ -89,20 +97,17 @@ resend_schedule::wait resend_schedule::pop_wait() {
 // Asks for what is still missing once more, or writes it off.
 std::uint32_t resend_schedule::repeat(const wait& late, moment now) {
   std::uint32_t asked = 0;
-  const std::uint32_t end = late.last + 1;
-  for (std::uint32_t first = late.first; (first = record_.next_missing(first, end)) != end;) {
-    const std::uint32_t behind = record_.next_settled(first, end);
+  record_.for_missing_runs(late.first, late.last + 1, [&](std::uint32_t first, std::uint32_t last) {
     if (timed_ && timed_->first == first) {
       timeout_.unanswered();
       timed_.reset();
     }
-    if (may_ask_for(behind - first)) {
-      asked += await(first, behind - 1, now);
+    if (may_ask_for(last - first + 1)) {
+      asked += await(first, last, now);
     } else {
-      record_.write_off(first, behind - 1);
+      record_.write_off(first, last);
     }
-    first = behind;
-  }
+  });
   return asked;
 }
 

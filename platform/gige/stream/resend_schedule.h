@@ -29,6 +29,10 @@ class resend_schedule {
   // number of packets that it asked for, as does `expire`.
   std::uint32_t miss(std::uint32_t first, std::uint32_t end, moment now);
 
+  // Asks for the missing packets from `first` on and before `end`, which the camera may not have sent yet:
+  // none of them is waited for or written off. Gives the number of packets that it asked for.
+  std::uint32_t probe(std::uint32_t first, std::uint32_t end);
+
   // A packet that was asked for has come.
   void arrived(std::uint32_t packet, moment now);
 
@@ -45,7 +49,7 @@ class resend_schedule {
   };
   std::uint32_t await(std::uint32_t first, std::uint32_t last, moment now);
   bool may_ask_for(std::uint32_t count) const;
-  std::uint32_t ask(const wait& packets);
+  std::uint32_t request(std::uint32_t first, std::uint32_t last);
   std::uint32_t repeat(const wait& late, moment now);
   wait pop_wait();
 

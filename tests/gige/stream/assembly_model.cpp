@@ -16,7 +16,8 @@ void assembly_model::accept(const std::vector<sent_packet>& batch, moment now) {
   }
   for (frame& of : window_) {
     if (of.waiting()) {
-      miss(of, &of == &window_.back() ? *of.received.rbegin() + 1 : of.trailer + 1, now);
+      of.sent = &of == &window_.back() ? of.sent : std::max(of.sent, of.trailer + 1);
+      miss(of, now);
     }
   }
   close_settled();
@@ -74,7 +75,7 @@ void assembly_model::take(frame& of, const sent_packet& packet, moment now) {
     const bool all = packet.head.state == gige_protocol::status::packet_and_previous_removed;
     for (std::uint32_t gone = all ? 0 : number; !of.closed && number <= of.trailer && gone <= number;
          ++gone) {
-      if (!is_late(packet.head.state) && of.lacks(gone)) {
+      if (!is_late(packet.head.state) && of.lacks(gone) && gone < of.sent) {
         of.writtenOff.insert(gone);
       }
     }
@@ -92,7 +93,8 @@ void assembly_model::take(frame& of, const sent_packet& packet, moment now) {
   of.received.insert(number);
   of.writtenOff.erase(number);
   counters.packetsReceivedAgain += of.requested.contains(number) ? 1 : 0;
-  of.last = now;
+  of.sent = of.requested.contains(number) ? of.sent : std::max(of.sent, number + 1);
+  of.quiet = now;
   of.refused = of.refused || contradicts(of, packet);
 }
 
@@ -139,7 +141,7 @@ void assembly_model::begin(frame& of, moment now) {
   of.lent = lends_();
   of.budget = of.lent && setup_.cameraResends ? setup_.maxPacketResends : 0;
   of.trailer = layout_.trailer();
-  of.since = of.last = now;
+  of.since = of.quiet = now;
 }
 
 assembly_model::frame& assembly_model::move_to(std::uint64_t id, moment now) {
@@ -166,15 +168,16 @@ void assembly_model::drop_stray() {
   stray_.reset();
 }
 
-void assembly_model::miss(frame& of, std::uint32_t end, moment now) {
-  if (of.examined < end) {
-    await(of, {of.examined, end, now}, now, false);
-    of.examined = end;
+void assembly_model::miss(frame& of, moment now) {
+  if (of.examined < of.sent) {
+    ask(of, {of.examined, of.sent, now}, request::first);
+    of.examined = of.sent;
   }
 }
 
-// Waits for each run of packets that are missing within a range, and asks for it where that may be.
-void assembly_model::await(frame& of, range missing, moment now, bool repeated) {
+// Asks for each run of packets that are missing within a range where that may be, and waits for it unless the
+// camera may not have sent it yet.
+void assembly_model::ask(frame& of, range missing, request kind) {
   for (std::uint32_t first = missing.first; first < missing.end; ++first) {
     std::uint32_t end = first;
     while (end < missing.end && of.lacks(end)) {
@@ -189,11 +192,11 @@ void assembly_model::await(frame& of, range missing, moment now, bool repeated) 
       counters.packetsRequested += end - first;
       requests.push_back({of.id, first, end - 1});
     }
-    for (std::uint32_t packet = first; packet < end && (asks || repeated); ++packet) {
+    for (std::uint32_t packet = first; packet < end && (asks || kind == request::repeated); ++packet) {
       (asks ? of.requested : of.writtenOff).insert(packet);
     }
-    if (asks || !repeated) {
-      of.waits.push_back({first, end, now});
+    if (kind == request::first || (asks && kind == request::repeated)) {
+      of.waits.push_back({first, end, missing.since});
     }
     first = end;
   }
@@ -210,13 +213,14 @@ void assembly_model::expire(moment now) {
 }
 
 bool assembly_model::expire(frame& of, moment now) {
-  if (now - of.last >= resend_timeout::shortest) {
-    miss(of, of.trailer + 1, now);
+  if (of.sent <= of.trailer && now - of.quiet >= resend_timeout::shortest) {
+    ask(of, {of.sent, of.trailer + 1, now}, request::probe);
+    of.quiet = now;
   }
   while (!of.waits.empty() && of.waits.front().since + resend_timeout::shortest <= now) {
     const range late = of.waits.front();
     of.waits.erase(of.waits.begin());
-    await(of, late, now, true);
+    ask(of, {late.first, late.end, now}, request::repeated);
   }
   return now - of.since >= setup_.frameTimeout;
 }
@@ -226,8 +230,8 @@ std::optional<moment> assembly_model::deadline() const {
   for (const frame& of : window_) {
     if (of.waiting()) {
       all.insert(of.since + setup_.frameTimeout);
-      if (of.examined <= of.trailer) {
-        all.insert(of.last + resend_timeout::shortest);
+      if (of.sent <= of.trailer) {
+        all.insert(of.quiet + resend_timeout::shortest);
       }
       for (const range& wait : of.waits) {
         for (std::uint32_t packet = wait.first; packet < wait.end; ++packet) {

@@ -49,6 +49,7 @@ class assembly_model {
     std::uint32_t end;
     moment since;
   };
+  enum class request { first, repeated, probe };
   struct frame {
     std::uint64_t id = 0;
     bool begun = false;
@@ -60,6 +61,7 @@ class assembly_model {
     std::set<std::uint32_t> writtenOff{};
     std::uint32_t trailer = 0;
     bool trailerKnown = false;
+    std::uint32_t sent = 0;
     std::uint32_t examined = 0;
     std::uint32_t budget = 0;
     std::uint64_t bytes = 0;
@@ -67,7 +69,7 @@ class assembly_model {
     gige_protocol::trailer end{};
     std::vector<range> waits{};
     moment since{};
-    moment last{};
+    moment quiet{};
 
     bool lacks(std::uint32_t packet) const {
       return !received.contains(packet) && !writtenOff.contains(packet) && packet <= trailer;
@@ -85,8 +87,8 @@ class assembly_model {
   void begin(frame& of, moment now);
   frame& move_to(std::uint64_t id, moment now);
   void drop_stray();
-  void miss(frame& of, std::uint32_t end, moment now);
-  void await(frame& of, range missing, moment now, bool repeated);
+  void miss(frame& of, moment now);
+  void ask(frame& of, range missing, request kind);
   bool expire(frame& of, moment now);
   void close(frame& of);
   void close_settled();

@@ -103,16 +103,31 @@ TEST_F(frame_assembly, LosesOneFrameWithOnePacket) {
               ElementsAre(frame_end(1, frame_outcome::incomplete), frame_end(2, frame_outcome::whole)));
 }
 
-TEST_F(frame_assembly, WaitsForASenderThatIsHeldUpAlsoWhereNothingCanBeAskedFor) {
-  assembly_setup setup = camera_.setup;
-  setup.cameraResends = false;
-  frame_assembler assembler(setup, *this);
-  for (std::uint32_t number = 0; number <= trailerNumber; ++number) {
-    const moment when(number < 10 ? 0ms : setup.resendTimeout - 1ms);
-    assembler.expire(when);
-    send_to(assembler, true_packet(1, number, camera_), when);
+// A camera that is held up within a frame is asked for packets that it has not sent yet, and says that it
+// does not have them.
+TEST_F(frame_assembly, WaitsForPacketsThatAreStillToBeSent) {
+  for (const bool resends : {true, false}) {
+    assembly_setup setup = camera_.setup;
+    setup.cameraResends = resends;
+    setup.maxPacketResends = 30;
+    frame_assembler assembler(setup, *this);
+    for (std::uint32_t number = 0; number <= trailerNumber; ++number) {
+      const moment when(number < 10 ? 0ms : 100ms);
+      send_to(assembler, true_packet(1, number, camera_), when);
+      if (number == 9) {
+        assembler.expire(moment(30ms));
+        EXPECT_EQ(lastRequest_, (resends ? resend_request{1, 10, trailerNumber} : resend_request{}));
+        for (std::uint32_t absent = 10; absent <= trailerNumber; ++absent) {
+          sent_packet answer = true_packet(1, absent, camera_);
+          answer.head.state = status::packet_unavailable;
+          send_to(assembler, answer, moment(31ms));
+        }
+        assembler.expire(moment(99ms));
+      }
+    }
+    EXPECT_EQ(assembler.counters().framesWhole, 1U);
+    lastRequest_ = {};
   }
-  EXPECT_THAT(ended(), ElementsAre(frame_end(1, frame_outcome::whole)));
 }
 
 TEST_F(frame_assembly, IsMovedByTwoPacketsInARowButNotByOne) {
