@@ -3,12 +3,12 @@
 namespace gev {
 
 void node_map::add(feature& of) {
-  nodes_.push_back(make_node(of, gate_));
+  nodes_.push_back(make_node(of, owner_));
   byName_[of.name()] = nodes_.back().get();
 }
 
 GenApi::INode* node_map::GetNode(const GenICam::gcstring& name) const {
-  const auto turn = gate_.hold();
+  const auto lock = owner_.hold();
   const auto found = byName_.find(std::string_view(name.c_str()));
   return found == byName_.end() ? nullptr : found->second;
 }

@@ -13,12 +13,12 @@
 
 namespace gev {
 
-// The nodes of one camera, by name. Features and gate outlive it.
+// The nodes of one camera by name. Features and owner must outlive it.
 class node_map final : public GenApi::INodeMap {
  public:
-  explicit node_map(gate& owner) : gate_(owner) {}
-  // Makes a node for the feature. When there was one it is replaced, since the feature became one of
-  // another kind, and lives on for those who still hold it. Under the owner's lock.
+  explicit node_map(node_owner& owner) : owner_(owner) {}
+  // Makes a node for the feature. It replaces an earlier one, whose feature has changed its kind; that one
+  // stays valid for callers that still have it. Under the owner's lock.
   void add(feature& of);
   // Takes the owner's lock.
   GenApi::INode* GetNode(const GenICam::gcstring& name) const override;
@@ -28,7 +28,7 @@ class node_map final : public GenApi::INodeMap {
     using is_transparent = void;
   };
 
-  gate& gate_;
+  node_owner& owner_;
   std::unordered_map<std::string, GenApi::INode*, name_hash, std::equal_to<>> byName_;
   std::vector<std::unique_ptr<GenApi::INode>> nodes_;
 };

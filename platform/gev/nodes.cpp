@@ -7,16 +7,16 @@
 namespace gev {
 namespace {
 
-// What all kinds have in common. Each operation enters the gate once and then is one call to the checks.
+// What all kinds have in common. Each operation asks the owner for its lock once and is then one call.
 template <class Interface>
 class value_node : public GenApi::INode, public Interface {
  public:
-  value_node(feature& of, gate& owner) : feature_(of), gate_(owner) {}
+  value_node(feature& of, node_owner& owner) : feature_(of), owner_(owner) {}
 
   GenICam::gcstring GetName() const override { return feature_.name(); }
 
   GenApi::EAccessMode GetAccessMode() const override {
-    const auto turn = enter(operation::access);
+    const auto lock = enter(operation::access);
     return feature_.access();
   }
 
@@ -27,40 +27,37 @@ class value_node : public GenApi::INode, public Interface {
 
   void FromString(const GenICam::gcstring& text, bool verify) override {
     const value given = std::string(text.c_str());
-    const auto turn = enter_write(given, verify);
+    const auto lock = enter_write(given, verify);
     write_text(feature_, text.c_str(), verify);
   }
 
  protected:
   value read_value(bool verify, bool ignoreCache) {
-    const auto turn = gate_.enter(
+    const auto lock = owner_.enter(
         {.what = operation::read, .feature = &feature_.name(), .verify = verify, .ignoreCache = ignoreCache});
     return read(feature_, verify, ignoreCache);
   }
 
   void write_value(const value& written, bool verify) {
-    const auto turn = enter_write(written, verify);
+    const auto lock = enter_write(written, verify);
     write(feature_, written, verify);
   }
 
   value limit(operation which) {
-    const auto turn = enter(which);
+    const auto lock = enter(which);
     return which == operation::min   ? feature_.min()
            : which == operation::max ? feature_.max()
                                      : feature_.inc();
   }
 
-  feature& of() { return feature_; }
-  gate& owner() { return gate_; }
-
  private:
   std::unique_lock<std::mutex> enter(operation what) const {
-    return gate_.enter({.what = what, .feature = &feature_.name()});
+    return owner_.enter({.what = what, .feature = &feature_.name()});
   }
 
   std::unique_lock<std::mutex> enter_write(const value& written, bool verify) {
     try {
-      return gate_.enter(
+      return owner_.enter(
           {.what = operation::write, .feature = &feature_.name(), .written = &written, .verify = verify});
     } catch (const GenICam::GenericException& refusal) {
       log_refusal(feature_.name(), to_text(written), "unknown", refusal);
@@ -69,7 +66,7 @@ class value_node : public GenApi::INode, public Interface {
   }
 
   feature& feature_;
-  gate& gate_;
+  node_owner& owner_;
 };
 
 class integer_node final : public value_node<GenApi::IInteger> {
@@ -104,14 +101,15 @@ class boolean_node final : public value_node<GenApi::IBoolean> {
   }
 };
 
-// An entry knows its name and number by heart; only its access mode is asked of the camera.
+// The name and number of an entry never change. Its access mode is the camera's.
 class entry_node final : public GenApi::IEnumEntry {
  public:
-  entry_node(feature& of, gate& owner, std::size_t index) : feature_(of), gate_(owner), index_(index) {}
+  entry_node(feature& of, node_owner& owner, std::size_t index)
+      : feature_(of), owner_(owner), index_(index) {}
 
   GenApi::EAccessMode GetAccessMode() const override {
-    const auto turn =
-        gate_.enter({.what = operation::access, .feature = &feature_.name(), .entry = &self().name});
+    const auto lock =
+        owner_.enter({.what = operation::access, .feature = &feature_.name(), .entry = &self().name});
     return self().access;
   }
 
@@ -126,13 +124,13 @@ class entry_node final : public GenApi::IEnumEntry {
 
  private:
   feature& feature_;
-  gate& gate_;
+  node_owner& owner_;
   std::size_t index_;
 };
 
 class enumeration_node final : public value_node<GenApi::IEnumeration> {
  public:
-  enumeration_node(feature& of, gate& owner) : value_node(of, owner) {
+  enumeration_node(feature& of, node_owner& owner) : value_node(of, owner) {
     for (std::size_t index = 0; index < of.entries().size(); ++index) {
       entries_.push_back(std::make_unique<entry_node>(of, owner, index));
     }
@@ -174,7 +172,7 @@ std::string name_of(const feature_access& what) {
   return what.entry != nullptr ? name + "." + *what.entry : name;
 }
 
-std::unique_ptr<GenApi::INode> make_node(feature& of, gate& owner) {
+std::unique_ptr<GenApi::INode> make_node(feature& of, node_owner& owner) {
   switch (of.kind()) {
     case value_kind::integer:
       return std::make_unique<integer_node>(of, owner);

@@ -33,7 +33,7 @@ struct endpoints {
 
 // One lock guards all commands and the nodes, which have no lock of their own. A wait for frames does not
 // take it. Members may be called from any thread, within the limits of gevapi.h.
-class network_camera final : private gev::gate {
+class network_camera final : private gev::node_owner {
  public:
   // Opens the camera: takes access and reads the description. Every wait for this camera ends when
   // `connection` is lost or cancelled. Raises control_error, description_error, and exceptions of the node

@@ -32,7 +32,7 @@ std::string text_of(const char (&from)[size]) {
 // There is no thread in it: what the camera did since the last time is worked out whenever somebody asks.
 // All members may be called from any thread; the camera's lock is not held while the journal or a fault
 // has its say.
-class camera final : private gev::gate, private feature_host {
+class camera final : private gev::node_owner, private feature_host {
  public:
   // Raises std::invalid_argument when the scene cannot be read.
   explicit camera(camera_description description);

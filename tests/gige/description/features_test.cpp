@@ -280,7 +280,7 @@ TEST_F(Features, ask_nothing_of_the_camera_while_they_are_made) {
   describe(reg("Offers", at("0x18")) +
            "<Enumeration Name='Mode'><EnumEntry Name='Rare'><Value>1</Value>"
            "<pIsImplemented>Offers</pIsImplemented></EnumEntry><Value>1</Value></Enumeration>");
-  struct : gev::gate {
+  struct : gev::node_owner {
     std::unique_lock<std::mutex> enter(const gev::feature_access&) override { return {}; }
     std::unique_lock<std::mutex> hold() override { return {}; }
   } open;
