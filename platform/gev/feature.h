@@ -1,4 +1,4 @@
-// A feature of a camera as the nodes see it, and the checks that every access to one goes through.
+// A feature of a camera, and reading and writing it with all checks.
 #ifndef PLATFORM_GEV_FEATURE_H
 #define PLATFORM_GEV_FEATURE_H
 
@@ -10,10 +10,12 @@
 
 namespace gev {
 
-// Where the value of one feature lives: in a simulated camera, or behind a network connection. All calls
-// come under the owner's lock (see `gate`). An implementation refuses what the camera itself cannot do by
-// raising an exception of the GenICam tree; what is only presented (access, limits, entries) is
-// checked by `read` and `write` below.
+// One feature, simulated or behind a network connection. All calls are made under the lock of its camera (see
+// `node_owner`).
+//
+// A value is refused in two places. `write` below checks it against the access mode, limits and entries that
+// the feature presents. `set` then refuses what the camera itself cannot do, by an exception of the GenICam
+// tree.
 class feature {
  public:
   feature() = default;
@@ -25,16 +27,16 @@ class feature {
   virtual value_kind kind() const = 0;
   // The unit of its numbers, for messages; empty when there is none.
   virtual const std::string& unit() const = 0;
-  // For listings: the categories it is in, from the outermost ("Root/ImageFormatControl"), and what it is
-  // for. Empty where nobody says.
+  // For listings: the path of its category ("Root/ImageFormatControl") and what the feature is for. Empty
+  // where the camera does not say.
   virtual const std::string& category() const;
   virtual const std::string& description() const;
   virtual GenApi::EAccessMode access() = 0;
-  // Why a feature that is RO just now cannot be written, to follow "is read only: "; null when it never can.
+  // Why a feature is read only at the moment, to follow "is read only: ". Null when it always is, or is not.
   virtual const char* obstacle() = 0;
   virtual value get(bool ignoreCache) = 0;
   virtual void set(const value& to) = 0;
-  // Limits and increment; only asked of integers and, without the increment, of floats.
+  // Limits of integers and floats, and the increment of integers. Not called for other kinds.
   virtual value min() = 0;
   virtual value max() = 0;
   virtual value inc() = 0;
@@ -42,28 +44,18 @@ class feature {
   virtual const std::vector<entry>& entries() = 0;
 };
 
-// Reads the value; raises AccessException when it cannot be read. `verify` checks what was read as well.
+// Reads the value. With `verify`, the value that was read is checked as well. Raises AccessException for a
+// feature that cannot be read, and what `get` raises.
 value read(feature& from, bool verify, bool ignoreCache);
-// Checks access, limits and entries when `verify`, and writes. Logs one line for a write that is refused, by
-// these checks or by the camera, before the exception leaves.
+// Writes the value. With `verify`, access mode, limits and entries are checked first. A refused write,
+// whether by these checks or by the camera, is logged in one line, and its exception goes on to the caller.
 void write(feature& to, const value& written, bool verify);
-// The same for the text of a value, see `parse`.
+// The same for a value as text, as `parse` reads it.
 void write_text(feature& to, std::string_view text, bool verify);
 
-// The line of a write that was refused elsewhere. `right` says which values would have been taken.
+// Logs a refused write. `right` says which values the feature takes ("16 to 64 by 16 px").
 void log_refusal(const std::string& feature, const std::string& written, const std::string& right,
                  const GenICam::GenericException& refusal);
-
-// The same checks for an implementation of `feature` to refuse by the camera's own limits and access. A
-// refusal names the feature, the value and what would be right.
-struct limits {
-  value min{};
-  value max{};
-  value inc{};  // of integers only
-};
-void check_value(const feature& of, value_kind kind, const value& what, const limits& within,
-                 const std::vector<entry>& entries);
-void check_writable(feature& of, const value& written, GenApi::EAccessMode access);
 
 }  // namespace gev
 

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "platform/gev/exceptions.h"
+#include "platform/gev/value_check.h"
 #include "platform/sim/words.h"
 
 namespace sim {
