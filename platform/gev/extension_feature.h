@@ -13,12 +13,12 @@
 
 namespace gev {
 
-// Keeps what the record points to.
+// The texts that a record points to.
 class extension_feature {
  public:
-  // Takes the feature as it is now, under its owner's lock. What cannot be read is absent from the record.
+  // Reads the feature, under its owner's lock. A value that cannot be read is null in the record.
   explicit extension_feature(feature& of);
-  // Valid as long as this lives.
+  // Valid as long as this object.
   camera_extension_feature record() const;
   extension_feature(const extension_feature&) = delete;
   extension_feature& operator=(const extension_feature&) = delete;
@@ -41,11 +41,11 @@ class extension_feature {
   bool writable_ = false;
 };
 
-// Calls `visit` with the records of the features, as camera_extension_features does.
+// Calls `visit` with each record until one call returns other than 0. Returns 0.
 int visit_features(const std::vector<std::unique_ptr<extension_feature>>& features,
                    int (*visit)(void* context, const camera_extension_feature* feature), void* context);
 
-// What camera texts are on their way out: their control characters are blanks.
+// The text with blanks for control characters, as camera_extension.h promises.
 std::string plain(std::string text);
 
 }  // namespace gev

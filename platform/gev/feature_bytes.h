@@ -11,17 +11,19 @@
 
 namespace gev {
 
-// From so many bytes on, a feature of any kind is passed as text.
+// A buffer of this many bytes or more passes a feature of any kind as text.
 constexpr std::size_t smallestText = 16;
 
-// Reads the feature into `to`, sets *type to its kind. PARAMETER_INVALID when the size does not suit it.
+// Reads the feature into the `size` bytes at `to` and sets *type to its kind. PARAMETER_INVALID when a value
+// of that kind does not have that size.
 GEV_STATUS read_bytes(feature& from, int* type, std::size_t size, void* to);
-// Writes, with all checks.
+// Writes the `size` bytes at `from`, with all checks. PARAMETER_INVALID as above.
 GEV_STATUS write_bytes(feature& to, std::size_t size, const void* from);
-// The value in the bytes, a text as it is; nothing when the size is not one of the feature's kind.
+// The value in the bytes. A text is not parsed. Nothing when no value of the feature's kind has that size.
 std::optional<value> value_of_bytes(feature& feature, std::size_t size, const void* from);
 
-// GevGetFeatureValue and GevSetFeatureValue of a camera that finds its features by `with_feature`.
+// GevGetFeatureValue and GevSetFeatureValue of any camera that has a member `with_feature(name, use)`, which
+// calls `use` with the feature of that name.
 template <class Camera>
 GEV_STATUS read_feature(Camera& of, const char* name, int* type, int size, void* to) {
   if (name == nullptr || type == nullptr || to == nullptr) {

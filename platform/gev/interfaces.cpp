@@ -1,5 +1,5 @@
-// What GenApi.h declares and this library owns: the key functions of the node interfaces, the node map
-// reference and the marker symbol.
+// The definitions that GenApi.h leaves to the camera library: destructors of the node interfaces, the node
+// map reference and the marker symbol.
 #include "platform/gev/exceptions.h"
 
 extern "C" const int built_with_stand_in_GenApi_headers_rebuild_with_GEV_FRAMEWORK_ROOT = 1;

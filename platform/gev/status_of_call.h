@@ -1,4 +1,4 @@
-// From the exceptions of C++ to the statuses of the C API.
+// The statuses of the C API that stand for exceptions.
 #ifndef PLATFORM_GEV_STATUS_OF_CALL_H
 #define PLATFORM_GEV_STATUS_OF_CALL_H
 
@@ -9,8 +9,8 @@
 
 namespace gev {
 
-// Calls `work` and returns its status, or the status that stands for the exception that it raises: none
-// leaves a library with a C API.
+// Calls `work` and returns its status. An exception becomes a status, because none may leave a library with a
+// C API.
 template <class Work>
 GEV_STATUS status_of_call(Work work) {
   try {

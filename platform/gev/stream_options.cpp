@@ -13,7 +13,7 @@ struct option_row {
   std::uint32_t powerUp;
   std::uint32_t min;
   std::uint32_t max;
-  bool zeroAllowed;  // besides the range: zero leaves the choice to the library, or means none
+  bool zeroAllowed;  // beside the range; zero means none, or the library's choice
 };
 
 // clang-format off

@@ -8,7 +8,7 @@
 
 namespace gev {
 
-// What an opened camera starts with.
+// The options of a camera that was just opened.
 GEV_CAMERA_OPTIONS default_options();
 
 // GevGetCameraInterfaceOptions and GevSetCameraInterfaceOptions of a camera that keeps its options in `kept`,
@@ -17,7 +17,7 @@ GEV_CAMERA_OPTIONS default_options();
 GEV_STATUS read_options(const GEV_CAMERA_OPTIONS& kept, GEV_CAMERA_OPTIONS* to);
 GEV_STATUS replace_options(GEV_CAMERA_OPTIONS& kept, const GEV_CAMERA_OPTIONS* by);
 
-// "heartbeat_timeout_ms:5000, streamPktSize:1500, ...", all of them.
+// All options as text: "heartbeat_timeout_ms:5000, streamPktSize:1500, ...".
 std::string listed(const GEV_CAMERA_OPTIONS& options);
 
 }  // namespace gev
