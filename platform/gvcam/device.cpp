@@ -100,7 +100,7 @@ void write_settings(register_memory& to, const camera_setup& setup) {
   to.set_word(features::temperatureSelector, temperatureOfMainboard);
   to.set_word(features::lutMode, on);
   to.set_word(features::lutType, lutTypeGamma);
-  to.set_word(features::pixelFormat, pixelFormatMono8);
+  to.set_word(features::pixelFormat, picture::pixelFormatMono8);
   to.set_word(features::width, setup.width);
   to.set_word(features::height, setup.height);
   to.set_word(features::acquisitionMode, acquisitionContinuous);

@@ -34,14 +34,12 @@ double interval_us(const register_memory& memory) {
   return std::max(1e6 / rate, exposure_us(memory));
 }
 
-double lit_us(const register_memory& memory, register_address line, double exposureUs) {
+picture::output_line read_line(const register_memory& memory, register_address line) {
   const register_address at = line * wordSize;
-  const picture::light_line light{
-      .followsExposure = memory.word(features::lineSource + at) == lineFollowsExposure,
-      .isInverted = memory.word(features::lineInverter + at) != off,
-      .pulseDelayUs = static_cast<double>(memory.word(features::pulseDelayUs + at)),
-      .pulseDurationUs = static_cast<double>(memory.word(features::pulseDurationUs + at))};
-  return picture::lit_us(light, exposureUs);
+  return {.followsExposure = memory.word(features::lineSource + at) == lineFollowsExposure,
+          .isInverted = memory.word(features::lineInverter + at) != off,
+          .pulseDelayUs = static_cast<double>(memory.word(features::pulseDelayUs + at)),
+          .pulseDurationUs = static_cast<double>(memory.word(features::pulseDurationUs + at))};
 }
 
 tone_curve tone(const register_memory& memory) {
@@ -55,8 +53,8 @@ picture_settings read_picture(const register_memory& memory) {
   settings.exposureUs = exposure_us(memory);
   settings.gain =
       sane(memory.number(features::gain), 0, 1e6) * sane(memory.number(features::gain + numberSize), 0, 1e6);
-  settings.infraredUs = {lit_us(memory, firstInfraredLine, settings.exposureUs),
-                         lit_us(memory, firstInfraredLine + 1, settings.exposureUs)};
+  settings.infraredUs = {picture::lit_us(read_line(memory, firstInfraredLine), settings.exposureUs),
+                         picture::lit_us(read_line(memory, firstInfraredLine + 1), settings.exposureUs)};
   settings.tone = tone(memory);
   settings.gamma = memory.number(features::gammaCorrection);
   settings.offsetX = memory.word(features::offsetX);
@@ -98,7 +96,7 @@ void read_stream(const register_memory& memory, frame_settings& settings) {
 }  // namespace
 
 std::size_t frame_settings::image_size() const {
-  return picture.width * picture.height * (pixelFormat == pixelFormatMono10 ? 2 : 1);
+  return picture.width * picture.height * (pixelFormat == picture::pixelFormatMono10 ? 2 : 1);
 }
 
 std::size_t frame_settings::payload_size() const {

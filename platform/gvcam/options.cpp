@@ -6,14 +6,11 @@
 #include <set>
 
 #include "platform/gvcam/commands.h"
+#include "platform/picture/sensor_limits.h"
 
 namespace gvcam {
 namespace {
 
-constexpr std::uint32_t smallestSide = 64;
-constexpr std::uint32_t largestSide = 16384;
-constexpr std::uint32_t widthIncrement = 16;
-constexpr std::uint32_t heightIncrement = 4;
 constexpr std::size_t longestName = 15;  // of serial numbers and user names
 constexpr int badUsage = 2;
 
@@ -55,10 +52,11 @@ void read_sensor(const std::string& text, camera_setup& setup) {
   const bool crossed = widthError == std::errc() && cross != end && *cross == 'x';
   const auto [stopped, heightError] = std::from_chars(crossed ? cross + 1 : end, end, setup.height);
   const auto side = [](std::uint32_t pixels, std::uint32_t increment) {
-    return pixels >= smallestSide && pixels <= largestSide && pixels % increment == 0;
+    return pixels >= picture::smallestWindowSide && pixels <= picture::largestSensorSide &&
+           pixels % increment == 0;
   };
-  if (!crossed || heightError != std::errc() || stopped != end || !side(setup.width, widthIncrement) ||
-      !side(setup.height, heightIncrement)) {
+  if (!crossed || heightError != std::errc() || stopped != end ||
+      !side(setup.width, picture::widthIncrement) || !side(setup.height, picture::heightIncrement)) {
     throw CLI::ValidationError("--sensor", "'" + text + "' must be WIDTHxHEIGHT, 64 to 16384 pixels each, " +
                                                "the width in steps of 16, the height in steps of 4");
   }

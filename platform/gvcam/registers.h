@@ -58,8 +58,6 @@ constexpr register_address pulseDurationUs = 0xA110;
 
 constexpr register_address wordSize = 4;
 constexpr register_address numberSize = 8;
-constexpr std::uint32_t pixelFormatMono8 = 0x01080001;
-constexpr std::uint32_t pixelFormatMono10 = 0x01100003;  // in two bytes, low byte first
 
 // Where the description begins; it ends with the memory.
 constexpr register_address descriptionAddress = 0x0001'0000;

@@ -9,15 +9,6 @@ bool lies_within(const picture::picture_settings& window, const picture::scene& 
   return window.offsetX + window.width <= sensor.width() && window.offsetY + window.height <= sensor.height();
 }
 
-// Eight bits a pixel become ten in two bytes, low byte first, from the end so that it can be done in place.
-void widen(pixel_memory& pixels) {
-  for (std::size_t at = pixels.size() / 2; at-- > 0;) {
-    const unsigned wide = pixels[at] * 4U;
-    pixels[2 * at] = static_cast<std::uint8_t>(wide);
-    pixels[2 * at + 1] = static_cast<std::uint8_t>(wide >> 8U);
-  }
-}
-
 }  // namespace
 
 std::shared_ptr<const pixel_memory> sensor::expose(const frame_settings& settings, std::uint64_t number) {
@@ -40,8 +31,8 @@ void sensor::draw(const frame_settings& settings, std::uint64_t number, pixel_me
   picture.noiseSeed = number;
   picture.timeUs = static_cast<std::uint64_t>(static_cast<double>(number) * intervalUs);
   picture::draw(scene_, picture, pixels.data());
-  if (settings.pixelFormat == pixelFormatMono10) {
-    widen(pixels);
+  if (settings.pixelFormat == picture::pixelFormatMono10) {
+    picture::widen_to_mono10(pixels.data(), pixels.size() / 2);
   }
 }
 

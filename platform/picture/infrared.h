@@ -1,4 +1,4 @@
-// What an infrared light that hangs on a camera's output line adds to an exposure.
+// How long an infrared light on an output line of the camera is lit during an exposure.
 #ifndef PLATFORM_PICTURE_INFRARED_H
 #define PLATFORM_PICTURE_INFRARED_H
 
@@ -6,17 +6,19 @@
 
 namespace picture {
 
-// An output line, as its features set it.
-struct light_line {
-  bool followsExposure = false;  // pulses with each exposure; otherwise it is idle
+// The features of an output line.
+struct output_line {
+  bool followsExposure =
+      false;  // outputLineSource is ExposureActive: a pulse for each exposure; else no pulse
   bool isInverted = false;
   double pulseDelayUs = 0;  // from the start of the exposure
   double pulseDurationUs = 0;
 };
 
-// How long within an exposure the light is lit, microseconds: the pulse as far as it lies within the
-// exposure, or, inverted, the rest of the exposure.
-inline double lit_us(const light_line& line, double exposureUs) {
+// Microseconds of the exposure in which the light is lit: the part of the pulse that lies within the
+// exposure. With an inverted line it is the rest of the exposure. A pulse of 3000 us after a delay of 4000 us
+// lights 1000 us of an exposure of 5000 us, or, inverted, 4000 us.
+inline double lit_us(const output_line& line, double exposureUs) {
   const double end = line.pulseDelayUs + line.pulseDurationUs;
   const double pulse = std::clamp(end, 0.0, exposureUs) - std::clamp(line.pulseDelayUs, 0.0, exposureUs);
   const double active = line.followsExposure ? pulse : 0;

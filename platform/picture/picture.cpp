@@ -15,15 +15,15 @@ constexpr double readNoiseGrey = 0.5;     // at gain 1
 constexpr double infraredStrength = 1.6;  // next to a light, against the room's light
 constexpr double infraredReach = 0.55;    // part of the width at which it fell to 1/e
 
-// Light is counted in quarters of a grey step up to where everything is white.
+// Light is counted in quarters of a grey. The highest level is white with any noise.
 constexpr std::size_t lightLevels = 1024;
 constexpr double levelsPerGrey = 4;
-// Noise is one of so many equally likely deviations.
+// The number of deviations that noise is drawn from, all of them equally likely.
 constexpr std::size_t noiseDraws = 32;
 
 using tone_table = std::array<std::uint8_t, lightLevels * noiseDraws>;
 
-// The middles of the equally likely parts of the normal distribution.
+// The normal distribution in that many equally likely parts; each deviation is the median of its part.
 std::array<double, noiseDraws> make_deviations() {
   std::array<double, noiseDraws> deviations{};
   for (std::size_t draw = 0; draw < noiseDraws; ++draw) {
@@ -39,7 +39,7 @@ std::array<double, noiseDraws> make_deviations() {
   return deviations;
 }
 
-// A long line of random draws; each line of a picture starts somewhere else in it.
+// One long row of random draws. Each line of a picture uses a piece of it that starts at a place of its own.
 constexpr std::size_t drawStarts = 1 << 16;
 constexpr std::size_t longestLine = 1 << 14;
 
@@ -69,7 +69,7 @@ std::array<std::uint8_t, 256> make_curve(const picture_settings& settings) {
   return curve;
 }
 
-// The grey of each light level with each deviation: noise, black level, white and tone curve in one.
+// The grey of each light level with each deviation, after noise, black level, saturation and tone curve.
 void fill_tones(const picture_settings& settings, tone_table& tones) {
   static const auto deviations = make_deviations();
   const auto curve = make_curve(settings);
@@ -85,7 +85,7 @@ void fill_tones(const picture_settings& settings, tone_table& tones) {
   }
 }
 
-// Light levels of a white pixel in each column of the sensor, in units of 1/65536 per radiance.
+// For each column of the sensor, the light levels that a radiance of 65536 gives.
 std::vector<std::uint32_t> column_weights(const scene& what, const picture_settings& settings) {
   std::vector<std::uint32_t> weights(what.width());
   const double perExposure = settings.gain * whiteGrey * levelsPerGrey * 65536 / scene::white / referenceUs;
@@ -109,7 +109,7 @@ void draw(const scene& what, const picture_settings& settings, std::uint8_t* pix
   fill_tones(settings, tones);
   const auto weights = column_weights(what, settings);
   const std::size_t width = settings.width;
-  // Lines are read in the order of the sensor and written from either end.
+  // A mirrored line is read from left to right and written from right to left.
   const std::size_t firstColumn =
       settings.reverseX ? what.width() - settings.offsetX - width : settings.offsetX;
   const std::ptrdiff_t step = settings.reverseX ? -1 : 1;
@@ -124,6 +124,15 @@ void draw(const scene& what, const picture_settings& settings, std::uint8_t* pix
       const std::uint64_t light = std::uint64_t{radiance[x]} * weight[x] >> 16;
       *to = tones[std::min<std::uint64_t>(light, lightLevels - 1) * noiseDraws + noise[x]];
     }
+  }
+}
+
+// From the last pixel to the first, so that no pixel is overwritten before it is read.
+void widen_to_mono10(std::uint8_t* pixels, std::size_t count) {
+  for (std::size_t at = count; at-- > 0;) {
+    const unsigned grey = pixels[at] * 4U;
+    pixels[2 * at] = static_cast<std::uint8_t>(grey);
+    pixels[2 * at + 1] = static_cast<std::uint8_t>(grey >> 8U);
   }
 }
 

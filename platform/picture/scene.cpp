@@ -10,7 +10,7 @@
 namespace picture {
 namespace {
 
-constexpr double passesPerSecond = 0.2;  // how often what moves comes again
+constexpr double periodsPerSecond = 0.2;  // the speed of moving lines
 
 using radiance = std::uint16_t;
 
@@ -18,7 +18,8 @@ constexpr radiance grey(double part) {
   return static_cast<radiance>(part * scene::white);
 }
 
-// Drawing into lines of radiance, in pixels; what lies outside is left out.
+// Draws shapes into lines of radiance. Coordinates are pixels; parts of a shape outside of the lines are cut
+// off.
 class canvas {
  public:
   canvas(std::vector<radiance>& pixels, std::size_t stride)
@@ -102,7 +103,7 @@ void canvas::text(double left, double top, double dot, const std::string& line, 
   }
 }
 
-// The chart that stands still: grey wedge with numbers, star, bars from coarse to fine, station sign, lamp.
+// The test chart: grey wedge with numbers, star, bars from coarse to fine, station sign, lamp.
 void draw_chart(canvas& onto, double w, double h) {
   constexpr int steps = 11;
   onto.box(0.03 * w, 0.03 * h, 0.7 * w, 0.17 * h, 0.3);
@@ -137,8 +138,8 @@ void draw_part(canvas& onto, double x, double y, double size, int number) {
   onto.text(x - 0.35 * size, y + 0.02 * size, 0.11 * size, "P" + std::to_string(number), 0.04);
 }
 
-// The belt with its parts; it goes on for a picture's width beyond the period, for lines to be read from
-// anywhere within.
+// The belt with its parts. It is drawn for one period and a picture's width, so that a line can start
+// anywhere within the period.
 void draw_belt(canvas& onto, double w, double period, double top, double bottom) {
   constexpr int parts = 6;
   const double pitch = period / parts;
@@ -159,8 +160,8 @@ struct grey_image {
   std::vector<char> pixels;
 };
 
-// A number of the file's head; '#' starts a comment there.
-std::size_t head_number(std::istream& file) {
+// The next number of the header. '#' starts a comment there.
+std::size_t header_number(std::istream& file) {
   while (file >> std::ws && file.peek() == '#') {
     file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
   }
@@ -174,9 +175,9 @@ grey_image read_pgm(const std::string& path) {
   std::string magic;
   file >> magic;
   grey_image image;
-  image.width = head_number(file);
-  image.height = head_number(file);
-  const std::size_t white = head_number(file);
+  image.width = header_number(file);
+  image.height = header_number(file);
+  const std::size_t white = header_number(file);
   file.get();  // the one blank before the pixels
   if (!file || magic != "P5" || white != 255 || image.width - 1 >= 65535 || image.height - 1 >= 65535) {
     throw std::invalid_argument("scene '" + path + "' is not a readable 8-bit binary PGM (P5, white 255)");
@@ -226,9 +227,9 @@ scene::scene(const std::string& pgmPath, std::size_t width, std::size_t height)
 }
 
 const std::uint16_t* scene::line(std::size_t y, std::uint64_t timeUs) const {
-  const bool moving = y >= firstMoving_ && y < afterMoving_;
-  const double passes = static_cast<double>(timeUs) * 1e-6 * passesPerSecond;
-  const std::size_t shift = moving ? part_of(period_, passes - std::floor(passes)) : 0;
+  const bool isMoving = y >= firstMoving_ && y < afterMoving_;
+  const double periods = static_cast<double>(timeUs) * 1e-6 * periodsPerSecond;
+  const std::size_t shift = isMoving ? part_of(period_, periods - std::floor(periods)) : 0;
   return radiance_.data() + y * (period_ + width_) + shift;
 }
 

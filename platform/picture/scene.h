@@ -1,4 +1,4 @@
-// What a simulated camera looks at.
+// The scene in front of an emulated camera.
 #ifndef PLATFORM_PICTURE_SCENE_H
 #define PLATFORM_PICTURE_SCENE_H
 
@@ -9,8 +9,7 @@
 
 namespace picture {
 
-// What the sensor looks at, at its resolution: a radiance for each pixel, part of which moves to the left
-// with time and comes again.
+// A radiance for each pixel of the sensor. Some lines move to the left and come again after a period.
 class scene {
  public:
   // A test chart above a conveyor belt with parts on it, and a lamp that outshines the sensor.
@@ -21,7 +20,7 @@ class scene {
 
   std::size_t width() const { return width_; }
   std::size_t height() const { return height_; }
-  // One line of `width` pixels as it is at that time, microseconds.
+  // The line of `width` pixels at that time, microseconds.
   const std::uint16_t* line(std::size_t y, std::uint64_t timeUs) const;
 
   // The radiance of white paper in room light.
@@ -30,9 +29,9 @@ class scene {
  private:
   std::size_t width_;
   std::size_t height_;
-  std::size_t period_;       // pixels after which what moves comes again
-  std::size_t firstMoving_;  // the lines that move
-  std::size_t afterMoving_;
+  std::size_t period_;                   // of the moving lines, pixels
+  std::size_t firstMoving_;              // line
+  std::size_t afterMoving_;              // the line after the last one that moves
   std::vector<std::uint16_t> radiance_;  // lines of period + width pixels
 };
 

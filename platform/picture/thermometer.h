@@ -1,4 +1,4 @@
-// The temperature of a camera: it follows the load slowly.
+// The temperature of a camera, which follows its frame rate slowly.
 #ifndef PLATFORM_PICTURE_THERMOMETER_H
 #define PLATFORM_PICTURE_THERMOMETER_H
 
@@ -10,12 +10,12 @@ namespace picture {
 
 class thermometer {
  public:
-  // How much warmer the mainboard is than what `after` tells, degrees.
+  // The mainboard is that much warmer than `after` returns, degrees Celsius.
   static constexpr double mainboardAbove = 6.5;
 
   explicit thermometer(std::uint64_t nowUs) : sinceUs_(nowUs) {}
 
-  // The temperature now, degrees Celsius, after so many frames a second since the last time of asking.
+  // The temperature at `nowUs`, degrees Celsius, after that frame rate since the previous call.
   double after(std::uint64_t nowUs, double framesPerSecond) {
     const double end = std::min(idle + perFrame * framesPerSecond, hottest);
     const double seconds = nowUs > sinceUs_ ? static_cast<double>(nowUs - sinceUs_) * 1e-6 : 0;

@@ -17,15 +17,15 @@
 
 namespace {
 
-using sim::camera;
 using sim::registry;
+using sim::simulated_camera;
 
 constexpr std::uint32_t linkLocalMask = 0xFFFF0000;
 constexpr std::uint32_t thisMachine = 0x7F000001;
 
-// No exception leaves the library, and nothing is done before it is initialized.
+// Calls `work` if the library is initialized. No exception leaves the library.
 template <class Work>
-int guarded(Work work) {
+int extension_call(Work work) {
   if (!registry::instance().initialized()) {
     return -ENOTCONN;
   }
@@ -36,14 +36,14 @@ int guarded(Work work) {
   }
 }
 
-// Calls `work` with the camera of that serial number.
+// The same for a call of the camera with that serial number, which is passed to `work`.
 template <class Work>
 int camera_call(const char* serial, Work work) {
-  return guarded([&] {
+  return extension_call([&] {
     if (serial == nullptr) {
       return -EINVAL;
     }
-    const std::shared_ptr<camera> named = registry::instance().by_serial(serial);
+    const std::shared_ptr<simulated_camera> named = registry::instance().by_serial(serial);
     return named == nullptr ? -ENODEV : work(*named);
   });
 }
@@ -52,21 +52,21 @@ std::uint64_t mac_of(const GEV_DEVICE_INTERFACE& record) {
   return std::uint64_t{record.macHigh} << 32U | record.macLow;
 }
 
-int visit_camera(camera& of, int (*visit)(void*, const camera_extension_camera*), void* context) {
+int visit_camera(simulated_camera& of, int (*visit)(void*, const camera_extension_camera*), void* context) {
   const GEV_DEVICE_INTERFACE record = of.record();
-  const camera_extension_camera told = {.manufacturer = record.manufacturer,
-                                        .model = record.model,
-                                        .serial = record.serial,
-                                        .version = record.version,
-                                        .user_name = record.username,
-                                        .interface_name = "",
-                                        .unreachable = nullptr,
-                                        .mac = mac_of(record),
-                                        .address = record.ipAddr,
-                                        .mask = linkLocalMask,
-                                        .gateway = 0,
-                                        .controller = of.is_open() ? thisMachine : 0};
-  return visit(context, &told);
+  const camera_extension_camera found = {.manufacturer = record.manufacturer,
+                                         .model = record.model,
+                                         .serial = record.serial,
+                                         .version = record.version,
+                                         .user_name = record.username,
+                                         .interface_name = "",
+                                         .unreachable = nullptr,
+                                         .mac = mac_of(record),
+                                         .address = record.ipAddr,
+                                         .mask = linkLocalMask,
+                                         .gateway = 0,
+                                         .controller = of.is_open() ? thisMachine : 0};
+  return visit(context, &found);
 }
 
 }  // namespace
@@ -76,7 +76,7 @@ EXTENSION_EXPORT int camera_extension_version(void) {
 }
 
 EXTENSION_EXPORT int camera_extension_prefer(const char* const* serials, size_t count) {
-  return guarded([=] {
+  return extension_call([=] {
     const bool isNull = serials == nullptr && count > 0;
     if (isNull || std::any_of(serials, serials + count, [](const char* each) { return each == nullptr; })) {
       return -EINVAL;
@@ -88,7 +88,7 @@ EXTENSION_EXPORT int camera_extension_prefer(const char* const* serials, size_t 
 
 EXTENSION_EXPORT int camera_extension_list(int (*visit)(void*, const camera_extension_camera*),
                                            void* context) {
-  return guarded([=] {
+  return extension_call([=] {
     if (visit == nullptr) {
       return -EINVAL;
     }
@@ -113,7 +113,7 @@ EXTENSION_EXPORT int camera_extension_set_address(uint64_t /*mac*/, uint32_t /*i
 EXTENSION_EXPORT int camera_extension_features(const char* serial,
                                                int (*visit)(void*, const camera_extension_feature*),
                                                void* context) {
-  return camera_call(serial, [=](camera& of) {
+  return camera_call(serial, [=](simulated_camera& of) {
     if (visit == nullptr) {
       return -EINVAL;
     }
@@ -125,7 +125,7 @@ EXTENSION_EXPORT int camera_extension_features(const char* serial,
 }
 
 EXTENSION_EXPORT int camera_extension_health(const char* serial, camera_extension_health_record* record) {
-  return camera_call(serial, [=](camera& of) {
+  return camera_call(serial, [=](simulated_camera& of) {
     if (record == nullptr || record->size < sizeof record->size) {
       return -EINVAL;
     }
@@ -138,7 +138,7 @@ EXTENSION_EXPORT int camera_extension_health(const char* serial, camera_extensio
 }
 
 EXTENSION_EXPORT int camera_extension_cancel(const char* serial) {
-  return camera_call(serial, [](camera& of) {
+  return camera_call(serial, [](simulated_camera& of) {
     of.cancel();
     return 0;
   });

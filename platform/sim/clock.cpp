@@ -14,7 +14,7 @@ using std::chrono::microseconds;
 std::atomic<bool> driven{false};
 std::atomic<std::uint64_t> drivenUs{0};
 
-// Never backwards: another camera may have jumped further in the meantime.
+// Never backwards: another camera may have moved the clock further meanwhile.
 void jump_to(std::uint64_t us) {
   std::uint64_t now = drivenUs.load();
   while (now < us && !drivenUs.compare_exchange_weak(now, us)) {

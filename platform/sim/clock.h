@@ -1,4 +1,4 @@
-// The clock of all simulated cameras: the monotonic one, or one that is driven (see sim.h).
+// The clock of all simulated cameras: the monotonic clock, or one that a test drives (see sim.h).
 #ifndef PLATFORM_SIM_CLOCK_H
 #define PLATFORM_SIM_CLOCK_H
 
@@ -11,7 +11,7 @@ namespace sim {
 // Back to the monotonic clock.
 void release_clock();
 bool is_clock_driven();
-// Returns when it is `us` or `wake` was notified; a driven clock jumps there at once.
+// Waits until the clock shows `us`, microseconds, or `wake` is notified. A driven clock jumps there at once.
 void wait_until(std::condition_variable& wake, std::unique_lock<std::mutex>& lock, std::uint64_t us);
 
 }  // namespace sim

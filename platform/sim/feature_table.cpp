@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "platform/picture/picture.h"
+#include "platform/picture/sensor_limits.h"
+
 namespace sim {
 namespace {
 
@@ -30,7 +33,7 @@ std::vector<feature_group> make_groups() {
       {.name = "DeviceTemperatureSelector", .kind = value_kind::enumeration, .powerUp = 1,
        .entries = {{"Internal", 0}, {"Mainboard", 1}}},
       {.name = "DeviceTemperature", .kind = value_kind::floating, .unit = "C", .access = GenApi::RO,
-       .powerUp = 0.0, .min = -40.0, .max = 125.0, .selector = "DeviceTemperatureSelector", .measured = true},
+       .powerUp = 0.0, .min = -40.0, .max = 125.0, .selector = "DeviceTemperatureSelector", .isMeasured = true},
       {.name = "GevTimestampTickFrequency", .unit = "Hz", .access = GenApi::RO, .powerUp = 1'000'000'000,
        .min = 0, .max = INT64_MAX},
       }},
@@ -49,7 +52,7 @@ std::vector<feature_group> make_groups() {
       {.name = "lutType", .kind = value_kind::enumeration, .powerUp = 1,
        .entries = {{"UserDefined1", 0}, {"GammaCorrection", 1}}},
       {.name = "gammaCorrection", .kind = value_kind::floating, .powerUp = 1.0, .min = 0.1, .max = 4.0},
-      // Can be switched, but this camera's exposure and gain stay as they are set.
+      // Can be switched, but does not change exposure or gain.
       {.name = "autoBrightnessMode", .kind = value_kind::enumeration, .powerUp = 0, .entries = offOrActive},
       }},
       {"Root/ChunkDataControl", {
@@ -57,16 +60,16 @@ std::vector<feature_group> make_groups() {
       {.name = "ChunkSelector", .kind = value_kind::enumeration, .powerUp = 0, .entries = chunks},
       {.name = "ChunkEnable", .kind = value_kind::boolean, .powerUp = 0, .selector = "ChunkSelector"},
       }},
-      // The window is within the sensor's limits.
+      // The description gives the limits: those of the sensor.
       {"Root/ImageFormatControl", {
-      {.name = "OffsetX", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Width", .locked = true},
-      {.name = "OffsetY", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Height", .locked = true},
-      {.name = "Width", .unit = "px", .inc = widthIncrement, .fitsWith = "OffsetX", .locked = true},
-      {.name = "Height", .unit = "px", .inc = heightIncrement, .fitsWith = "OffsetY", .locked = true},
+      {.name = "OffsetX", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Width", .isLocked = true},
+      {.name = "OffsetY", .unit = "px", .powerUp = 0, .min = 0, .inc = 4, .fitsWith = "Height", .isLocked = true},
+      {.name = "Width", .unit = "px", .inc = std::int64_t{picture::widthIncrement}, .fitsWith = "OffsetX", .isLocked = true},
+      {.name = "Height", .unit = "px", .inc = std::int64_t{picture::heightIncrement}, .fitsWith = "OffsetY", .isLocked = true},
       {.name = "ReverseX", .kind = value_kind::boolean, .powerUp = 0},
       {.name = "ReverseY", .kind = value_kind::boolean, .powerUp = 0},
-      {.name = "PixelFormat", .kind = value_kind::enumeration, .powerUp = pixelFormatMono8,
-       .entries = {{"Mono8", pixelFormatMono8}, {"Mono10", pixelFormatMono10}}, .locked = true},
+      {.name = "PixelFormat", .kind = value_kind::enumeration, .powerUp = std::int64_t{picture::pixelFormatMono8},
+       .entries = {{"Mono8", picture::pixelFormatMono8}, {"Mono10", picture::pixelFormatMono10}}, .isLocked = true},
       }},
       // Infrared lights hang on Line3 and Line4.
       {"Root/DigitalIOControl", {

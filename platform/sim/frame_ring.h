@@ -13,15 +13,15 @@
 
 namespace sim {
 
-// A buffer is free, queued (a frame that waits for the consumer) or held by the consumer. Nothing is
-// allocated after construction. Under the camera's lock.
+// A buffer is free, queued (its frame waits for the consumer) or held by the consumer. Nothing is allocated
+// after construction. Used under the camera's lock.
 class frame_ring {
  public:
   struct buffer {
     GEV_BUFFER_OBJECT frame{};
     std::unique_ptr<std::uint8_t[]> pixels;
-    picture::picture_settings picture;  // what to draw when the frame is delivered
-    bool drawn = false;                 // once at least
+    picture::picture_settings picture;  // drawn when the frame is delivered
+    bool isDrawn = false;               // since the transfer started
   };
 
   // Raises std::bad_alloc.
@@ -30,28 +30,30 @@ class frame_ring {
   bool fits(std::size_t count, std::size_t bytesEach) const {
     return buffers_.size() == count && bytesEach_ == bytesEach;
   }
-  // Forgets what was drawn; frames that the consumer holds stay with it.
+  // For a new transfer: nothing is drawn. The consumer keeps the frames that it holds.
   void start_over();
 
   bool has_free() const { return !free_.empty(); }
   bool has_queued() const { return queuedCount_ != 0; }
   std::size_t held() const { return buffers_.size() - free_.size() - queuedCount_; }
 
-  // Queues a free buffer, which there must be, for the caller to fill in.
+  // Queues a free buffer, for the caller to fill in. There must be one.
   buffer& queue();
-  // Hands the oldest queued frame, which there must be, to the consumer.
+  // Hands the oldest queued frame to the consumer. There must be one.
   buffer& deliver();
-  // Takes a frame back; false when it is none that the consumer holds.
+  // Takes a frame back. False when the consumer does not hold that frame.
   bool release(const GEV_BUFFER_OBJECT* frame);
-  // Drops all frames that wait.
+  // Frees the buffers of all queued frames.
   void drop_queued();
 
  private:
+  std::size_t take_oldest();  // out of the queue
+
   std::size_t bytesEach_;
   std::vector<buffer> buffers_;
-  std::vector<char> heldNow_;      // of each buffer
-  std::vector<std::size_t> free_;  // the last used is used next, it is in the processor's cache
-  std::vector<std::size_t> queue_;
+  std::vector<char> isHeld_;        // of each buffer
+  std::vector<std::size_t> free_;   // a stack: the buffer used last is still in the processor's cache
+  std::vector<std::size_t> queue_;  // a ring of indices
   std::size_t queueHead_ = 0;
   std::size_t queuedCount_ = 0;
 };

@@ -1,5 +1,5 @@
-// The C API over the simulated cameras. Each call passes the gate, then checks what it was given, then is
-// one call of the camera.
+// gevapi.h over the simulated cameras. Each call is an event for journal and faults, then checks its
+// arguments, then is one call of the registry or a camera.
 #include <gevapi.h>
 
 #include <algorithm>
@@ -10,43 +10,43 @@
 #include "platform/gev/feature_bytes.h"
 #include "platform/gev/status_of_call.h"
 #include "platform/gev/stream_options.h"
-#include "platform/sim/gate.h"
+#include "platform/sim/interception.h"
 #include "platform/sim/registry.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-using sim::camera;
 using sim::effect;
 using sim::effect_kind;
 using sim::registry;
+using sim::simulated_camera;
 
-// `arguments` makes what the journal shows behind the name of the call.
+// `arguments` makes the text behind the name of the call in the journal.
 template <class Arguments>
-effect pass_call(const char* name, const std::string& serial, Arguments arguments) {
-  return sim::pass([&] {
-    const std::string told = arguments();
-    return sim::passage{name, told.empty() ? name : std::string(name) + " " + told, serial};
+effect intercept_call(const char* name, const std::string& serial, Arguments arguments) {
+  return sim::intercept([&] {
+    const std::string text = arguments();
+    return sim::event{name, text.empty() ? name : std::string(name) + " " + text, serial};
   });
 }
 
-// A call that is about no camera yet.
+// A call, of the camera with that serial number if it has one.
 template <class Arguments, class Work>
 GEV_STATUS call(const char* name, const std::string& serial, Arguments arguments, Work work) {
-  const effect fault = pass_call(name, serial, arguments);
+  const effect fault = intercept_call(name, serial, arguments);
   if (fault.kind == effect_kind::status) {
     return static_cast<GEV_STATUS>(fault.number);
   }
   return fault.kind == effect_kind::none ? gev::status_of_call(work) : GEVLIB_OK;
 }
 
-// A call for an open camera, which `work` gets.
+// A call of an open camera, which is passed to `work`.
 template <class Arguments, class Work>
 GEV_STATUS camera_call(const char* name, GEV_CAMERA_HANDLE handle, Arguments arguments, Work work) {
-  static const std::string nobody;
+  static const std::string noSerial;
   const auto called = registry::instance().by_handle(handle);
-  return call(name, called == nullptr ? nobody : called->serial(), arguments, [&]() -> GEV_STATUS {
+  return call(name, called == nullptr ? noSerial : called->serial(), arguments, [&]() -> GEV_STATUS {
     if (!registry::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
@@ -62,18 +62,19 @@ std::string text_or_null(const char* text) {
   return text == nullptr ? "(null)" : text;
 }
 
-// The value as the journal shows it; what it is depends on the kind of the feature.
-std::string told_value(const std::shared_ptr<camera>& of, const char* name, int size, const void* value) {
-  std::string told;
+// The value as the journal shows it. How its bytes are read depends on the kind of the feature.
+std::string value_text(const std::shared_ptr<simulated_camera>& of, const char* name, int size,
+                       const void* value) {
+  std::string text;
   if (of == nullptr || name == nullptr || size <= 0 || value == nullptr) {
-    return told;
+    return text;
   }
   of->with_feature(name, [&](gev::feature& feature) {
     const auto wanted = gev::value_of_bytes(feature, static_cast<std::size_t>(size), value);
-    told = wanted ? " " + gev::to_text(*wanted) : "";
+    text = wanted ? " " + gev::to_text(*wanted) : "";
     return GEVLIB_OK;
   });
-  return told;
+  return text;
 }
 
 }  // namespace
@@ -145,7 +146,7 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
 
 GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
   auto* closing = handle == nullptr ? nullptr : *handle;
-  const GEV_STATUS status = camera_call("GevCloseCamera", closing, nothing, [=](camera&) {
+  const GEV_STATUS status = camera_call("GevCloseCamera", closing, nothing, [=](simulated_camera&) {
     return registry::instance().close(closing) ? GEVLIB_OK : GEVLIB_ERROR_INVALID_HANDLE;
   });
   if (status == GEVLIB_OK && handle != nullptr) {
@@ -158,19 +159,19 @@ GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
 
 GEVAPI_EXPORT GEV_STATUS GevGetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
   return camera_call("GevGetCameraInterfaceOptions", handle, nothing,
-                     [=](camera& of) { return of.read_options(options); });
+                     [=](simulated_camera& of) { return of.read_options(options); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, GEV_CAMERA_OPTIONS* options) {
   const auto arguments = [=] { return options == nullptr ? std::string("(null)") : gev::listed(*options); };
   return camera_call("GevSetCameraInterfaceOptions", handle, arguments,
-                     [=](camera& of) { return of.write_options(options); });
+                     [=](simulated_camera& of) { return of.write_options(options); });
 }
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
   static GenApi::CNodeMapRef empty;
   const auto of = registry::instance().by_handle(handle);
-  const effect fault = pass_call("GevGetFeatureNodeMap", of == nullptr ? "" : of->serial(), nothing);
+  const effect fault = intercept_call("GevGetFeatureNodeMap", of == nullptr ? "" : of->serial(), nothing);
   if (fault.kind == effect_kind::empty) {
     return &empty;
   }
@@ -182,31 +183,32 @@ GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char
                                             void* value) {
   const auto arguments = [=] { return text_or_null(name); };
   return camera_call("GevGetFeatureValue", handle, arguments,
-                     [=](camera& of) { return gev::read_feature(of, name, type, size, value); });
+                     [=](simulated_camera& of) { return gev::read_feature(of, name, type, size, value); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
   const auto arguments = [=] {
-    return text_or_null(name) + told_value(registry::instance().by_handle(handle), name, size, value);
+    return text_or_null(name) + value_text(registry::instance().by_handle(handle), name, size, value);
   };
   return camera_call("GevSetFeatureValue", handle, arguments,
-                     [=](camera& of) { return gev::write_feature(of, name, size, value); });
+                     [=](simulated_camera& of) { return gev::write_feature(of, name, size, value); });
 }
 
 // ---- Frames
 
 GEVAPI_EXPORT GEV_STATUS GevStartTransfer(GEV_CAMERA_HANDLE handle, uint32_t numFrames) {
   const auto arguments = [=] { return std::to_string(numFrames); };
-  return camera_call("GevStartTransfer", handle, arguments, [=](camera& of) { return of.start(numFrames); });
+  return camera_call("GevStartTransfer", handle, arguments,
+                     [=](simulated_camera& of) { return of.start(numFrames); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevAbortTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call("GevAbortTransfer", handle, nothing, [](camera& of) { return of.abort(); });
+  return camera_call("GevAbortTransfer", handle, nothing, [](simulated_camera& of) { return of.abort(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevFreeTransfer(GEV_CAMERA_HANDLE handle) {
-  return camera_call("GevFreeTransfer", handle, nothing, [](camera& of) { return of.free(); });
+  return camera_call("GevFreeTransfer", handle, nothing, [](simulated_camera& of) { return of.free(); });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT** frame,
@@ -215,13 +217,13 @@ GEVAPI_EXPORT GEV_STATUS GevWaitForNextFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFE
     *frame = nullptr;
   }
   const auto arguments = [=] { return std::to_string(timeout_ms); };
-  return camera_call("GevWaitForNextFrame", handle, arguments, [=](camera& of) -> GEV_STATUS {
+  return camera_call("GevWaitForNextFrame", handle, arguments, [=](simulated_camera& of) -> GEV_STATUS {
     return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.wait(frame, timeout_ms);
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevReleaseFrame(GEV_CAMERA_HANDLE handle, GEV_BUFFER_OBJECT* frame) {
-  return camera_call("GevReleaseFrame", handle, nothing, [=](camera& of) -> GEV_STATUS {
+  return camera_call("GevReleaseFrame", handle, nothing, [=](simulated_camera& of) -> GEV_STATUS {
     return frame == nullptr ? GEVLIB_ERROR_PARAMETER_NULL : of.release(frame);
   });
 }

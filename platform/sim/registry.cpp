@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "platform/sim/clock.h"
-#include "platform/sim/gate.h"
-#include "platform/sim/words.h"
+#include "platform/sim/interception.h"
+#include "platform/sim/parsing.h"
 
 namespace sim {
 namespace {
@@ -23,10 +23,10 @@ std::string contents(const std::string& path) {
   return text.str();
 }
 
-// The cameras of a process that adds none itself.
+// The description of the cameras of a process that adds none itself.
 std::string default_cameras() {
-  const char* const fromOutside = std::getenv("SIM_CAMERAS");
-  const std::string text = fromOutside == nullptr ? "" : fromOutside;
+  const char* const variable = std::getenv("SIM_CAMERAS");
+  const std::string text = variable == nullptr ? "" : variable;
   if (text.empty()) {
     return "serial=SIM00001";
   }
@@ -41,7 +41,7 @@ registry& registry::instance() {
 }
 
 void registry::initialize() {
-  if (defaultsAllowed_ && cameras().empty()) {
+  if (isDefaultAllowed_ && cameras().empty()) {
     add(default_cameras());
   }
   ++initializations_;
@@ -56,15 +56,15 @@ bool registry::uninitialize() {
 
 void registry::add(const std::string& description) {
   const std::scoped_lock lock(mutex_);
-  std::vector<std::shared_ptr<camera>> added;
+  std::vector<std::shared_ptr<simulated_camera>> added;
   std::vector<std::pair<std::string, std::string>> faults;
   for (camera_description& each : parse_cameras(description, cameras_.size())) {
     try {
       for (const std::string& fault : each.faults) {
-        check_faults(fault);
+        parse_faults(fault);
         faults.emplace_back(fault, each.serial);
       }
-      added.push_back(std::make_shared<camera>(std::move(each)));
+      added.push_back(std::make_shared<simulated_camera>(std::move(each)));
     } catch (const std::invalid_argument& error) {
       throw std::invalid_argument("camera " + std::to_string(added.size() + 1) + ": " + error.what());
     }
@@ -76,22 +76,22 @@ void registry::add(const std::string& description) {
 }
 
 void registry::clear() {
-  std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<camera>>> closing;
+  std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<simulated_camera>>> closing;
   {
     const std::scoped_lock lock(mutex_);
     closing.swap(open_);
     cameras_.clear();
     preferred_.clear();
-    defaultsAllowed_ = false;
+    isDefaultAllowed_ = false;
   }
   for (const auto& [handle, each] : closing) {
     each->close();
   }
 }
 
-std::vector<std::shared_ptr<camera>> registry::cameras() const {
+std::vector<std::shared_ptr<simulated_camera>> registry::cameras() const {
   const std::shared_lock lock(mutex_);
-  const auto rank = [this](const std::shared_ptr<camera>& each) {
+  const auto rank = [this](const std::shared_ptr<simulated_camera>& each) {
     return std::find(preferred_.begin(), preferred_.end(), each->serial()) - preferred_.begin();
   };
   auto all = cameras_;
@@ -104,14 +104,14 @@ void registry::prefer(std::vector<std::string> serials) {
   preferred_ = std::move(serials);
 }
 
-std::shared_ptr<camera> registry::by_serial(const std::string& serial) const {
+std::shared_ptr<simulated_camera> registry::by_serial(const std::string& serial) const {
   const std::shared_lock lock(mutex_);
   const auto found = std::find_if(cameras_.begin(), cameras_.end(),
                                   [&](const auto& each) { return each->serial() == serial; });
   return found == cameras_.end() ? nullptr : *found;
 }
 
-std::shared_ptr<camera> registry::by_handle(GEV_CAMERA_HANDLE handle) const {
+std::shared_ptr<simulated_camera> registry::by_handle(GEV_CAMERA_HANDLE handle) const {
   const std::shared_lock lock(mutex_);
   const auto found =
       std::find_if(open_.begin(), open_.end(), [=](const auto& each) { return each.first == handle; });
@@ -163,7 +163,7 @@ open_counts registry::counts() const {
 
 namespace {
 
-std::shared_ptr<camera> known(const std::string& serial) {
+std::shared_ptr<simulated_camera> known(const std::string& serial) {
   auto found = registry::instance().by_serial(serial);
   if (found == nullptr) {
     throw std::invalid_argument(

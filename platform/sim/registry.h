@@ -11,46 +11,47 @@
 #include <utility>
 #include <vector>
 
-#include "platform/sim/camera.h"
 #include "platform/sim/sim.h"
+#include "platform/sim/simulated_camera.h"
 
 namespace sim {
 
-// A handle is a number that is never given out again, so that a stale one is recognised. Its lock is never
-// held while a camera works.
+// A handle is a number that is never used twice, so that a stale one is recognised. The registry's lock is
+// not held during calls of a camera.
 class registry {
  public:
-  // The one of the process; it is never destroyed, a host may still close cameras while the process ends.
+  // That of the process. It is never destroyed, because a host may close cameras while the process ends.
   static registry& instance();
 
-  // Counts the initialisation; raises std::invalid_argument when SIM_CAMERAS is wrong.
+  // GevApiInitialize. Raises std::invalid_argument when SIM_CAMERAS cannot be read.
   void initialize();
+  // GevApiUninitialize. False without an initialisation before it.
   bool uninitialize();
   bool initialized() const { return initializations_.load(std::memory_order_acquire) > 0; }
 
-  // Raises std::invalid_argument, and then adds none.
+  // Adds the cameras of a description: all of them, or none and std::invalid_argument.
   void add(const std::string& description);
   void clear();
-  // Those that are preferred come first.
-  std::vector<std::shared_ptr<camera>> cameras() const;
-  // Serial numbers in the order in which `cameras` gives them from now on, before all others.
+  // All cameras, preferred ones first.
+  std::vector<std::shared_ptr<simulated_camera>> cameras() const;
+  // The serial numbers that `cameras` lists first, in this order.
   void prefer(std::vector<std::string> serials);
-  // Null when there is none; serial numbers may repeat, the first camera counts.
-  std::shared_ptr<camera> by_serial(const std::string& serial) const;
-  std::shared_ptr<camera> by_handle(GEV_CAMERA_HANDLE handle) const;
+  // The first camera with that serial number; null when there is none.
+  std::shared_ptr<simulated_camera> by_serial(const std::string& serial) const;
+  std::shared_ptr<simulated_camera> by_handle(GEV_CAMERA_HANDLE handle) const;
 
   GEV_STATUS open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode, GEV_CAMERA_HANDLE& handle);
-  // False when the handle is none.
+  // False for a handle that is not open.
   bool close(GEV_CAMERA_HANDLE handle);
   open_counts counts() const;
 
  private:
   mutable std::shared_mutex mutex_;
-  std::vector<std::shared_ptr<camera>> cameras_;
-  std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<camera>>> open_;
+  std::vector<std::shared_ptr<simulated_camera>> cameras_;
+  std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<simulated_camera>>> open_;
   std::vector<std::string> preferred_;
   std::uintptr_t lastHandle_ = 0;
-  bool defaultsAllowed_ = true;  // until the first reset
+  bool isDefaultAllowed_ = true;  // until the first reset
   std::atomic<int> initializations_{0};
 };
 

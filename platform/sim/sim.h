@@ -1,14 +1,12 @@
-// Simulated cameras: what a test, a benchmark or a tool can do with them beside the calls of gevapi.h.
+// Simulated cameras: functions for tests, benchmarks and tools, beside the calls of gevapi.h.
 //
-// Everything here lives in the simulator's libGevApi.so.2. Functions may be called from any thread
-// unless said otherwise; errors in a text are raised as std::invalid_argument whose message names the
-// word that is wrong and what would be right.
+// They belong to the simulator's libGevApi.so.2. They may be called from any thread unless their comment says
+// otherwise. A mistake in a text raises std::invalid_argument, whose message names the wrong word and what
+// would be right. When several cameras have the same serial number, a function uses the first of them.
 //
-// Serial numbers may repeat; what takes one here then means the first of these cameras.
-//
-// Cameras come from `add_cameras`, or, when there is none by the time of GevApiInitialize, from the
-// environment variable SIM_CAMERAS (the same text, or "@" and the path of a file with it), or else
-// from the default, one camera with the serial number "SIM00001".
+// `add_cameras` makes cameras. When GevApiInitialize finds none, it takes the description in the environment
+// variable SIM_CAMERAS ("@" and a path: in that file). Without the variable there is one camera, serial
+// number "SIM00001".
 #ifndef PLATFORM_SIM_SIM_H
 #define PLATFORM_SIM_SIM_H
 
@@ -22,8 +20,8 @@ namespace sim {
 
 // ---- Cameras
 
-// Adds the cameras of a description: one camera a line (or between semicolons), each a row of
-// key=value words; '#' starts a comment. A key that is left out has its default.
+// Adds the cameras of a description: one camera a line, or several between semicolons. A camera is a row of
+// key=value words. '#' starts a comment. A key that is left out has its default.
 //
 //   serial=TEXT model=TEXT version=TEXT user=TEXT address=A.B.C.D    how it presents itself
 //   sensor=WxH           pixels of the sensor, which is the window at power-up          1280x1024
@@ -35,36 +33,36 @@ namespace sim {
 //   scene=default|PATH   what the camera looks at; PATH is a PGM                        default
 //   noise=on|off         shot and read noise                                            on
 //   picture=live|still   still: drawn once a buffer, so that a frame costs nothing      live
-//   pacing=clock|free    free: a frame is ready whenever one is waited for and not all
-//                        buffers are out; none is lost                                  clock
-//   window-limits=fixed|live      whether OffsetX/OffsetY report the largest offset
-//                        there can be (and refuse on writing what does not fit the size
-//                        of the moment), or report the limit of the moment              fixed
-//   on-close=reset|keep  whether closing the camera puts the power-up settings back     reset
+//   pacing=clock|free    free: each wait gets a frame at once unless the consumer holds
+//                        all buffers; no frame is dropped                               clock
+//   window-limits=fixed|live      the maximum of OffsetX and OffsetY. fixed: the largest
+//                        possible offset; a write that does not fit the current size is
+//                        refused. live: the largest that fits the current size          fixed
+//   on-close=reset|keep  settings when the camera is closed: reset to power-up, or kept reset
 //   missing=NAME,NAME    features that the camera does not have
-//   readonly=NAME,NAME   features that can be read only
-//   retype=NAME,NAME     features that are of another kind than usual (a string)
-//   entryless=NAME.ENTRY,...      entries that the camera's enumerations do not have
-//   fault=FAULT          see `inject`, blanks written as '_'; may be given several times
+//   readonly=NAME,NAME   features that are read only
+//   retype=NAME,NAME     features that are strings instead of their own kind
+//   entryless=NAME.ENTRY,...      entries that an enumeration does not have
+//   fault=FAULT          see `inject`, with '_' for each blank; may be given several times
 SIM_EXPORT void add_cameras(const std::string& description);
 
-// Takes all cameras, faults and the journal away and goes back to the real clock. Open handles become
-// invalid. Afterwards there is no camera, not even the default one, until add_cameras.
+// Removes all cameras, faults and the journal, and returns to the real clock. Open handles become invalid.
+// There is no camera then, not even the default one, until add_cameras.
 SIM_EXPORT void reset();
 
-// The text of a feature of the camera with that serial number, read behind the node map's back: no
-// journal, no fault. `selected` names the selector's entry where the feature has a value for each.
+// The text of a feature's value, read without node map, journal and faults. For a feature with a selector,
+// `selected` is the entry of the selector.
 SIM_EXPORT std::string feature(const std::string& serial, const std::string& name,
                                const std::string& selected = "");
-// Sets it, beyond what limits and access would allow; "DeviceTemperature" stays where it is set.
+// Sets the value without checking limits or access mode. "DeviceTemperature" keeps a value that was set.
 SIM_EXPORT void set_feature(const std::string& serial, const std::string& name, const std::string& value);
-// Changes how the feature presents itself, or, with access and "ChunkSelector.Gain" for a name, one entry of
-// an enumeration. `property` is one of: min, max, inc (numbers), access (NI, NA, WO,
-// RO, RW), kind (integer, float, boolean, enumeration, string).
+// Changes what a feature presents. `property` is one of: min, max, inc (numbers), access (NI, NA, WO, RO,
+// RW), kind (integer, float, boolean, enumeration, string). With a name like "ChunkSelector.Gain" and
+// `access`, it changes one entry of an enumeration.
 SIM_EXPORT void alter_feature(const std::string& serial, const std::string& name, const std::string& property,
                               const std::string& value);
 
-// What is left open, to be zero when a host is done.
+// What a host has not closed, freed or released. All zero once it has.
 struct open_counts {
   int initializations;  // GevApiInitialize less GevApiUninitialize
   int cameras;          // open handles
@@ -72,57 +70,57 @@ struct open_counts {
   int frames;           // frames delivered and not released
 };
 SIM_EXPORT open_counts open_now();
-// Frames that this camera dropped because the consumer was late, since the last start.
+// Frames of the current or last transfer that the camera dropped because no buffer was free.
 SIM_EXPORT std::uint64_t frames_lost(const std::string& serial);
 
 // ---- Time
 
-// From now on time stands still but for advance_clock, and a wait for a frame jumps to the moment at
-// which it ends. Microseconds. `reset` goes back to the real clock.
+// Sets the clock, microseconds. It then moves by advance_clock only, and by a wait for a frame, which moves
+// it to the time at which the wait ends. `reset` returns to the real clock.
 SIM_EXPORT void drive_clock(std::uint64_t nowUs);
 SIM_EXPORT void advance_clock(std::uint64_t us);
-// The driven clock, or the monotonic one.
+// The time on the driven clock, or on the monotonic one.
 SIM_EXPORT std::uint64_t clock_us();
 
 // ---- Faults
 
-// Scripts faults, one a line or between semicolons: "POINT: WHAT" or "POINT: WHAT @FIRST xTIMES".
-// FIRST (1 when left out) counts the passes of that point from now on; TIMES (all when left out) is how
-// many passes are hit.
+// Adds faults, one a line or several between semicolons: "POINT: WHAT" or "POINT: WHAT @FIRST xTIMES". Events
+// at POINT count from 1 from now on. The fault hits TIMES events (all when left out) from the event FIRST (1
+// when left out) on.
 //
 //   POINT                             WHAT
-//   a call: "GevOpenCamera"           status N    returns N instead of doing its work
+//   a call: "GevOpenCamera"           status N    returns N, does nothing
 //                                     null        returns 0 and a null handle, node map or frame
-//                                     slow US     does its work so many microseconds later
-//   "GevGetFeatureNodeMap"            empty       a reference that holds no node map, besides the above
-//   a feature access as in the        access, range, argument, logical, timeout, runtime
-//   journal: "write OffsetX",         raises the exception of that kind (see GenApi.h)
+//                                     slow US     begins that many microseconds later
+//   "GevGetFeatureNodeMap"            empty       returns a reference that holds no node map, or as above
+//   an access to a feature, as in     access, range, argument, logical, timeout, runtime
+//   the journal: "write OffsetX",     raises the exception of that kind (see GenApi.h)
 //   "read Gain", "min Gain", "max     std         raises std::runtime_error
 //   Gain", "inc Width", "access       memory      raises std::bad_alloc
-//   ChunkEnable"                      slow US
+//   ChunkEnable"                      slow US     begins that many microseconds later
 //   "frame"                           lost        the frame never arrives
 //                                     empty       it arrives with a null data address
 //                                     bad N       the wait delivers it, both with status N
-//                                     silent      no frame arrives from here on
+//                                     silent      no frame arrives any more
 //
-// With a serial number only for that camera, else for all.
+// With a serial number the faults are for that camera only.
 SIM_EXPORT void inject(const std::string& faults, const std::string& serial = "");
 SIM_EXPORT void clear_faults();
 
 // ---- Journal
 
-// Gets every call of the library and every access to a feature, in order, on the thread that makes it
-// and before its effect; null stops it. A line is one of
+// Has `listener` called with a line for every call of the library and every access to a feature, on the
+// thread of the call and before its effect. Null ends that. A line is one of
 //
-//   "GevOpenCamera SIM00001 mode:2"                       a call with its telling arguments
+//   "GevOpenCamera SIM00001 mode:2"                       a call with some of its arguments
 //   "GevSetCameraInterfaceOptions heartbeat_timeout_ms:5000, streamPktSize:1500, ..."  all thirteen
 //   "GevSetFeatureValue PixelFormat 17301505"
 //   "read Gain", "min Gain", "max Gain", "inc Width", "access ChunkEnable", "access ChunkSelector.Gain"
 //   "write OffsetX=64"                                    value as text
 //
-// and carries " (unverified)" on a write without verification and " (verified)" or " (uncached)" on a
-// read with it. One line is told at a time, whatever the threads; the listener may use cameras itself. Not
-// to be changed while another thread uses a camera.
+// A write without verification ends with " (unverified)", a read with verification with " (verified)", a read
+// that ignores the cache with " (uncached)". The listener is never called by two threads at once. It may use
+// cameras. It must not be replaced while another thread uses a camera.
 SIM_EXPORT void journal(std::function<void(const std::string&)> listener);
 
 }  // namespace sim

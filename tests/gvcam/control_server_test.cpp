@@ -34,7 +34,7 @@ class control : public testing::Test {
     memory.set_word(features::sensorHeight, 480);
     memory.set_word(features::width, 640);
     memory.set_word(features::height, 480);
-    memory.set_word(features::pixelFormat, gvcam::pixelFormatMono8);
+    memory.set_word(features::pixelFormat, picture::pixelFormatMono8);
   }
 
   outcome say(const endpoint& from, const message& command) {
@@ -256,7 +256,7 @@ TEST_F(control, the_payload_size_follows_what_a_frame_carries) {
     std::uint32_t address, value, size;
   } steps[] = {{features::width, 64, 64 * 480},
                {features::height, 64, 4096},
-               {features::pixelFormat, gvcam::pixelFormatMono10, 8192},
+               {features::pixelFormat, picture::pixelFormatMono10, 8192},
                {features::chunkEnable + 5 * 4, 1, 8192},
                {features::chunkModeActive, 1, 8192 + 8 + 16},
                {features::chunkEnable, 1, 8192 + 8 + 16 + 12},

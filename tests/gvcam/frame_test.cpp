@@ -23,7 +23,7 @@ frame_settings settings_with(payload_type payload, id_mode ids, std::size_t pack
   settings.payload = payload;
   settings.ids = ids;
   settings.packetSize = packetSize;
-  settings.pixelFormat = gvcam::pixelFormatMono8;
+  settings.pixelFormat = picture::pixelFormatMono8;
   settings.picture.width = 100;
   settings.picture.height = 21;
   settings.picture.offsetX = 12;

@@ -1,4 +1,4 @@
-#include "platform/sim/camera.h"
+#include "platform/sim/simulated_camera.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,29 +7,19 @@
 
 #include "platform/gev/exceptions.h"
 #include "platform/gev/stream_options.h"
-#include "platform/picture/infrared.h"
 #include "platform/sim/clock.h"
-#include "platform/sim/gate.h"
+#include "platform/sim/interception.h"
 #include "platform/sim/sim.h"
 
 namespace sim {
 namespace {
 
-constexpr double slowestHz = 1e-3;  // against a rate that was forced to nothing
+constexpr double slowestHz = 1e-3;  // a test can force the frame rate to 0
 constexpr std::uint64_t usPerMs = 1000;
 
 template <std::size_t size>
 void copy_text(char (&to)[size], const std::string& from) {
   std::memcpy(to, from.c_str(), std::min(from.size() + 1, size));
-}
-
-// Eight bits a pixel become ten in two bytes, low byte first, from the end so that it can be done in place.
-void widen(std::uint8_t* pixels, std::size_t count) {
-  for (std::size_t at = count; at-- > 0;) {
-    const unsigned wide = pixels[at] * 4U;
-    pixels[2 * at] = static_cast<std::uint8_t>(wide);
-    pixels[2 * at + 1] = static_cast<std::uint8_t>(wide >> 8);
-  }
 }
 
 std::string journal_line(const gev::feature_access& what, const std::string& point) {
@@ -41,21 +31,21 @@ std::string journal_line(const gev::feature_access& what, const std::string& poi
 
 }  // namespace
 
-camera::camera(camera_description description)
+simulated_camera::simulated_camera(camera_description description)
     : description_(std::move(description)),
       thermometer_(clock_us()),
       features_(description_, *this),
       nodes_(*this),
       reference_(&nodes_),
       options_(gev::default_options()) {
-  features_.for_each_present([this](camera_feature& each) { nodes_.add(each); });
+  features_.for_each_present([this](simulated_feature& each) { nodes_.add(each); });
   if (description_.scene != "default") {
     scene_.emplace(description_.scene, static_cast<std::size_t>(description_.width),
                    static_cast<std::size_t>(description_.height));
   }
 }
 
-GEV_DEVICE_INTERFACE camera::record() const {
+GEV_DEVICE_INTERFACE simulated_camera::record() const {
   GEV_DEVICE_INTERFACE found{};
   copy_text(found.manufacturer, gev::to_text(find_row("DeviceVendorName")->powerUp));
   copy_text(found.model, description_.model);
@@ -68,24 +58,24 @@ GEV_DEVICE_INTERFACE camera::record() const {
   return found;
 }
 
-bool camera::answers_to(const GEV_DEVICE_INTERFACE& record) const {
+bool simulated_camera::answers_to(const GEV_DEVICE_INTERFACE& record) const {
   return record.ipAddr == description_.address && description_.serial == text_of(record.serial);
 }
 
 // ---- Opening and options
 
-GEV_STATUS camera::open(GevAccessMode mode) {
+GEV_STATUS simulated_camera::open(GevAccessMode mode) {
   const std::scoped_lock lock(mutex_);
   if (opened_) {
     return GEVLIB_ERROR_ACCESS_DENIED;
   }
   opened_ = mode;
-  cancelled_ = false;
+  isCancelled_ = false;
   health_ = {};
   return GEVLIB_OK;
 }
 
-void camera::close() {
+void simulated_camera::close() {
   const std::scoped_lock lock(mutex_);
   stop();
   before_change();
@@ -97,22 +87,22 @@ void camera::close() {
   }
 }
 
-GEV_STATUS camera::read_options(GEV_CAMERA_OPTIONS* to) {
+GEV_STATUS simulated_camera::read_options(GEV_CAMERA_OPTIONS* to) {
   const std::scoped_lock lock(mutex_);
   return gev::read_options(options_, to);
 }
 
-GEV_STATUS camera::write_options(const GEV_CAMERA_OPTIONS* wanted) {
+GEV_STATUS simulated_camera::write_options(const GEV_CAMERA_OPTIONS* wanted) {
   const std::scoped_lock lock(mutex_);
   return gev::replace_options(options_, wanted);
 }
 
 // ---- Features
 
-std::unique_lock<std::mutex> camera::enter(const gev::feature_access& what) {
-  const effect fault = pass([&] {
+std::unique_lock<std::mutex> simulated_camera::enter(const gev::feature_access& what) {
+  const effect fault = intercept([&] {
     const std::string point = gev::name_of(what);
-    return passage{point, journal_line(what, point), serial()};
+    return event{point, journal_line(what, point), serial()};
   });
   raise_effect(fault);
   std::unique_lock lock(mutex_);
@@ -120,57 +110,58 @@ std::unique_lock<std::mutex> camera::enter(const gev::feature_access& what) {
     gev::raise<GenICam::LogicalErrorException>(*what.feature + ": the camera " + serial() +
                                                " is closed, its nodes end with GevCloseCamera");
   }
-  if (cancelled_) {
+  if (isCancelled_) {
     gev::raise<GenICam::TimeoutException>(*what.feature + ": the camera " + serial() + " was cancelled");
   }
   return lock;
 }
 
-const char* camera::write_obstacle(bool locked) {
+const char* simulated_camera::write_obstacle(bool isLocked) {
   if (opened_ == GevMonitorMode) {
     return "the camera is open for monitoring only";
   }
-  return locked && transferring() ? "locked while frames are transferred" : nullptr;
+  return isLocked && is_transferring() ? "locked while frames are transferred" : nullptr;
 }
 
-// Frames that are due and heat that has come are still of the old settings.
-void camera::before_change() {
+// Frames that are due by now are exposed, and the temperature until now is worked out, with the old settings.
+void simulated_camera::before_change() {
   const std::uint64_t now = clock_us();
   catch_up(now);
   thermometer_.after(now, frames_per_second());
-  settingsStale_ = true;
+  areSettingsStale_ = true;
 }
 
-double camera::measure(std::size_t place) {
+double simulated_camera::measure(std::size_t place) {
   const double inside = thermometer_.after(clock_us(), frames_per_second());
   return place == 0 ? inside : inside + picture::thermometer::mainboardAbove;
 }
 
-double camera::frames_per_second() {
-  if (!transferring()) {
+double simulated_camera::frames_per_second() {
+  if (!is_transferring()) {
     return 0;
   }
   refresh_settings();
   return 1e6 / intervalUs_;
 }
 
-std::string camera::feature_text(const std::string& name, const std::string& selected) {
+std::string simulated_camera::feature_text(const std::string& name, const std::string& selected) {
   const std::scoped_lock lock(mutex_);
   return features_.at(name).text(selected);
 }
 
-void camera::force_feature(const std::string& name, const std::string& text) {
+void simulated_camera::force_feature(const std::string& name, const std::string& text) {
   const std::scoped_lock lock(mutex_);
   features_.at(name).force(text);
 }
 
-void camera::alter_feature(const std::string& name, const std::string& property, const std::string& text) {
+void simulated_camera::alter_feature(const std::string& name, const std::string& property,
+                                     const std::string& text) {
   const std::scoped_lock lock(mutex_);
   if (const auto dot = name.find('.'); dot != std::string::npos) {
     features_.at(name.substr(0, dot)).alter_entry(name.substr(dot + 1), property, text);
     return;
   }
-  camera_feature& feature = features_.at(name);
+  simulated_feature& feature = features_.at(name);
   const auto before = feature.kind();
   feature.alter(property, text);
   if (feature.kind() != before && features_.present(name) != nullptr) {
@@ -178,44 +169,56 @@ void camera::alter_feature(const std::string& name, const std::string& property,
   }
 }
 
-// What the light on an output line adds to each exposure: the pulse as far as it lies within the exposure,
-// or, inverted, the rest of the exposure. Only a line that follows the exposure pulses.
-double camera::lit_us(const char* line) {
-  const picture::light_line light{
-      .followsExposure = features_.at("outputLineSource").text(line) == "ExposureActive",
-      .isInverted = features_.at("LineInverter").number(line) != 0,
-      .pulseDelayUs = features_.at("outputLinePulseDelay").number(line),
-      .pulseDurationUs = features_.at("outputLinePulseDuration").number(line)};
-  return picture::lit_us(light, features_.at("ExposureTime").number());
+picture::output_line simulated_camera::output_line(const char* line) {
+  return {.followsExposure = features_.at("outputLineSource").text(line) == "ExposureActive",
+          .isInverted = features_.at("LineInverter").number(line) != 0,
+          .pulseDelayUs = features_.at("outputLinePulseDelay").number(line),
+          .pulseDurationUs = features_.at("outputLinePulseDuration").number(line)};
 }
 
-void camera::refresh_settings() {
-  if (!settingsStale_) {
+void simulated_camera::refresh_settings() {
+  if (!areSettingsStale_) {
     return;
   }
-  settingsStale_ = false;
+  areSettingsStale_ = false;
+  read_light();
+  if (!is_transferring()) {  // the buffers of a transfer have the size of its window
+    read_window();
+  }
+  read_times();
+}
+
+// Tests can force values beyond the limits, so that light and window are clamped.
+void simulated_camera::read_light() {
   const auto number = [this](const char* name) { return features_.at(name).number(); };
-  const auto side = [&](const char* name, std::int64_t min, std::int64_t max) {
-    return static_cast<std::size_t>(
-        std::clamp(std::llround(number(name)), static_cast<long long>(min), static_cast<long long>(max)));
-  };
   settings_.noise = description_.noise;
   settings_.exposureUs = std::max(number("ExposureTime"), 0.0);
   settings_.gain = features_.at("Gain").number("SensorAll") * features_.at("Gain").number("DigitalAll");
-  settings_.infraredUs = {lit_us("Line3"), lit_us("Line4")};
+  const double exposureUs = number("ExposureTime");
+  settings_.infraredUs = {picture::lit_us(output_line("Line3"), exposureUs),
+                          picture::lit_us(output_line("Line4"), exposureUs)};
   settings_.tone = number("lutMode") == 0                                ? picture::tone_curve::linear
                    : features_.at("lutType").text() == "GammaCorrection" ? picture::tone_curve::gamma
                                                                          : picture::tone_curve::negative;
   settings_.gamma = number("gammaCorrection");
   settings_.reverseX = number("ReverseX") != 0;
   settings_.reverseY = number("ReverseY") != 0;
-  if (!transferring()) {  // the buffers of a transfer are made for its window
-    settings_.width = side("Width", 1, description_.width);
-    settings_.height = side("Height", 1, description_.height);
-    settings_.offsetX = side("OffsetX", 0, description_.width - static_cast<std::int64_t>(settings_.width));
-    settings_.offsetY = side("OffsetY", 0, description_.height - static_cast<std::int64_t>(settings_.height));
-    pixelFormat_ = static_cast<std::uint32_t>(number("PixelFormat"));
-  }
+}
+
+void simulated_camera::read_window() {
+  const auto side = [this](const char* name, std::int64_t min, std::int64_t max) {
+    const std::int64_t wanted = std::llround(features_.at(name).number());
+    return static_cast<std::size_t>(std::clamp(wanted, min, max));
+  };
+  settings_.width = side("Width", 1, description_.width);
+  settings_.height = side("Height", 1, description_.height);
+  settings_.offsetX = side("OffsetX", 0, description_.width - static_cast<std::int64_t>(settings_.width));
+  settings_.offsetY = side("OffsetY", 0, description_.height - static_cast<std::int64_t>(settings_.height));
+  pixelFormat_ = static_cast<std::uint32_t>(features_.at("PixelFormat").number());
+}
+
+void simulated_camera::read_times() {
+  const auto number = [this](const char* name) { return features_.at(name).number(); };
   intervalUs_ = std::max(1e6 / std::max(number("AcquisitionFrameRate"), slowestHz), settings_.exposureUs);
   const double ticksPerSecond = number("GevTimestampTickFrequency");
   ticksPerUs_ = (ticksPerSecond > 0 ? ticksPerSecond : 1e9) * 1e-6;
@@ -223,16 +226,16 @@ void camera::refresh_settings() {
 
 // ---- Transfer
 
-std::size_t camera::payload() const {
-  return settings_.width * settings_.height * (pixelFormat_ == pixelFormatMono10 ? 2 : 1);
+std::size_t simulated_camera::payload() const {
+  return settings_.width * settings_.height * (pixelFormat_ == picture::pixelFormatMono10 ? 2 : 1);
 }
 
-GEV_STATUS camera::start(std::uint32_t numFrames) {
+GEV_STATUS simulated_camera::start(std::uint32_t numFrames) {
   const std::scoped_lock lock(mutex_);
-  if (cancelled_) {
+  if (isCancelled_) {
     return GEVLIB_ERROR_DEVICE_LOST;
   }
-  if (transferring()) {
+  if (is_transferring()) {
     return GEVLIB_ERROR_TRANSFER_ACTIVE;
   }
   if (numFrames == 0) {
@@ -244,9 +247,9 @@ GEV_STATUS camera::start(std::uint32_t numFrames) {
   if (count * payload() > options_.streamMemoryLimitMax) {
     return GEVLIB_ERROR_NO_MEMORY;
   }
-  // Buffers that were not freed after an abort are used again, frames that are out stay valid.
-  const bool again = transfer_ && transfer_->ring.fits(count, payload());
-  frame_ring ring = again ? std::move(transfer_->ring) : frame_ring(count, payload());
+  // Buffers that were not freed after an abort are used again; the consumer's frames stay valid.
+  const bool isReused = transfer_ && transfer_->ring.fits(count, payload());
+  frame_ring ring = isReused ? std::move(transfer_->ring) : frame_ring(count, payload());
   ring.start_over();
   transfer_.emplace(transfer{.ring = std::move(ring),
                              .framesLeft = numFrames == UINT32_MAX ? UINT64_MAX : numFrames,
@@ -255,31 +258,31 @@ GEV_STATUS camera::start(std::uint32_t numFrames) {
   return GEVLIB_OK;
 }
 
-void camera::stop() {
-  if (transferring()) {
+void simulated_camera::stop() {
+  if (is_transferring()) {
     before_change();
-    transfer_->running = false;
+    transfer_->isRunning = false;
     transfer_->ring.drop_queued();
   }
   ++stops_;
   wake_.notify_all();
 }
 
-GEV_STATUS camera::abort() {
+GEV_STATUS simulated_camera::abort() {
   const std::scoped_lock lock(mutex_);
-  if (!transferring()) {
+  if (!is_transferring()) {
     return GEVLIB_ERROR_TRANSFER_NOT_ACTIVE;
   }
   stop();
   return GEVLIB_OK;
 }
 
-GEV_STATUS camera::free() {
+GEV_STATUS simulated_camera::free() {
   const std::scoped_lock lock(mutex_);
   if (!transfer_) {
     return GEVLIB_ERROR_TRANSFER_NOT_ACTIVE;
   }
-  if (transferring()) {
+  if (is_transferring()) {
     return GEVLIB_ERROR_TRANSFER_ACTIVE;
   }
   transfer_.reset();
@@ -288,13 +291,13 @@ GEV_STATUS camera::free() {
 
 // ---- Frames
 
-void camera::catch_up(std::uint64_t nowUs) {
+void simulated_camera::catch_up(std::uint64_t nowUs) {
   if (description_.freePacing || !exposes()) {
     return;
   }
   refresh_settings();
   const auto now = static_cast<double>(nowUs);
-  // The clock may have been exchanged for one that is far behind.
+  // A test may have put the clock back.
   transfer_->nextStartUs = std::min(transfer_->nextStartUs, now + intervalUs_);
   while (exposes() && transfer_->nextStartUs + settings_.exposureUs <= now) {
     expose(transfer_->nextStartUs);
@@ -302,7 +305,9 @@ void camera::catch_up(std::uint64_t nowUs) {
   }
 }
 
-void camera::expose_for_wait(std::uint64_t nowUs) {
+// A frame for a wait that finds none, of a camera that is not paced by the clock. After a frame that a fault
+// took away the next one comes an interval later.
+void simulated_camera::expose_for_wait(std::uint64_t nowUs) {
   if (!description_.freePacing || !exposes() || !transfer_->ring.has_free()) {
     return;
   }
@@ -316,13 +321,13 @@ void camera::expose_for_wait(std::uint64_t nowUs) {
   transfer_->nextStartUs = transfer_->ring.has_queued() ? now : now + intervalUs_;
 }
 
-void camera::expose(double startUs) {
+void simulated_camera::expose(double startUs) {
   ++transfer_->lastId;
   --transfer_->framesLeft;
-  const effect fault = pass([this] { return passage{"frame", "", serial()}; });
+  const effect fault = intercept([this] { return event{"frame", "", serial()}; });
   if (fault.kind == effect_kind::lost || fault.kind == effect_kind::silent) {
-    transfer_->silent = fault.kind == effect_kind::silent;
-    health_.frames_missing += transfer_->silent ? 0 : 1;
+    transfer_->isSilent = fault.kind == effect_kind::silent;
+    health_.frames_missing += transfer_->isSilent ? 0 : 1;
     return;
   }
   if (!transfer_->ring.has_free()) {
@@ -340,7 +345,7 @@ void camera::expose(double startUs) {
   ++(buffer.frame.status == 0 ? health_.frames_whole : health_.frames_incomplete);
 }
 
-void camera::fill(frame_ring::buffer& buffer, double startUs) {
+void simulated_camera::fill(frame_ring::buffer& buffer, double startUs) {
   buffer.picture = settings_;
   buffer.picture.timeUs = static_cast<std::uint64_t>(startUs);
   buffer.picture.noiseSeed = transfer_->lastId;
@@ -356,19 +361,19 @@ void camera::fill(frame_ring::buffer& buffer, double startUs) {
   frame.recv_size = static_cast<std::uint32_t>(payload());
   frame.h = static_cast<std::uint32_t>(settings_.height);
   frame.w = static_cast<std::uint32_t>(settings_.width);
-  frame.d = pixelFormat_ == pixelFormatMono10 ? 2 : 1;
+  frame.d = pixelFormat_ == picture::pixelFormatMono10 ? 2 : 1;
   frame.format = pixelFormat_;
   frame.address = buffer.pixels.get();
 }
 
-// Draws the frame only now that somebody wants it.
-GEV_BUFFER_OBJECT* camera::deliver() {
+// A frame is drawn when it is delivered, so that a dropped one costs nothing.
+GEV_BUFFER_OBJECT* simulated_camera::deliver() {
   frame_ring::buffer& buffer = transfer_->ring.deliver();
-  if (!buffer.drawn || !description_.still) {
-    buffer.drawn = true;
-    picture::draw(the_scene(), buffer.picture, buffer.pixels.get());
-    if (buffer.frame.format == pixelFormatMono10) {
-      widen(buffer.pixels.get(), settings_.width * settings_.height);
+  if (!buffer.isDrawn || !description_.still) {
+    buffer.isDrawn = true;
+    picture::draw(scene(), buffer.picture, buffer.pixels.get());
+    if (buffer.frame.format == picture::pixelFormatMono10) {
+      picture::widen_to_mono10(buffer.pixels.get(), settings_.width * settings_.height);
     }
   }
   health_.frame_id = buffer.frame.id;
@@ -376,7 +381,7 @@ GEV_BUFFER_OBJECT* camera::deliver() {
   return &buffer.frame;
 }
 
-const picture::scene& camera::the_scene() {
+const picture::scene& simulated_camera::scene() {
   if (!scene_) {
     scene_.emplace(static_cast<std::size_t>(description_.width),
                    static_cast<std::size_t>(description_.height));
@@ -384,10 +389,10 @@ const picture::scene& camera::the_scene() {
   return *scene_;
 }
 
-// When the next frame can be ready, if that is before the deadline.
-std::uint64_t camera::next_event(std::uint64_t deadlineUs) const {
-  const bool blocked = description_.freePacing && transfer_ && !transfer_->ring.has_free();
-  if (!exposes() || blocked) {
+// When the next frame is ready, or the deadline if that is earlier.
+std::uint64_t simulated_camera::next_event(std::uint64_t deadlineUs) const {
+  const bool isBlocked = description_.freePacing && transfer_ && !transfer_->ring.has_free();
+  if (!exposes() || isBlocked) {
     return deadlineUs;
   }
   const double exposureUs = description_.freePacing ? 0 : settings_.exposureUs;
@@ -395,13 +400,13 @@ std::uint64_t camera::next_event(std::uint64_t deadlineUs) const {
   return ready < static_cast<double>(deadlineUs) ? static_cast<std::uint64_t>(ready) : deadlineUs;
 }
 
-GEV_STATUS camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
+GEV_STATUS simulated_camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
   std::unique_lock lock(mutex_);
   std::uint64_t now = clock_us();
   const std::uint64_t deadline = now + timeoutMs * usPerMs;
   const std::uint64_t stopsBefore = stops_;
   for (;; now = clock_us()) {
-    if (cancelled_) {
+    if (isCancelled_) {
       return GEVLIB_ERROR_DEVICE_LOST;
     }
     catch_up(now);
@@ -414,34 +419,34 @@ GEV_STATUS camera::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs) {
       return GEVLIB_ERROR_TIME_OUT;
     }
     wait_until(wake_, lock, next_event(deadline));
-    if (stops_ != stopsBefore && !cancelled_) {
+    if (stops_ != stopsBefore && !isCancelled_) {
       return GEVLIB_ERROR_ABORTED;
     }
   }
 }
 
-GEV_STATUS camera::release(const GEV_BUFFER_OBJECT* frame) {
+GEV_STATUS simulated_camera::release(const GEV_BUFFER_OBJECT* frame) {
   const std::scoped_lock lock(mutex_);
   catch_up(clock_us());
   return transfer_ && transfer_->ring.release(frame) ? GEVLIB_OK : GEVLIB_ERROR_PARAMETER_INVALID;
 }
 
-// ---- The extension, and what tests ask
+// ---- camera_extension.h and sim.h
 
-bool camera::is_open() {
+bool simulated_camera::is_open() {
   const std::scoped_lock lock(mutex_);
   return opened_.has_value();
 }
 
-std::vector<std::unique_ptr<gev::extension_feature>> camera::list_features() {
+std::vector<std::unique_ptr<gev::extension_feature>> simulated_camera::list_features() {
   const std::scoped_lock lock(mutex_);
   std::vector<std::unique_ptr<gev::extension_feature>> listed;
   features_.for_each_present(
-      [&](camera_feature& each) { listed.push_back(std::make_unique<gev::extension_feature>(each)); });
+      [&](simulated_feature& each) { listed.push_back(std::make_unique<gev::extension_feature>(each)); });
   return listed;
 }
 
-camera_extension_health_record camera::health() {
+camera_extension_health_record simulated_camera::health() {
   const std::scoped_lock lock(mutex_);
   catch_up(clock_us());
   camera_extension_health_record now = health_;
@@ -450,27 +455,27 @@ camera_extension_health_record camera::health() {
   return now;
 }
 
-void camera::cancel() {
-  cancel_passages(serial());
+void simulated_camera::cancel() {
+  cancel_slow_events(serial());
   const std::scoped_lock lock(mutex_);
   if (opened_) {
-    cancelled_ = true;
+    isCancelled_ = true;
     stop();
   }
 }
 
-std::uint64_t camera::frames_lost() {
+std::uint64_t simulated_camera::frames_lost() {
   const std::scoped_lock lock(mutex_);
   catch_up(clock_us());
   return lost_;
 }
 
-bool camera::has_transfer() {
+bool simulated_camera::has_transfer() {
   const std::scoped_lock lock(mutex_);
   return transfer_.has_value();
 }
 
-std::size_t camera::frames_held() {
+std::size_t simulated_camera::frames_held() {
   const std::scoped_lock lock(mutex_);
   return transfer_ ? transfer_->ring.held() : 0;
 }

@@ -1,6 +1,6 @@
-// The description of simulated cameras as in sim.h.
-#ifndef PLATFORM_SIM_DESCRIPTION_H
-#define PLATFORM_SIM_DESCRIPTION_H
+// The description of a simulated camera, as text and as a record. sim.h has the keys.
+#ifndef PLATFORM_SIM_CAMERA_DESCRIPTION_H
+#define PLATFORM_SIM_CAMERA_DESCRIPTION_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace sim {
 
 enum class timestamp_style { full, halves, none };
 
-// One camera; the defaults are those of a key that is left out.
+// One camera. A key that is left out has the default that stands here.
 struct camera_description {
   std::string serial{};  // "SIM" and the number of the camera when left out
   std::string model = "SM-1280";
@@ -26,7 +26,7 @@ struct camera_description {
   double exposureUs = 5000;
   std::int64_t ticks = 1'000'000'000;
   timestamp_style timestamps = timestamp_style::full;
-  std::optional<double> temperature{};  // none: it follows the load
+  std::optional<double> temperature{};  // degrees Celsius; none: it follows the frame rate
   std::string scene = "default";
   bool noise = true;
   bool still = false;
@@ -40,8 +40,9 @@ struct camera_description {
   std::vector<std::string> faults{};
 };
 
-// Reads a description; `before` is the number of cameras that there already are. Raises
-// std::invalid_argument: "camera 2: unknown key 'widht', known keys are ...".
+// Reads the cameras of a text. `before` is the number of cameras that exist already; default serial numbers
+// and addresses count on from there. Raises std::invalid_argument: "camera 2: unknown key 'widht', known keys
+// are ...".
 std::vector<camera_description> parse_cameras(const std::string& text, std::size_t before);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-#include "platform/sim/words.h"
+#include "platform/sim/parsing.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,7 +1,7 @@
-// Reading the small languages of this directory: camera descriptions, faults and property values. What is
-// wrong is raised as std::invalid_argument.
-#ifndef PLATFORM_SIM_WORDS_H
-#define PLATFORM_SIM_WORDS_H
+// Reading texts of this folder: camera descriptions, faults and property values. A text that cannot be read
+// raises std::invalid_argument, which quotes it and says what would be right.
+#ifndef PLATFORM_SIM_PARSING_H
+#define PLATFORM_SIM_PARSING_H
 
 #include <cstdint>
 #include <string>
@@ -12,11 +12,12 @@ namespace sim {
 
 // Without the blanks around it.
 std::string_view trimmed(std::string_view text);
-// The pieces between the separators, without blanks around them and without the empty ones.
+// The pieces between separators, trimmed; empty pieces are left out.
 std::vector<std::string> split(std::string_view text, std::string_view separators);
-// The lines of a text, or what semicolons separate; '#' starts a comment that ends with the line.
+// The statements of a text: one a line, or several between semicolons. '#' starts a comment to the end of the
+// line.
 std::vector<std::string> statements(std::string_view text);
-// "a, b, c", of what `name` makes of each row.
+// The names of all rows: "a, b, c".
 template <class Rows, class Name>
 std::string listed(const Rows& rows, Name name) {
   std::string list;
@@ -27,10 +28,10 @@ std::string listed(const Rows& rows, Name name) {
   return list;
 }
 
-// Numbers within bounds. `what` names them in the message: "fps".
+// A number from `min` to `max`. `what` is its name in the message: "fps".
 double to_double(const std::string& what, const std::string& text, double min, double max);
 std::int64_t to_int(const std::string& what, const std::string& text, std::int64_t min, std::int64_t max);
-// The index of the word among those that are right.
+// The index of the text in `right`.
 std::size_t one_of(const std::string& what, const std::string& text, const std::vector<std::string>& right);
 
 }  // namespace sim

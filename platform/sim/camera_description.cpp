@@ -1,4 +1,4 @@
-#include "platform/sim/description.h"
+#include "platform/sim/camera_description.h"
 
 #include <algorithm>
 #include <array>
@@ -6,13 +6,14 @@
 #include <stdexcept>
 
 #include "platform/gev/value.h"
+#include "platform/picture/sensor_limits.h"
 #include "platform/sim/feature_table.h"
-#include "platform/sim/words.h"
+#include "platform/sim/parsing.h"
 
 namespace sim {
 namespace {
 
-constexpr std::size_t longestText = 64;  // what a GEV_DEVICE_INTERFACE holds of each
+constexpr std::size_t longestText = 64;  // a text of GEV_DEVICE_INTERFACE, without its end
 
 std::string identity(const std::string& key, const std::string& text) {
   if (text.size() > longestText) {
@@ -35,7 +36,7 @@ std::uint32_t address(const std::string& key, const std::string& text) {
 }
 
 std::int64_t sensor_side(const std::string& key, const std::string& text, std::int64_t increment) {
-  const std::int64_t side = to_int(key, text, increment, largestSensorSide);
+  const std::int64_t side = to_int(key, text, increment, picture::largestSensorSide);
   if (side % increment != 0) {
     throw std::invalid_argument(key + " '" + text + "' is not a multiple of " + std::to_string(increment));
   }
@@ -47,8 +48,8 @@ void sensor(camera_description& camera, const std::string& key, const std::strin
   if (sides.size() != 2) {
     throw std::invalid_argument(key + " '" + text + "' is not of the form 1280x1024");
   }
-  camera.width = sensor_side(key + " width", sides[0], widthIncrement);
-  camera.height = sensor_side(key + " height", sides[1], heightIncrement);
+  camera.width = sensor_side(key + " width", sides[0], picture::widthIncrement);
+  camera.height = sensor_side(key + " height", sides[1], picture::heightIncrement);
 }
 
 double power_up(const std::string& key, const std::string& text, const std::string& feature) {
