@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "platform/gev/extension_feature.h"
-#include "platform/sim/registry.h"
+#include "platform/sim/camera_registry.h"
 
 #define EXTENSION_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-using sim::registry;
+using sim::camera_registry;
 using sim::simulated_camera;
 
 constexpr std::uint32_t linkLocalMask = 0xFFFF0000;
@@ -26,7 +26,7 @@ constexpr std::uint32_t thisMachine = 0x7F000001;
 // Calls `work` if the library is initialized. No exception leaves the library.
 template <class Work>
 int extension_call(Work work) {
-  if (!registry::instance().initialized()) {
+  if (!camera_registry::instance().initialized()) {
     return -ENOTCONN;
   }
   try {
@@ -43,7 +43,7 @@ int camera_call(const char* serial, Work work) {
     if (serial == nullptr) {
       return -EINVAL;
     }
-    const std::shared_ptr<simulated_camera> named = registry::instance().by_serial(serial);
+    const std::shared_ptr<simulated_camera> named = camera_registry::instance().by_serial(serial);
     return named == nullptr ? -ENODEV : work(*named);
   });
 }
@@ -81,7 +81,7 @@ EXTENSION_EXPORT int camera_extension_prefer(const char* const* serials, size_t 
     if (isNull || std::any_of(serials, serials + count, [](const char* each) { return each == nullptr; })) {
       return -EINVAL;
     }
-    registry::instance().prefer({serials, serials + count});
+    camera_registry::instance().prefer({serials, serials + count});
     return 0;
   });
 }
@@ -93,7 +93,7 @@ EXTENSION_EXPORT int camera_extension_list(int (*visit)(void*, const camera_exte
       return -EINVAL;
     }
     const auto address = [](const auto& each) { return each->description().address; };
-    auto cameras = registry::instance().cameras();
+    auto cameras = camera_registry::instance().cameras();
     std::stable_sort(cameras.begin(), cameras.end(),
                      [&](const auto& a, const auto& b) { return address(a) < address(b); });
     for (const auto& each : cameras) {

@@ -10,16 +10,16 @@
 #include "platform/gev/feature_bytes.h"
 #include "platform/gev/status_of_call.h"
 #include "platform/gev/stream_options.h"
+#include "platform/sim/camera_registry.h"
 #include "platform/sim/interception.h"
-#include "platform/sim/registry.h"
 
 #define GEVAPI_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
+using sim::camera_registry;
 using sim::effect;
 using sim::effect_kind;
-using sim::registry;
 using sim::simulated_camera;
 
 // `arguments` makes the text behind the name of the call in the journal.
@@ -45,9 +45,9 @@ GEV_STATUS call(const char* name, const std::string& serial, Arguments arguments
 template <class Arguments, class Work>
 GEV_STATUS camera_call(const char* name, GEV_CAMERA_HANDLE handle, Arguments arguments, Work work) {
   static const std::string noSerial;
-  const auto called = registry::instance().by_handle(handle);
+  const auto called = camera_registry::instance().by_handle(handle);
   return call(name, called == nullptr ? noSerial : called->serial(), arguments, [&]() -> GEV_STATUS {
-    if (!registry::instance().initialized()) {
+    if (!camera_registry::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
     return called == nullptr ? GEVLIB_ERROR_INVALID_HANDLE : work(*called);
@@ -84,7 +84,7 @@ std::string value_text(const std::shared_ptr<simulated_camera>& of, const char* 
 GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
   return call("GevApiInitialize", {}, nothing, [] {
     try {
-      registry::instance().initialize();
+      camera_registry::instance().initialize();
     } catch (const std::invalid_argument& error) {
       std::fprintf(stderr, "SIM_CAMERAS: %s\n", error.what());
       return GEVLIB_ERROR_PARAMETER_INVALID;
@@ -94,8 +94,9 @@ GEVAPI_EXPORT GEV_STATUS GevApiInitialize(void) {
 }
 
 GEVAPI_EXPORT GEV_STATUS GevApiUninitialize(void) {
-  return call("GevApiUninitialize", {}, nothing,
-              [] { return registry::instance().uninitialize() ? GEVLIB_OK : GEVLIB_ERROR_NOT_INITIALIZED; });
+  return call("GevApiUninitialize", {}, nothing, [] {
+    return camera_registry::instance().uninitialize() ? GEVLIB_OK : GEVLIB_ERROR_NOT_INITIALIZED;
+  });
 }
 
 GEVAPI_EXPORT GEV_STATUS _CloseSocketAPI(void) {
@@ -105,7 +106,7 @@ GEVAPI_EXPORT GEV_STATUS _CloseSocketAPI(void) {
 GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int maxCameras, int* numCameras) {
   const auto arguments = [=] { return std::to_string(maxCameras); };
   return call("GevGetCameraList", {}, arguments, [=] {
-    if (!registry::instance().initialized()) {
+    if (!camera_registry::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
     if (numCameras == nullptr || (cameras == nullptr && maxCameras > 0)) {
@@ -114,7 +115,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetCameraList(GEV_DEVICE_INTERFACE* cameras, int max
     if (maxCameras < 0) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    const auto found = registry::instance().cameras();
+    const auto found = camera_registry::instance().cameras();
     *numCameras = static_cast<int>(found.size());
     for (int at = 0; at < std::min(maxCameras, *numCameras); ++at) {
       cameras[at] = found[static_cast<std::size_t>(at)]->record();
@@ -131,7 +132,7 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
   const std::string serial = camera == nullptr ? "" : sim::text_of(camera->serial);
   const auto arguments = [&] { return serial + " mode:" + std::to_string(mode); };
   return call("GevOpenCamera", serial, arguments, [&]() -> GEV_STATUS {
-    if (!registry::instance().initialized()) {
+    if (!camera_registry::instance().initialized()) {
       return GEVLIB_ERROR_NOT_INITIALIZED;
     }
     if (camera == nullptr || handle == nullptr) {
@@ -140,14 +141,14 @@ GEVAPI_EXPORT GEV_STATUS GevOpenCamera(GEV_DEVICE_INTERFACE* camera, GevAccessMo
     if (mode != GevMonitorMode && mode != GevControlMode && mode != GevExclusiveMode) {
       return GEVLIB_ERROR_PARAMETER_INVALID;
     }
-    return registry::instance().open(*camera, mode, *handle);
+    return camera_registry::instance().open(*camera, mode, *handle);
   });
 }
 
 GEVAPI_EXPORT GEV_STATUS GevCloseCamera(GEV_CAMERA_HANDLE* handle) {
   auto* closing = handle == nullptr ? nullptr : *handle;
   const GEV_STATUS status = camera_call("GevCloseCamera", closing, nothing, [=](simulated_camera&) {
-    return registry::instance().close(closing) ? GEVLIB_OK : GEVLIB_ERROR_INVALID_HANDLE;
+    return camera_registry::instance().close(closing) ? GEVLIB_OK : GEVLIB_ERROR_INVALID_HANDLE;
   });
   if (status == GEVLIB_OK && handle != nullptr) {
     *handle = nullptr;
@@ -170,12 +171,12 @@ GEVAPI_EXPORT GEV_STATUS GevSetCameraInterfaceOptions(GEV_CAMERA_HANDLE handle, 
 
 GEVAPI_EXPORT void* GevGetFeatureNodeMap(GEV_CAMERA_HANDLE handle) {
   static GenApi::CNodeMapRef empty;
-  const auto of = registry::instance().by_handle(handle);
+  const auto of = camera_registry::instance().by_handle(handle);
   const effect fault = intercept_call("GevGetFeatureNodeMap", of == nullptr ? "" : of->serial(), nothing);
   if (fault.kind == effect_kind::empty) {
     return &empty;
   }
-  const bool refused = of == nullptr || !registry::instance().initialized();
+  const bool refused = of == nullptr || !camera_registry::instance().initialized();
   return refused || fault.kind != effect_kind::none ? nullptr : of->node_map();
 }
 
@@ -189,7 +190,7 @@ GEVAPI_EXPORT GEV_STATUS GevGetFeatureValue(GEV_CAMERA_HANDLE handle, const char
 GEVAPI_EXPORT GEV_STATUS GevSetFeatureValue(GEV_CAMERA_HANDLE handle, const char* name, int size,
                                             void* value) {
   const auto arguments = [=] {
-    return text_or_null(name) + value_text(registry::instance().by_handle(handle), name, size, value);
+    return text_or_null(name) + value_text(camera_registry::instance().by_handle(handle), name, size, value);
   };
   return camera_call("GevSetFeatureValue", handle, arguments,
                      [=](simulated_camera& of) { return gev::write_feature(of, name, size, value); });

@@ -1,4 +1,4 @@
-#include "platform/sim/registry.h"
+#include "platform/sim/camera_registry.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -35,26 +35,26 @@ std::string default_cameras() {
 
 }  // namespace
 
-registry& registry::instance() {
-  static registry& instance = *new registry;
+camera_registry& camera_registry::instance() {
+  static camera_registry& instance = *new camera_registry;
   return instance;
 }
 
-void registry::initialize() {
+void camera_registry::initialize() {
   if (isDefaultAllowed_ && cameras().empty()) {
     add(default_cameras());
   }
   ++initializations_;
 }
 
-bool registry::uninitialize() {
+bool camera_registry::uninitialize() {
   int count = initializations_.load();
   while (count > 0 && !initializations_.compare_exchange_weak(count, count - 1)) {
   }
   return count > 0;
 }
 
-void registry::add(const std::string& description) {
+void camera_registry::add(const std::string& description) {
   const std::scoped_lock lock(mutex_);
   std::vector<std::shared_ptr<simulated_camera>> added;
   std::vector<std::pair<std::string, std::string>> faults;
@@ -75,7 +75,7 @@ void registry::add(const std::string& description) {
   }
 }
 
-void registry::clear() {
+void camera_registry::clear() {
   std::vector<std::pair<GEV_CAMERA_HANDLE, std::shared_ptr<simulated_camera>>> closing;
   {
     const std::scoped_lock lock(mutex_);
@@ -89,7 +89,7 @@ void registry::clear() {
   }
 }
 
-std::vector<std::shared_ptr<simulated_camera>> registry::cameras() const {
+std::vector<std::shared_ptr<simulated_camera>> camera_registry::cameras() const {
   const std::shared_lock lock(mutex_);
   const auto rank = [this](const std::shared_ptr<simulated_camera>& each) {
     return std::find(preferred_.begin(), preferred_.end(), each->serial()) - preferred_.begin();
@@ -99,26 +99,27 @@ std::vector<std::shared_ptr<simulated_camera>> registry::cameras() const {
   return all;
 }
 
-void registry::prefer(std::vector<std::string> serials) {
+void camera_registry::prefer(std::vector<std::string> serials) {
   const std::scoped_lock lock(mutex_);
   preferred_ = std::move(serials);
 }
 
-std::shared_ptr<simulated_camera> registry::by_serial(const std::string& serial) const {
+std::shared_ptr<simulated_camera> camera_registry::by_serial(const std::string& serial) const {
   const std::shared_lock lock(mutex_);
   const auto found = std::find_if(cameras_.begin(), cameras_.end(),
                                   [&](const auto& each) { return each->serial() == serial; });
   return found == cameras_.end() ? nullptr : *found;
 }
 
-std::shared_ptr<simulated_camera> registry::by_handle(GEV_CAMERA_HANDLE handle) const {
+std::shared_ptr<simulated_camera> camera_registry::by_handle(GEV_CAMERA_HANDLE handle) const {
   const std::shared_lock lock(mutex_);
   const auto found =
       std::find_if(open_.begin(), open_.end(), [=](const auto& each) { return each.first == handle; });
   return found == open_.end() ? nullptr : found->second;
 }
 
-GEV_STATUS registry::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode, GEV_CAMERA_HANDLE& handle) {
+GEV_STATUS camera_registry::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode,
+                                 GEV_CAMERA_HANDLE& handle) {
   const auto all = cameras();
   const auto found =
       std::find_if(all.begin(), all.end(), [&](const auto& each) { return each->answers_to(record); });
@@ -135,7 +136,7 @@ GEV_STATUS registry::open(const GEV_DEVICE_INTERFACE& record, GevAccessMode mode
   return GEVLIB_OK;
 }
 
-bool registry::close(GEV_CAMERA_HANDLE handle) {
+bool camera_registry::close(GEV_CAMERA_HANDLE handle) {
   const auto closing = by_handle(handle);
   if (closing == nullptr) {
     return false;
@@ -148,7 +149,7 @@ bool registry::close(GEV_CAMERA_HANDLE handle) {
   return true;
 }
 
-open_counts registry::counts() const {
+open_counts camera_registry::counts() const {
   open_counts counts{.initializations = initializations_, .cameras = 0, .transfers = 0, .frames = 0};
   const std::shared_lock lock(mutex_);
   counts.cameras = static_cast<int>(open_.size());
@@ -164,11 +165,11 @@ open_counts registry::counts() const {
 namespace {
 
 std::shared_ptr<simulated_camera> known(const std::string& serial) {
-  auto found = registry::instance().by_serial(serial);
+  auto found = camera_registry::instance().by_serial(serial);
   if (found == nullptr) {
     throw std::invalid_argument(
         "no camera '" + serial + "', there are: " +
-        listed(registry::instance().cameras(), [](const auto& each) { return each->serial(); }));
+        listed(camera_registry::instance().cameras(), [](const auto& each) { return each->serial(); }));
   }
   return found;
 }
@@ -176,11 +177,11 @@ std::shared_ptr<simulated_camera> known(const std::string& serial) {
 }  // namespace
 
 void add_cameras(const std::string& description) {
-  registry::instance().add(description);
+  camera_registry::instance().add(description);
 }
 
 void reset() {
-  registry::instance().clear();
+  camera_registry::instance().clear();
   clear_faults();
   journal(nullptr);
   release_clock();
@@ -200,7 +201,7 @@ void alter_feature(const std::string& serial, const std::string& name, const std
 }
 
 open_counts open_now() {
-  return registry::instance().counts();
+  return camera_registry::instance().counts();
 }
 
 std::uint64_t frames_lost(const std::string& serial) {

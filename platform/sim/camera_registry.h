@@ -1,6 +1,6 @@
 // All simulated cameras of the process, and the handles under which they are open.
-#ifndef PLATFORM_SIM_REGISTRY_H
-#define PLATFORM_SIM_REGISTRY_H
+#ifndef PLATFORM_SIM_CAMERA_REGISTRY_H
+#define PLATFORM_SIM_CAMERA_REGISTRY_H
 
 #include <gevapi.h>
 
@@ -16,12 +16,12 @@
 
 namespace sim {
 
-// A handle is a number that is never used twice, so that a stale one is recognised. The registry's lock is
-// not held during calls of a camera.
-class registry {
+// A handle is a number that is never used twice, so that a stale one is recognised. The camera_registry's
+// lock is not held during calls of a camera.
+class camera_registry {
  public:
   // That of the process. It is never destroyed, because a host may close cameras while the process ends.
-  static registry& instance();
+  static camera_registry& instance();
 
   // GevApiInitialize. Raises std::invalid_argument when SIM_CAMERAS cannot be read.
   void initialize();
