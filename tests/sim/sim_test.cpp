@@ -1,12 +1,10 @@
-// Simulated cameras: they behave like real ones, and misbehave as a test scripts it.
+// Simulated cameras behave like real ones, and misbehave as a script of faults says.
 #include <camera_extension.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <map>
-#include <optional>
 #include <thread>
 
 #include "tests/src/bundle_fixture.h"
@@ -232,29 +230,6 @@ TEST_F(sim_camera, passes_features_by_name_as_numbers_and_as_text) {
   EXPECT_STREQ(text.data(), "Off");
 }
 
-// Catches a feature that a person or a program cannot set for want of what the record says.
-TEST_F(sim_camera, the_extension_lists_every_feature_with_its_limits) {
-  std::map<std::string, std::string> found;
-  const auto collect = [](void* to, const camera_extension_feature* each) {
-    std::string text = each->category;
-    for (const char* part : {each->value, each->min, each->max, each->increment}) {
-      text += std::string(" ") + (part == nullptr ? "-" : part);
-    }
-    for (std::size_t at = 0; at < each->entry_count; ++at) {
-      text += std::string(" ") + each->entries[at];
-    }
-    static_cast<std::map<std::string, std::string>*>(to)->emplace(
-        each->name, text + (each->writable == 1 ? " RW" : " RO"));
-    return 0;
-  };
-  EXPECT_EQ(camera_extension_features("CAM1", collect, &found), -ENODEV) << "not open";
-  openCamera();
-  ASSERT_EQ(camera_extension_features("CAM1", collect, &found), 0);
-  EXPECT_EQ(found["Width"], "Root/ImageFormatControl 640 64 640 16 RW");
-  EXPECT_EQ(found["lutMode"], "Root/AnalogControl Active - - - Off Active RW");
-  EXPECT_EQ(found["DeviceModelName"], "Root/DeviceControl SM-1280 - - - RO");
-}
-
 TEST_F(sim_camera, the_extension_counts_lost_frames_by_cause_and_tells_the_frame_in_hand) {
   openCamera();
   camera_extension_health_record record{};
@@ -282,20 +257,6 @@ TEST_F(sim_camera, the_extension_counts_lost_frames_by_cause_and_tells_the_frame
   EXPECT_EQ(camera_extension_health("CAM1", reinterpret_cast<camera_extension_health_record*>(&old)), 0);
   EXPECT_EQ(old.transport, std::uint32_t{camera_extension_simulated});
   EXPECT_EQ(old.beyond, 7U) << "written beyond its size";
-}
-
-// Catches a camera that the bundle cannot find because too many others answer before it.
-TEST_F(sim_camera, preferred_cameras_come_first) {
-  cameras("serial=A; serial=B; serial=C");
-  const auto listed = [](const std::vector<const char*>& serials) {
-    EXPECT_EQ(camera_extension_prefer(serials.data(), serials.size()), 0);
-    std::array<GEV_DEVICE_INTERFACE, 3> found{};
-    int count = 0;
-    GevGetCameraList(found.data(), 3, &count);
-    return std::string(found[0].serial) + found[1].serial + found[2].serial;
-  };
-  EXPECT_EQ(listed({"C", "X", "B"}), "CBA");
-  EXPECT_EQ(listed({}), "ABC");
 }
 
 TEST_F(sim_camera, names_what_is_wrong_in_a_description_and_adds_nothing_of_it) {
