@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -167,11 +168,15 @@ camera_slot& session::slot_for(const camera_config& camera) {
   return cameras_.emplace_back(std::move(fresh))->slot;
 }
 
+// Starts those that do not run yet: all of them, or what there was no memory for the last time.
 void session::start_cameras() {
-  extension_.prefer(config_.serials());
+  if (runners_.empty()) {
+    extension_.prefer(config_.serials());
+  }
   const run_limits limits{
       .frames = options_.frames, .restart = options_.restart, .failuresMax = options_.maxFailures};
-  for (const camera_config& camera : config_.cameras) {
+  while (runners_.size() < config_.cameras.size()) {
+    const camera_config& camera = config_.cameras[runners_.size()];
     runners_.push_back(std::make_unique<camera_runner>(camera, config_.sweeps_of(camera.serial), services_,
                                                        slot_for(camera), limits));
   }
@@ -286,8 +291,8 @@ bool session::is_over() {
   hasFailed_ = hasFailed_ || has(run_outcome::failed);
   hasGivenUp_ = has(run_outcome::givenUp);
   // A service waits for another configuration.
-  return hasFailed_ || is_video_over() ||
-         (!has(run_outcome::running) && !(hasGivenUp_ && service_notifier::is_service()));
+  const bool areRunning = has(run_outcome::running) || runners_.size() < config_.cameras.size();
+  return hasFailed_ || is_video_over() || (!areRunning && !(hasGivenUp_ && service_notifier::is_service()));
 }
 
 // Whether the video was all that was wanted, and it has ended.
@@ -302,13 +307,10 @@ int session::run() {
   start_cameras();
   while (!is_over() && !isInterrupted_) {
     const int signal = wait_signal(kTick);
-    if (signal == SIGHUP) {
-      reload();
-    } else if (signal != 0) {
-      LOG(3, "SIG%s: the end", sigabbrev_np(signal));
-      isInterrupted_ = true;
-    } else {
-      look_after();
+    try {
+      handle(signal);
+    } catch (const std::bad_alloc&) {
+      LOG(1, "fail: there is no memory to look after the cameras; acquisition goes on");
     }
   }
   service_notifier::stopping();
@@ -317,6 +319,18 @@ int session::run() {
   finish_outputs(cameras_, isInterrupted_);
   print_summary(cameras_);
   return is_failure() ? 1 : 0;
+}
+
+void session::handle(int signal) {
+  if (signal == SIGHUP) {
+    reload();
+  } else if (signal != 0) {
+    LOG(3, "SIG%s: the end", sigabbrev_np(signal));
+    isInterrupted_ = true;
+  } else {
+    start_cameras();
+    look_after();
+  }
 }
 
 // No frame of some camera, fewer than were asked for, or frames that are not in the recording.

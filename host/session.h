@@ -69,6 +69,7 @@ class session {
   void cancel_waiting();
   bool wait_for_runners(std::chrono::milliseconds longest);
   void reload();
+  void handle(int signal);
   bool is_over();
   bool is_failure() const;
   bool is_video_over() const;

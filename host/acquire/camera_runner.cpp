@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "core/log.h"
@@ -40,6 +41,18 @@ std::string advice_of(const refusal_reasons& found) {
   }
   return advice;
 }
+
+// Says since when a camera is being opened, for the length of a scope.
+class opening_scope {
+ public:
+  explicit opening_scope(std::atomic<std::uint64_t>& sinceUs) : sinceUs_(sinceUs) { sinceUs_ = steady_us(); }
+  ~opening_scope() { sinceUs_ = 0; }
+  opening_scope(const opening_scope&) = delete;
+  opening_scope& operator=(const opening_scope&) = delete;
+
+ private:
+  std::atomic<std::uint64_t>& sinceUs_;
+};
 
 std::chrono::milliseconds pause_after(std::uint64_t failuresInRow) {
   const auto doublings = std::min<std::uint64_t>(failuresInRow - 1, 5);
@@ -94,31 +107,58 @@ std::string camera_runner::device_stats() {
 void camera_runner::work() {
   const camera_log_scope scope(slot_.serial);
   pthread_setname_np(pthread_self(), "acquisition");
-  while (!is_end_wanted()) {
-    take_failures();
-    if (run_device_safely() || is_end_wanted()) {
-      continue;
-    }
-    slot_.monitor.failed();
-    if (drop_refused_sweep()) {
-      continue;
-    }
-    if (refusal_.isLasting) {
-      slot_.monitor.given_up(refusal_.lines.front(), advice_of(refusal_));
-      LOG(1, "the camera is given up: what stands against it can't change by itself");
-      outcome_ = run_outcome::givenUp;
-      return;
-    }
-    if (!pause_after_failure()) {
-      outcome_ = run_outcome::failed;
-      return;
-    }
+  auto outcome = run_outcome::running;
+  while (outcome == run_outcome::running) {
+    outcome = is_end_wanted() ? run_outcome::done : run_once();
   }
-  outcome_ = run_outcome::done;
+  outcome_ = outcome;
+}
+
+// One device, from its creation to its end, and the pause after a failure. Gives how the runner goes on. What
+// runs out of memory costs the device, and a pause that needs none.
+run_outcome camera_runner::run_once() {
+  try {
+    take_failures();
+    const bool isDone = run_device() || is_end_wanted();
+    return isDone ? run_outcome::running : follow_failure();
+  } catch (const std::exception& error) {
+    LOG(1, "fail: exception <%s>", error.what());
+    const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    slot_.monitor.run_ended();
+    slot_.monitor.failed(isMemory ? failure_reason::memory : failure_reason::run);
+    pause(kPauseFirst);
+    return limits_.restart ? run_outcome::running : run_outcome::failed;
+  }
+}
+
+// What comes after a device that failed.
+run_outcome camera_runner::follow_failure() {
+  slot_.monitor.failed(reason_of_failure());
+  if (drop_refused_sweep()) {
+    return run_outcome::running;
+  }
+  if (refusal_.isLasting) {
+    slot_.monitor.given_up(refusal_.lines.front(), advice_of(refusal_));
+    LOG(1, "the camera is given up: what stands against it can't change by itself");
+    return run_outcome::givenUp;
+  }
+  return report_failure() ? run_outcome::running : run_outcome::failed;
+}
+
+failure_reason camera_runner::reason_of_failure() const {
+  if (!isCreated_) {
+    return refusal_.isLasting        ? failure_reason::configuration
+           : !refusal_.lines.empty() ? failure_reason::unavailable
+                                     : failure_reason::creation;
+  }
+  return slot_.settings.is_unproven() ? failure_reason::setting
+         : silenceAdvice_.empty()     ? failure_reason::run
+                                      : failure_reason::silence;
 }
 
 // Null when the bundle refuses the camera, or when the end is wanted.
 camera_runner::device_like* camera_runner::create_device() {
+  const opening_scope opening(openingSinceUs_);
   if (const std::string prepared = prepare_camera(services_.library, slot_.serial); !prepared.empty()) {
     LOG(3, "%s", prepared.c_str());
   }
@@ -144,25 +184,15 @@ void camera_runner::explain_failure() {
   refusal_ = std::move(found);
 }
 
-// An exception of the host's own, as without memory, costs the device and not the program.
-bool camera_runner::run_device_safely() {
-  try {
-    return run_device();
-  } catch (const std::exception& error) {
-    LOG(1, "fail: exception <%s>", error.what());
-    return false;
-  }
-}
-
 // True when it ended as it was asked to; false when the device could not be created or its run failed.
 bool camera_runner::run_device() {
   silenceAdvice_.clear();
-  openingSinceUs_ = steady_us();
+  isCreated_ = false;
   device_like* const created = create_device();
-  openingSinceUs_ = 0;
   if (created == nullptr) {
     return is_end_wanted();
   }
+  isCreated_ = true;
   refusal_ = {};
   {
     const std::lock_guard lock(deviceMutex_);
@@ -207,8 +237,8 @@ std::string camera_runner::failure_advice() const {
   return silenceAdvice_.empty() ? kUnexplainedAdvice : silenceAdvice_;
 }
 
-// Reports the failure and waits before the next attempt. False when there is to be none.
-bool camera_runner::pause_after_failure() {
+// Logs the failure and waits before the next attempt. False when there is to be none.
+bool camera_runner::report_failure() {
   const std::uint64_t inRow = slot_.monitor.totals().failuresInRow;
   const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
   const std::string advice = failure_advice();
@@ -220,15 +250,20 @@ bool camera_runner::pause_after_failure() {
     LOG(1, "%lu failures in a row are as many as --max-failures allows", inRow);
     return false;
   }
-  const auto pause = pause_after(inRow);
-  slot_.monitor.pausing(reasons, advice, pause);
-  LOG(3, "it is created again in %.0f s", std::chrono::duration<double>(pause).count());
+  const auto length = pause_after(inRow);
+  slot_.monitor.pausing(reasons, advice, length);
+  LOG(3, "it is created again in %.0f s", std::chrono::duration<double>(length).count());
+  pause(length);
+  return true;
+}
+
+// Ends early when the end is wanted.
+void camera_runner::pause(std::chrono::milliseconds length) {
   std::unique_lock lock(endMutex_);
-  for (auto waited = kPauseStep; waited <= pause && !is_end_wanted(); waited += kPauseStep) {
+  for (auto waited = kPauseStep; waited <= length && !is_end_wanted(); waited += kPauseStep) {
     slot_.monitor.alive();
     endWanted_.wait_for(lock, kPauseStep);
   }
-  return true;
 }
 
 std::int32_t camera_runner::getPendingSignal() {

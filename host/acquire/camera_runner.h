@@ -5,6 +5,7 @@
 #include <mediagrabber/device.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -102,8 +103,9 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
 
   // On the runner's thread.
   void work();
+  run_outcome run_once();
+  run_outcome follow_failure();
   device_like* create_device();
-  bool run_device_safely();
   bool run_device();
   void close_device();
   void explain_failure();
@@ -112,8 +114,10 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void start_figures();
   void read_health();
   void report_losses(std::uint64_t nowUs);
+  failure_reason reason_of_failure() const;
   std::string failure_advice() const;
-  bool pause_after_failure();
+  bool report_failure();
+  void pause(std::chrono::milliseconds length);
   bool is_end_wanted() const;
 
   // The bundle's questions and news, on the runner's thread.
@@ -133,6 +137,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   std::uint64_t framesOfRun_ = 0;
   std::uint64_t lastFrameUs_ = 0;  // monotonic; the start of the run before the first one
   bool isSignalGiven_ = false;
+  bool isCreated_ = false;     // the device of this attempt
   std::string silenceAdvice_;  // what to do about the silence that ended the run; empty: none did
   refusal_reasons refusal_;    // of the creation that failed last; none after one that did not
 

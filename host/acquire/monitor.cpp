@@ -34,10 +34,11 @@ void camera_monitor::run_ended() {
   totals_.isRunning = false;
 }
 
-void camera_monitor::failed() {
+void camera_monitor::failed(failure_reason reason) {
   const std::lock_guard lock(mutex_);
   ++totals_.failures;
   ++totals_.failuresInRow;
+  ++totals_.failuresByReason.at(static_cast<std::size_t>(reason));
 }
 
 void camera_monitor::given_up(const std::string& reason, const std::string& advice) {

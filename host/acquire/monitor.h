@@ -2,6 +2,7 @@
 #ifndef HOST_ACQUIRE_MONITOR_H
 #define HOST_ACQUIRE_MONITOR_H
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -18,14 +19,27 @@ namespace host {
 /// Microseconds of the monotonic clock: the clock of all arrival times here.
 std::uint64_t steady_us();
 
+/// Why a device could not be created, or why its run failed.
+enum class failure_reason : std::uint8_t {
+  configuration,  ///< the camera does not take its configuration
+  unavailable,    ///< the camera does not answer, can't be reached, or is controlled by somebody else
+  creation,       ///< no device could be created, and nothing was found against the camera
+  silence,        ///< the camera sent no frames for too long
+  setting,        ///< the camera refused a change of its settings
+  memory,         ///< there was no memory
+  run             ///< the run failed for another reason, which the log has
+};
+constexpr std::size_t kFailureReasons = 7;
+
 struct camera_totals {
-  std::uint64_t frames = 0;         ///< arrived
-  std::uint64_t missed = 0;         ///< should have come and did not, see missed_frames
-  std::uint64_t silentWaits = 0;    ///< waits that brought no usable frame
-  std::uint64_t failures = 0;       ///< devices that could not be made or failed
-  std::uint64_t failuresInRow = 0;  ///< since a frame was handed over
-  std::uint64_t lastFrameUs = 0;    ///< arrival, steady_us; 0: none yet
-  std::uint64_t elapsedUs = 0;      ///< since the first run started
+  std::uint64_t frames = 0;       ///< arrived
+  std::uint64_t missed = 0;       ///< should have come and did not, see missed_frames
+  std::uint64_t silentWaits = 0;  ///< waits that brought no usable frame
+  std::uint64_t failures = 0;     ///< devices that could not be created, or whose run failed
+  std::array<std::uint64_t, kFailureReasons> failuresByReason{};  ///< they add up to `failures`
+  std::uint64_t failuresInRow = 0;                                ///< since a frame was handed over
+  std::uint64_t lastFrameUs = 0;                                  ///< arrival, steady_us; 0: none yet
+  std::uint64_t elapsedUs = 0;                                    ///< since the first run started
   std::optional<float> exposureUs = std::nullopt;
   std::optional<float> gainDb = std::nullopt;
   std::optional<float> temperatureC = std::nullopt;
@@ -46,7 +60,7 @@ class camera_monitor {
   /// Frames are expected so often, microseconds.
   void run_started(double periodUs);
   void run_ended();
-  void failed();
+  void failed(failure_reason reason);
   /// No device will be created any more, for that reason.
   void given_up(const std::string& reason, const std::string& advice);
   /// A device is created again after a pause.

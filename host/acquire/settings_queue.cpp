@@ -172,6 +172,11 @@ void settings_queue::handed_over(const cam_frame_info& info, std::uint64_t numbe
   outcome.framesMost = std::max(outcome.framesMost, number - watched_->appliedBefore + 1);
 }
 
+bool settings_queue::is_unproven() const {
+  const std::lock_guard lock(mutex_);
+  return watched_ && !isProven_;
+}
+
 std::optional<std::string> settings_queue::run_failed(const std::string& reason) {
   const std::lock_guard lock(mutex_);
   if (!watched_ || isProven_) {

@@ -80,7 +80,9 @@ class settings_queue {
   /// A frame arrived, so long after the one before; none for the first of a run.
   void arrived(const std::optional<std::uint64_t>& intervalUs);
   void handed_over(const cam_frame_info& info, std::uint64_t number);
-  /// /// The run failed. Gives the asker of the request that did it, one that it did not survive, and puts
+  /// Whether the request that was taken last may be what ended the run: nothing shows that it was survived.
+  bool is_unproven() const;
+  /// The run failed. Gives the asker of the request that did it, one that it did not survive, and puts
   /// `reason` to its account.
   std::optional<std::string> run_failed(const std::string& reason);
   /// Microseconds; what the camera was told last.

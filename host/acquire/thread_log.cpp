@@ -13,26 +13,27 @@ constexpr int kWarning = 2;
 constexpr int kState = 3;
 constexpr int kDetail = 4;
 
-thread_local std::string currentCamera;
+thread_local const std::string* currentCamera = nullptr;
 thread_local bool failuresExpected = false;
 thread_local bool statesAreDetails = false;
 thread_local std::deque<std::string> recentFailures;
 
 }  // namespace
 
-camera_log_scope::camera_log_scope(const std::string& serial) {
-  currentCamera = serial;
+camera_log_scope::camera_log_scope(const std::string& serial) noexcept {
+  currentCamera = &serial;
   recentFailures.clear();
 }
 
 camera_log_scope::~camera_log_scope() {
-  currentCamera.clear();
+  currentCamera = nullptr;
   failuresExpected = false;
   statesAreDetails = false;
 }
 
 const std::string& logged_camera() {
-  return currentCamera;
+  static const std::string none;
+  return currentCamera != nullptr ? *currentCamera : none;
 }
 
 void expect_failures(bool isExpected) {

@@ -7,10 +7,11 @@
 
 namespace host {
 
-/// Names the camera of this thread in every line that it logs, for the length of a scope.
+/// Names the camera of this thread in every line that it logs, for the length of a scope. Needs no memory.
 class camera_log_scope {
  public:
-  explicit camera_log_scope(const std::string& serial);
+  /// `serial` must outlive the scope.
+  explicit camera_log_scope(const std::string& serial) noexcept;
   ~camera_log_scope();
   camera_log_scope(const camera_log_scope&) = delete;
   camera_log_scope& operator=(const camera_log_scope&) = delete;

@@ -47,8 +47,6 @@ constexpr std::array kFigures = {
            [](const camera_figures& c) { return std::optional(c.totals.isMissedEstimate ? 1.0 : 0.0); }},
     figure{"silent_waits_total", MetricType::Counter, "Waits of at most a second that brought no usable frame.",
            [](const camera_figures& c) { return std::optional(number(c.totals.silentWaits)); }},
-    figure{"device_failures_total", MetricType::Counter, "Devices that could not be created, or whose run failed.",
-           [](const camera_figures& c) { return std::optional(number(c.totals.failures)); }},
     figure{"given_up", MetricType::Gauge, "1 when no device is created any more, as the camera can't take its configuration.",
            [](const camera_figures& c) { return std::optional(c.totals.givenUp.empty() ? 0.0 : 1.0); }},
     figure{"last_frame_age_seconds", MetricType::Gauge, "Time since the last frame arrived.",
@@ -78,6 +76,10 @@ constexpr std::array kPackets = {health_counter{"received", &health_record::pack
                                  health_counter{"duplicate", &health_record::packets_duplicate},
                                  health_counter{"foreign", &health_record::packets_foreign},
                                  health_counter{"dropped_by_kernel", &health_record::kernel_drops}};
+
+// In the order of failure_reason.
+constexpr std::array<const char*, kFailureReasons> kFailureLabels = {
+    "configuration", "unavailable", "creation", "silence", "setting", "memory", "run"};
 
 struct output_counter {
   const char* name;
@@ -134,6 +136,19 @@ MetricFamily family_of(MetricFamily all, const char* label, const Counters& coun
   return all;
 }
 
+MetricFamily failures_of(const std::vector<camera_figures>& cameras) {
+  MetricFamily all =
+      family("device_failures_total", "Devices that could not be created, or whose run failed, by reason.",
+             MetricType::Counter);
+  for (const camera_figures& camera : cameras) {
+    for (std::size_t at = 0; at < kFailureReasons; ++at) {
+      all.metric.push_back(metric_of(camera, all.type, number(camera.totals.failuresByReason[at])));
+      all.metric.back().label.push_back({"reason", kFailureLabels[at]});
+    }
+  }
+  return all;
+}
+
 MetricFamily family_of(const output_counter& each, const std::vector<camera_figures>& cameras) {
   MetricFamily all = family(each.name, each.help, MetricType::Counter);
   for (const camera_figures& camera : cameras) {
@@ -174,6 +189,7 @@ std::string metrics_text(const std::vector<camera_figures>& cameras) {
   for (const figure& each : kFigures) {
     families.push_back(family_of(each, cameras));
   }
+  families.push_back(failures_of(cameras));
   families.push_back(family_of(
       family("frames_lost_total", "Frames that the camera sent and that did not arrive whole, by reason.",
              MetricType::Counter),

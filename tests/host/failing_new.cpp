@@ -1,19 +1,35 @@
-// Preloaded into a program: lets the allocation fail whose number FAIL_NEW_AT has, and all after it.
+// Preloaded into a program: lets allocations fail. FAIL_NEW_AT: that one, and all after it. FAIL_NEW_EVERY:
+// each so many-th of the threads with the name FAIL_NEW_THREAD.
+#include <pthread.h>
+
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <string_view>
 
 namespace {
 
-std::atomic<long> countdown{-1};
+long number_of(const char* variable) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? 0 : std::atol(text);
+}
+
+bool is_meant_thread() {
+  static const char* const meant = std::getenv("FAIL_NEW_THREAD");
+  std::array<char, 16> name{};
+  return meant != nullptr && pthread_getname_np(pthread_self(), name.data(), name.size()) == 0 &&
+         std::string_view(name.data()) == meant;
+}
 
 bool is_to_fail() {
-  static const bool isCounting = [] {
-    const char* const at = std::getenv("FAIL_NEW_AT");
-    countdown = at == nullptr ? -1 : std::atol(at);
-    return countdown >= 0;
-  }();
-  return isCounting && --countdown < 0;
+  static const long at = std::getenv("FAIL_NEW_AT") == nullptr ? -1 : number_of("FAIL_NEW_AT");
+  static const long every = number_of("FAIL_NEW_EVERY");
+  static std::atomic<long> count{0};
+  if (at >= 0) {
+    return count++ >= at;
+  }
+  return every > 0 && is_meant_thread() && ++count % every == 0;
 }
 
 }  // namespace

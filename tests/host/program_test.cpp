@@ -333,6 +333,23 @@ TEST_F(mediagrabber, says_so_when_there_is_no_memory_to_begin) {
   EXPECT_GT(failures, 20);
 }
 
+// Every so many-th allocation fails: of the devices, their bundle, the tables, the log.
+TEST_F(mediagrabber, goes_on_when_a_camera_runs_out_of_memory) {
+  if (*SANITIZERS != '\0') {
+    return;  // their own operators can't be replaced
+  }
+  const std::string path = configure(camera_text("A", "gamma = 2\n") + camera_text("B"));
+  for (const int every : {13, 50, 211}) {
+    tests::program run(directory / "host",
+                       {"env", "SIM_CAMERAS=" + std::string(kTwo), "LD_PRELOAD=" FAILING_NEW,
+                        "FAIL_NEW_THREAD=acquisition", fmt::format("FAIL_NEW_EVERY={}", every), MEDIAGRABBER,
+                        "run", path, "-F", "sim", "-t", "2", "-r", directory / "rec", "-f", "raw"});
+    EXPECT_GE(run.wait(), 0) << "every " << every << ": " << run.error();
+    EXPECT_TRUE(has(run.error(), "bad_alloc")) << "every " << every << ": " << run.error();
+    EXPECT_EQ(count(run.error(), " silent wait"), 2U) << "no summary: " << run.error();
+  }
+}
+
 TEST_F(mediagrabber, ends_though_nobody_reads_its_log) {
   std::array<int, 2> unread{};
   ASSERT_EQ(pipe2(unread.data(), O_CLOEXEC), 0);

@@ -25,6 +25,7 @@ TEST(status, figures_become_lines) {
   slot.monitor.health(record);
   slot.monitor.arrived(host::steady_us() - 100'000, 41.23F);
   slot.monitor.handed_over(info_of(4, 4));
+  slot.monitor.failed(host::failure_reason::silence);
   const host::camera_figures figures = host::figures_of(slot, nullptr, nullptr);
   const std::string line = host::status_line(figures, {30.04, 1.5e6});
   EXPECT_TRUE(has(line, "#2 30.0/s missed 2 gap 10") && has(line, "5000us 6.0dB 41.2C")) << line;
@@ -34,7 +35,7 @@ TEST(status, figures_become_lines) {
   const std::string metrics = host::metrics_text({figures});
   for (const char* expected :
        {"\nmediagrabber_exposure_seconds{camera=\"A\\\"B", "# TYPE mediagrabber_frames_total counter\n",
-        "\"} 0.0050005", "reason=\"dropped\"} 4\n",
+        "\"} 0.0050005", "reason=\"dropped\"} 4\n", "reason=\"silence\"} 1\n", "reason=\"setting\"} 0\n",
         "mediagrabber_frame_interval_seconds_bucket{camera=", "le=\"0.2\"} 1\n", "le=\"+Inf\"} 1\n"}) {
     EXPECT_TRUE(has(metrics, expected)) << expected << metrics;
   }
