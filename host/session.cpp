@@ -260,6 +260,12 @@ void session::reload() {
   LOG(3, "SIGHUP: %s is read again", options_.configPath.c_str());
   service_notifier::reloading();
   config_result fresh = load_config(options_);
+  const bool isOtherVideo =
+      fresh.errors.empty() && !options_.y4mPath.empty() && fresh.value.serials() != config_.serials();
+  if (isOtherVideo) {
+    fresh.errors.push_back(fmt::format("--y4m: the video in {} is of camera '{}'; start again for another",
+                                       options_.y4mPath, config_.cameras.front().serial));
+  }
   for (const std::string& error : fresh.errors) {
     LOG(1, "%s", error.c_str());
   }

@@ -281,6 +281,16 @@ TEST_F(mediagrabber, ends_with_the_reader_of_its_video) {
   EXPECT_TRUE(has(run.error(), "the reader of - went away: this output ends")) << run.error();
 }
 
+TEST_F(mediagrabber, keeps_the_camera_of_its_video_on_sighup) {
+  auto run = start({"run", configure(camera_text("A")), "-y", directory / "v.y4m"}, kTwo);
+  ASSERT_TRUE(run.says("acquisition starts")) << run.error();
+  configure(camera_text("B"));
+  run.signal(SIGHUP);
+  EXPECT_TRUE(run.says("v.y4m is of camera 'A'; start again for another")) << run.error();
+  EXPECT_TRUE(program::until([&] { return content(directory / "v.y4m").size() > 20'000; }));
+  EXPECT_LT(run.end(SIGTERM), kEndLongest);
+}
+
 TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
   const std::string good = configure(camera_text("SIM00001"));
   std::ofstream(directory / "bad.toml") << "[[camera]]\n";
