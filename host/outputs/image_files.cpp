@@ -53,46 +53,71 @@ std::vector<std::uint8_t> encode(const stored_frame& frame, image_format format)
   return bytes;
 }
 
+image_files::recording::recording(const std::filesystem::path& path, folder_origin origin, bool isCounting)
+    : folder(path, origin),
+      index(folder),
+      next(std::max(index.next_number(), folder.next_number())),
+      imageBytes(isCounting ? index.image_bytes() : 0) {}
+
 image_files::image_files(std::filesystem::path folder, image_format format, const keep_limits& keep)
-    : format_(format),
-      keep_(keep),
-      folder_(std::move(folder)),
-      index_(folder_),
-      next_(std::max(index_.next_number(), folder_.next_number())),
-      imageBytes_(keep.bytes ? index_.image_bytes() : 0) {}
+    : path_(std::move(folder)), format_(format), keep_(keep) {
+  recording_.emplace(path_, folder_origin::made, keep_.bytes.has_value());
+}
 
 std::uint64_t image_files::write(const stored_frame& frame, const std::stop_token&) {
+  if (std::exchange(hasFailed_, true)) {
+    reopen_if_replaced();
+  }
+  const std::uint64_t written = add(frame);
+  hasFailed_ = false;
+  return written;
+}
+
+void image_files::reopen_if_replaced() {
+  if (recording_ && recording_->folder.is_replaced()) {
+    recording_.reset();
+  }
+  if (!recording_) {
+    recording_.emplace(path_, folder_origin::existing, keep_.bytes.has_value());
+  }
+}
+
+std::uint64_t image_files::add(const stored_frame& frame) {
   const std::vector<std::uint8_t> bytes = encode(frame, format_);
   make_room(bytes.size());
-  std::string name = image_name(next_, format_);
-  while (!folder_.add(name, bytes)) {
-    name = image_name(++next_, format_);
+  recording& to = *recording_;
+  std::string name = image_name(to.next, format_);
+  while (!to.folder.add(name, bytes)) {
+    name = image_name(++to.next, format_);
   }
   const cam_frame_info& info = frame.info;
   const std::string line = fmt::format(
       R"({{"index":{},"file":"{}","bytes":{},"frame":{},"timestamp_us":{},"arrival_us":{},"exposure_us":{},)"
       R"("gain_db":{:.4f},"width":{},"height":{}}})"
       "\n",
-      next_, name, bytes.size(), frame.number, info.timestampUs, frame.arrivalUs, info.exposureUs,
+      to.next, name, bytes.size(), frame.number, info.timestampUs, frame.arrivalUs, info.exposureUs,
       info.gainDb, info.width, info.height);
   try {
-    index_.append(line);
+    to.index.append(line);
   } catch (const output_error&) {
-    folder_.remove(name);  // an image without its line is none
+    to.folder.remove(name);  // an image without its line is none
     throw;
   }
-  ++next_;
-  imageBytes_ += bytes.size();
-  isSettled_ = false;
+  ++to.next;
+  to.imageBytes += bytes.size();
+  to.isSettled = false;
   return bytes.size() + line.size();
 }
 
 void image_files::settle() {
+  if (!recording_) {
+    return;
+  }
   make_room(0);
-  if (!isSettled_) {
-    index_.sync();
-    folder_.sync();
-    isSettled_ = true;
+  if (!recording_->isSettled) {
+    recording_->index.sync();
+    recording_->folder.sync();
+    recording_->isSettled = true;
   }
 }
 
@@ -101,18 +126,20 @@ void image_files::make_room(std::uint64_t bytes) {
   if (!keep_.age && !keep_.bytes && !keep_.freeBytes) {
     return;
   }
-  for (auto oldest = index_.oldest(); oldest && is_beyond(*oldest, bytes); oldest = index_.oldest()) {
-    if (!folder_.remove(oldest->file)) {
+  for (auto oldest = recording_->index.oldest(); oldest && is_beyond(*oldest, bytes);
+       oldest = recording_->index.oldest()) {
+    if (!recording_->folder.remove(oldest->file)) {
       throw output_error(fmt::format("{} is beyond --keep and can't be removed: {}",
-                                     (folder_.path() / oldest->file).string(), write_failure(errno)));
+                                     (recording_->folder.path() / oldest->file).string(),
+                                     write_failure(errno)));
     }
-    imageBytes_ -= std::min(imageBytes_, oldest->bytes);
-    index_.drop_oldest();
+    recording_->imageBytes -= std::min(recording_->imageBytes, oldest->bytes);
+    recording_->index.drop_oldest();
   }
-  if (keep_.freeBytes && bytes > 0 && folder_.free_bytes() < *keep_.freeBytes + bytes) {
+  if (keep_.freeBytes && bytes > 0 && recording_->folder.free_bytes() < *keep_.freeBytes + bytes) {
     throw output_error(
         fmt::format("{}: --keep wants {} bytes left free, and nothing of this camera can go for it",
-                    folder_.path().string(), *keep_.freeBytes));
+                    recording_->folder.path().string(), *keep_.freeBytes));
   }
 }
 
@@ -120,8 +147,8 @@ bool image_files::is_beyond(const indexed_frame& oldest, std::uint64_t bytes) co
   if (keep_.age && oldest.arrivalUs + static_cast<std::uint64_t>(keep_.age->count()) < Time__GetTimeUsec()) {
     return true;
   }
-  return (keep_.bytes && imageBytes_ + bytes > *keep_.bytes) ||
-         (keep_.freeBytes && folder_.free_bytes() < *keep_.freeBytes + bytes);
+  return (keep_.bytes && recording_->imageBytes + bytes > *keep_.bytes) ||
+         (keep_.freeBytes && recording_->folder.free_bytes() < *keep_.freeBytes + bytes);
 }
 
 }  // namespace host

@@ -32,7 +32,9 @@ struct keep_limits {
 
 /// Writes 000000000.png and so on into a folder, with a line about each in frames.jsonl. An image is there
 /// whole or not at all, also after a power cut, which costs at most the images of the last second. No file is
-/// ever overwritten: a folder that already holds a recording is continued.
+/// ever overwritten: a folder that already holds a recording is continued. So is one that comes back, as that
+/// of a disk that was unplugged and mounted again; in place of one that is gone no other is made, as that
+/// would be on the disk below.
 class image_files final : public frame_sink {
  public:
   /// output_error when the folder can't be recorded into.
@@ -42,16 +44,26 @@ class image_files final : public frame_sink {
   void settle() override;
 
  private:
+  struct recording {
+    recording(const std::filesystem::path& path, folder_origin origin, bool isCounting);
+
+    recording_folder folder;
+    frame_index index;
+    std::uint64_t next;        // number of the next image
+    std::uint64_t imageBytes;  // of all images; 0 without a limit for them
+    bool isSettled = true;     // all names and lines are on the disk
+  };
+
+  std::uint64_t add(const stored_frame& frame);
+  void reopen_if_replaced();
   void make_room(std::uint64_t bytes);
   bool is_beyond(const indexed_frame& oldest, std::uint64_t bytes) const;
 
+  std::filesystem::path path_;
   image_format format_;
   keep_limits keep_;
-  recording_folder folder_;
-  frame_index index_;
-  std::uint64_t next_;
-  std::uint64_t imageBytes_;  // of all images; 0 without a limit for them
-  bool isSettled_ = true;     // all names and lines are on the disk
+  std::optional<recording> recording_;  // none while a folder that came back can't be opened
+  bool hasFailed_ = false;              // the frame before
 };
 
 }  // namespace host

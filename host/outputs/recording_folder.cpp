@@ -69,23 +69,11 @@ bool write_all(int file, const void* data, std::size_t size) {
   return true;
 }
 
-recording_folder::recording_folder(fs::path path) : path_(std::move(path)) {
-  std::error_code error;
-  fs::create_directories(path_.parent_path(), error);
-  if (error) {
-    throw output_error(
-        fmt::format("{} can't be made: {}", path_.parent_path().string(), write_failure(error.value())));
+recording_folder::recording_folder(fs::path path, folder_origin origin) : path_(std::move(path)) {
+  if (origin == folder_origin::made) {
+    make();
   }
-  const descriptor parent(::open(path_.parent_path().c_str(), O_DIRECTORY | O_CLOEXEC));
-  const std::string name = path_.filename();
-  const bool isMade = mkdirat(parent.get(), name.c_str(), kFolderMode) == 0;
-  if (!isMade && errno != EEXIST) {
-    throw output_error(fmt::format("{} can't be made: {}", path_.string(), write_failure(errno)));
-  }
-  if (isMade) {
-    fsync(parent.get());  // the recording itself tells when the disk fails
-  }
-  folder_ = descriptor(openat(parent.get(), name.c_str(), O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  folder_ = descriptor(::open(path_.c_str(), O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder_.is_open()) {
     throw output_error(
         errno == ELOOP || errno == ENOTDIR
@@ -94,6 +82,21 @@ recording_folder::recording_folder(fs::path path) : path_(std::move(path)) {
   }
   lock();
   remove_partials();
+}
+
+void recording_folder::make() const {
+  std::error_code error;
+  fs::create_directories(path_.parent_path(), error);
+  if (error) {
+    throw output_error(
+        fmt::format("{} can't be made: {}", path_.parent_path().string(), write_failure(error.value())));
+  }
+  if (mkdir(path_.c_str(), kFolderMode) == 0) {
+    const descriptor parent(::open(path_.parent_path().c_str(), O_DIRECTORY | O_CLOEXEC));
+    fsync(parent.get());  // the recording itself tells when the disk fails
+  } else if (errno != EEXIST) {
+    throw output_error(fmt::format("{} can't be made: {}", path_.string(), write_failure(errno)));
+  }
 }
 
 void recording_folder::lock() {
@@ -158,6 +161,13 @@ bool recording_folder::remove(const std::string& name) noexcept {
 
 bool recording_folder::has(const std::string& name) const noexcept {
   return faccessat(folder_.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool recording_folder::is_replaced() const noexcept {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(folder_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0 && S_ISDIR(named.st_mode) &&
+         (opened.st_dev != named.st_dev || opened.st_ino != named.st_ino);
 }
 
 void recording_folder::sync() {

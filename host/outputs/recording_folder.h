@@ -15,13 +15,17 @@ namespace host {
 /// front, stands as %XX. Two serial numbers never give the same name.
 std::string file_name_of(const std::string& serial);
 
+/// Whether a recording's folder may be made where it is not there.
+enum class folder_origin : std::uint8_t { made, existing };
+
 /// Locked against other processes as long as it lives. Used by one thread. Paths are resolved once, when it
 /// is opened: a link that is put in its place later is not followed. Its functions raise output_error.
 class recording_folder {
  public:
-  /// Makes the folder, and those above it, where it is not there. It must be no link, and no other process
-  /// may be recording into it. What a process that was killed left half-written is removed.
-  explicit recording_folder(std::filesystem::path path);
+  /// Opens the folder; with `made`, it and those above it are made where they are not there. It must be no
+  /// link, and no other process may be recording into it. What a process that was killed left half-written is
+  /// removed.
+  explicit recording_folder(std::filesystem::path path, folder_origin origin = folder_origin::made);
 
   const std::filesystem::path& path() const { return path_; }
 
@@ -37,6 +41,8 @@ class recording_folder {
   /// False when it can't be removed; a file that is not there is none that can't.
   bool remove(const std::string& name) noexcept;
   bool has(const std::string& name) const noexcept;
+  /// Whether the path now names another folder than the one that is open, as after a disk was mounted again.
+  bool is_replaced() const noexcept;
   /// Puts on the disk which names there are.
   void sync();
   /// Bytes that the file system has left for a user without privileges.
@@ -46,6 +52,7 @@ class recording_folder {
 
  private:
   [[noreturn]] void fail(const std::string& name, int error) const;
+  void make() const;
   void lock();
   void remove_partials();
 

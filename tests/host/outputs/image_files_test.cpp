@@ -88,9 +88,21 @@ TEST_F(recorded_images, are_whole_or_not_there) {
   recording.write(frame, {});
   EXPECT_TRUE(fs::exists(directory / "a/b/000000002.raw"))
       << "a failure must not leave a hole in the numbers";
-  recording.settle();
+}
+
+// A disk that was unplugged: its folder is gone, and then there is another one of the same name.
+TEST_F(recorded_images, go_on_in_a_folder_that_came_back) {
+  const auto frame = frame_of(4, 4);
+  auto recording = files();
+  recording.write(frame, {});
   fs::remove_all(directory / "a");
-  EXPECT_THROW(recording.write(frame, {}), host::output_error);
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_THROW(recording.write(frame, {}), host::output_error);
+    EXPECT_FALSE(fs::exists(directory / "a")) << "it would be on the disk below";
+  }
+  fs::create_directories(directory / "a" / "b");
+  recording.write(frame, {});
+  EXPECT_EQ(names(), ".lock 000000000.raw frames.jsonl");
 }
 
 TEST_F(recorded_images, are_continued_after_a_power_cut) {
