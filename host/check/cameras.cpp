@@ -49,11 +49,6 @@ std::string mac_text(std::uint64_t mac) {
   return text;
 }
 
-std::string controller_text(std::uint32_t controller) {
-  constexpr std::uint32_t kUnnamed = 0xFFFFFFFF;
-  return controller == 0 ? "-" : controller == kUnnamed ? "somebody" : address_text(controller);
-}
-
 std::vector<std::string> why_none(const std::vector<network_interface>& interfaces) {
   std::vector<std::string> lines = {"no camera answered; what was looked at:"};
   std::transform(interfaces.begin(), interfaces.end(), std::back_inserter(lines), interface_text);
@@ -91,6 +86,11 @@ std::vector<network_interface> network_interfaces() {
 
 std::vector<network_interface> surroundings(bool isSimulated) {
   return isSimulated ? std::vector<network_interface>{} : network_interfaces();
+}
+
+std::string controller_text(std::uint32_t controller) {
+  constexpr std::uint32_t kUnnamed = 0xFFFFFFFF;
+  return controller == 0 ? "-" : controller == kUnnamed ? "another machine" : address_text(controller);
 }
 
 std::string camera_table(const std::vector<found_camera>& cameras) {

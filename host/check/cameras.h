@@ -29,11 +29,16 @@ std::vector<network_interface> surroundings(bool isSimulated);
 /// The cameras as a table with a head line.
 std::string camera_table(const std::vector<found_camera>& cameras);
 
+/// The address of who controls a camera (see found_camera), "another machine" where the camera does not name
+/// it,
+/// "-" for nobody.
+std::string controller_text(std::uint32_t controller);
+
 /// What a search for cameras brought, and what is needed to judge it.
 struct camera_search {
   std::vector<found_camera> found;
   std::vector<network_interface> interfaces;  ///< none: subnets are not looked at
-  std::size_t reach;                          ///< so many of those found the bundle looks at
+  std::size_t reach = 0;                      ///< so many of those found the bundle looks at
 };
 
 /// library_error.

@@ -3,16 +3,19 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/acquire/advice.h"
 #include "host/acquire/loss.h"
 #include "host/acquire/monitor.h"
+#include "host/acquire/open_camera.h"
 #include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
 #include "host/check/cameras.h"
@@ -97,6 +100,18 @@ struct step_frames {
     return found == frames.end() ? 0 : static_cast<std::size_t>(found - begin) + 1;
   }
 };
+
+// The status that a failure of the bundle carries: "fail: GevStartTransfer (answer:0xfffffffa)".
+std::optional<GEV_STATUS> logged_status(const std::string& failure) {
+  constexpr std::string_view kBefore = "(answer:0x";
+  const auto at = failure.find(kBefore);
+  std::uint32_t bits = 0;
+  const bool isThere =
+      at != std::string::npos &&
+      std::from_chars(failure.data() + at + kBefore.size(), failure.data() + failure.size(), bits, 16).ec ==
+          std::errc();
+  return isThere ? std::optional(static_cast<GEV_STATUS>(bits)) : std::nullopt;
+}
 
 // One camera's test, from finding it to the end of its run.
 class camera_check {
@@ -217,7 +232,12 @@ bool camera_check::measure(probe& camera) {
 
 std::vector<std::string> camera_check::why_no_frames(const probe& camera) const {
   if (const std::string failures = camera.run_failures(); !failures.empty()) {
-    return {failures};
+    std::vector<std::string> lines = {failures};
+    if (const auto status = logged_status(failures)) {
+      lines.push_back("the camera refused: " + status_text(*status));
+    }
+    lines.emplace_back(kUnexplainedAdvice);
+    return lines;
   }
   return {no_frames_advice(camera.health())};
 }
@@ -400,9 +420,10 @@ void camera_check::test_end(probe& camera) {
 
 // Why the library does not start, as far as that is known here.
 std::string start_advice(const library_choice& chosen) {
-  return chosen.is_simulated() ? "SIM_CAMERAS describes the simulated cameras; the line above names the word "
-                                 "in it that is wrong"
-                               : "choose the libraries with --framework and --bundle";
+  return chosen.is_simulated()
+             ? "SIM_CAMERAS describes the simulated cameras: standard error names what is wrong "
+               "in it"
+             : "choose the libraries with --framework and --bundle";
 }
 
 }  // namespace

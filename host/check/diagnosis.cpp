@@ -178,6 +178,17 @@ void append_pins(const camera_config& camera, const features& all, lines& to) {
   }
 }
 
+// Who controls the camera, as far as it says so.
+void append_controller(const std::string& serial, const std::vector<found_camera>& found, lines& to) {
+  const auto camera = std::find_if(found.begin(), found.end(),
+                                   [&](const found_camera& each) { return each.serial == serial; });
+  if (camera != found.end() && camera->controller != 0) {
+    to.push_back(
+        fmt::format("  - a program on {} controls it: end that one, or wait until it lets the camera go",
+                    controller_text(camera->controller)));
+  }
+}
+
 // The camera's own answer; none when the library can't list features.
 std::optional<features> features_of(const camera_library& library, const std::string& serial) {
   const open_camera opened(library, serial);
@@ -214,16 +225,24 @@ lines misfits(const camera_config& camera, const features& all) {
   return found;
 }
 
-refusal_reasons diagnose(const camera_library& library, const camera_config& camera, bool isSimulated) try {
-  if (lines missing = why_missing(camera.serial, search_cameras(library, isSimulated)); !missing.empty()) {
-    return {std::move(missing), false};
+refusal_reasons diagnose(const camera_library& library, const camera_config& camera, bool isSimulated) {
+  camera_search search;
+  try {
+    search = search_cameras(library, isSimulated);
+    if (lines missing = why_missing(camera.serial, search); !missing.empty()) {
+      return {std::move(missing), false};
+    }
+    const auto all = features_of(library, camera.serial);
+    lines found = all ? misfits(camera, *all) : lines();
+    const bool isLasting = !found.empty();
+    return {std::move(found), isLasting};
+  } catch (const camera_error& error) {
+    lines found = {error.what()};
+    append_controller(camera.serial, search.found, found);
+    return {std::move(found), false};
+  } catch (const library_error& error) {
+    return {{error.what()}, false};
   }
-  const auto all = features_of(library, camera.serial);
-  lines found = all ? misfits(camera, *all) : lines();
-  const bool isLasting = !found.empty();
-  return {std::move(found), isLasting};
-} catch (const std::runtime_error& error) {  // of the camera or the library
-  return {{error.what()}, false};
 }
 
 }  // namespace host

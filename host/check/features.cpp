@@ -229,10 +229,14 @@ int set_camera_address(const camera_library& library, const std::string& camera,
     return 1;
   }
   const ip_configuration wanted = parse_address(address).value();
+  take_failures();
   const int status = camera_extension(library).set_address(meant->mac, wanted.address, wanted.mask, 0);
   if (status != 0) {
-    fmt::print(stderr, "camera '{}' did not take {}: {}\n", printable(camera), address,
-               status == -ENOTSUP ? "this camera library can't set addresses" : std::strerror(-status));
+    const std::string logged = take_failures();
+    const std::string why = status == -ENOTSUP ? "this camera library can't set addresses"
+                            : logged.empty()   ? std::strerror(-status)
+                                               : logged;
+    fmt::print(stderr, "camera '{}' did not take {}: {}\n", printable(camera), address, printable(why));
     return 1;
   }
   fmt::print("camera '{}' has {} until it is switched off\n", printable(camera), address);
