@@ -131,6 +131,34 @@ std::vector<setting_control> controls_of(const camera_slot& slot) {
           control_of("ir_level", std::nullopt, now, byHand, &light_settings::irLevel)};
 }
 
+live_camera camera_of(const live_source& source) {
+  const camera_figures figures = figures_of(source.slot, source.files, source.video);
+  const auto [phase, phaseUs] = phase_of(figures);
+  live_camera camera;
+  camera.serial = figures.serial;
+  camera.phase = phase;
+  camera.reason = figures.totals.failure;
+  camera.advice = phase == camera_phase::silent ? no_frames_advice({}) : figures.totals.advice;
+  camera.phaseS = seconds(since(figures.nowUs, phaseUs));
+  camera.againInS = seconds(since(figures.totals.againUs, figures.nowUs));
+  camera.frameRateHz = figures.totals.periodUs > 0 ? 1e6 / figures.totals.periodUs : 0;
+  camera.totals = figures.totals;
+  camera.handedOver = source.slot.handedOver.load();
+  camera.longestGapUs = figures.intervals.max_us();
+  camera.isRecording = figures.files.has_value();
+  camera.recorded = figures.files.value_or(output_totals{}).written;
+  camera.dropped = figures.files.value_or(output_totals{}).dropped;
+  camera.isHeld = source.slot.byHand.are_sweeps_held();
+  camera.canUndo = source.slot.byHand.can_undo();
+  camera.controls = controls_of(source.slot);
+  const std::vector<setting_request> account = source.slot.settings.account();
+  const std::size_t first = account.size() > kEntriesShown ? account.size() - kEntriesShown : 0;
+  std::transform(account.begin() + static_cast<std::ptrdiff_t>(first), account.end(),
+                 std::back_inserter(camera.entries), entry_of);
+  camera.rateHz = source.preview->rate_hz();
+  return camera;
+}
+
 // Where others find this machine: the address it listens on, or its name where that is all of them.
 std::string link_host(const std::string& address) {
   if (address != "0.0.0.0" && address != "::") {
@@ -162,35 +190,6 @@ std::vector<live_camera> live_page::cameras() {
   std::vector<live_camera> all;
   session_.visitCameras([&](const live_source& source) { all.push_back(camera_of(source)); });
   return all;
-}
-
-live_camera live_page::camera_of(const live_source& source) {
-  const camera_figures& figures = source.figures;
-  const auto [phase, phaseUs] = phase_of(figures);
-  live_camera camera;
-  camera.serial = figures.serial;
-  camera.phase = phase;
-  camera.reason = figures.totals.failure;
-  camera.advice = phase == camera_phase::silent ? no_frames_advice({}) : figures.totals.advice;
-  camera.phaseS = seconds(since(figures.nowUs, phaseUs));
-  camera.againInS = seconds(since(figures.totals.againUs, figures.nowUs));
-  camera.frameRateHz = figures.totals.periodUs > 0 ? 1e6 / figures.totals.periodUs : 0;
-  camera.totals = figures.totals;
-  camera.handedOver = source.slot.handedOver.load();
-  camera.longestGapUs = figures.intervals.max_us();
-  camera.isRecording = figures.files.has_value();
-  camera.recorded = figures.files.value_or(output_totals{}).written;
-  camera.dropped = figures.files.value_or(output_totals{}).dropped;
-  camera.isHeld = source.slot.byHand.are_sweeps_held();
-  camera.canUndo = source.slot.byHand.can_undo();
-  camera.controls = controls_of(source.slot);
-  const std::vector<setting_request> account = source.slot.settings.account();
-  const std::size_t first = account.size() > kEntriesShown ? account.size() - kEntriesShown : 0;
-  std::transform(account.begin() + static_cast<std::ptrdiff_t>(first), account.end(),
-                 std::back_inserter(camera.entries), entry_of);
-  const std::lock_guard lock(metersMutex_);
-  camera.rateHz = meters_[figures.serial].update(figures).framesPerSecond;
-  return camera;
 }
 
 std::shared_ptr<preview_source> live_page::preview(const std::string& serial) {

@@ -3,9 +3,7 @@
 #define HOST_LIVE_PAGE_H
 
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -34,7 +32,8 @@ struct live_options {
 struct live_source {
   camera_slot& slot;
   const std::shared_ptr<preview_source>& preview;
-  camera_figures figures;
+  const frame_writer* files;  ///< null without --record
+  const frame_writer* video;  ///< null without --y4m
 };
 
 /// What the page needs of the session; must outlive it. All may be called on any thread.
@@ -70,14 +69,11 @@ class live_page final : private live_run {
   const log_tail& log() override { return session_.log; }
   std::string config_name() override { return session_.configName; }
 
-  live_camera camera_of(const live_source& source);
   wish_answer with_slot(const std::string& serial, const std::function<queue_answer(camera_slot&)>& ask);
 
   const live_options chosen_;
   const live_session session_;
   const std::string token_;
-  std::mutex metersMutex_;
-  std::map<std::string, rate_meter> meters_;
   live_viewers viewers_;
   live_api api_;
   web_server server_;  // ends first: it uses all the others

@@ -142,7 +142,7 @@ void session::serve_live_page() {
 void session::visit_cameras(const std::function<void(const live_source&)>& visit) const {
   const std::lock_guard lock(camerasMutex_);
   for (const auto& each : cameras_) {
-    visit({each->slot, each->preview, figures_of(each->slot, each->files.get(), each->video.get())});
+    visit({each->slot, each->preview, each->files.get(), each->video.get()});
   }
 }
 

@@ -10,6 +10,7 @@
 namespace host {
 namespace {
 
+constexpr std::uint64_t kRateSpanUs = 2'000'000;
 // The newest one, one of which the viewers' pictures are made, one to write, and one for each body that may
 // wait for its turn.
 constexpr std::size_t kCopiesMax = 3 + body_worker::kBodiesMax;
@@ -94,6 +95,20 @@ frame_arrivals preview_source::arrivals_since(std::uint64_t from) const {
                           missedBefore_[at % kArrivals].load(std::memory_order_relaxed)});
   }
   return result;
+}
+
+double preview_source::rate_hz() const {
+  const std::uint64_t nowUs = nowUs_();
+  const std::uint64_t end = arrived_.load(std::memory_order_acquire);
+  const std::uint64_t kept = std::min<std::uint64_t>(end, kArrivals);
+  for (std::uint64_t back = 1; back <= kept; ++back) {
+    const std::uint64_t timeUs = arrivalUs_[(end - back) % kArrivals].load(std::memory_order_relaxed);
+    const std::uint64_t sinceUs = nowUs > timeUs ? nowUs - timeUs : 0;
+    if (back > 1 && sinceUs > 0 && (sinceUs >= kRateSpanUs || back == kept)) {
+      return 1e6 * static_cast<double>(back - 1) / static_cast<double>(sinceUs);
+    }
+  }
+  return 0;
 }
 
 }  // namespace host

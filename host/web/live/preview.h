@@ -60,6 +60,10 @@ class preview_source final : public frame_taker {
   /// The frame that was copied last, if that is not longer ago than `ageMaxUs`; else null.
   shared_frame newest(std::uint64_t ageMaxUs) const;
 
+  /// Frames a second over the last two seconds, or since the last frame but one where frames come more
+  /// slowly.
+  double rate_hz() const;
+
   /// The arrivals after the first `from` ones, as far as the last `kArrivals` go back.
   frame_arrivals arrivals_since(std::uint64_t from) const;
 

@@ -234,6 +234,20 @@ TEST_F(preview, keeps_the_last_arrivals_and_what_was_missed_before_each) {
   EXPECT_TRUE(source.arrivals_since(number + 5).all.empty());
 }
 
+TEST_F(preview, has_the_rate_of_the_last_seconds_however_seldom_it_is_asked) {
+  nowUs = 1'000'000'000;
+  EXPECT_EQ(source.rate_hz(), 0);
+  frames(1000, 100'000);
+  frames(200, 20'000);
+  EXPECT_NEAR(source.rate_hz(), 50, 0.1);
+  frames(3, 4'000'000);
+  EXPECT_NEAR(source.rate_hz(), 0.25, 0.01);
+  nowUs += 3'000'000;
+  EXPECT_NEAR(source.rate_hz(), 0.14, 0.01);
+  nowUs += 60'000'000;
+  EXPECT_LT(source.rate_hz(), 0.02);
+}
+
 TEST(qr_code, has_its_three_finder_patterns_and_refuses_what_is_too_long) {
   const std::string code = host::qr_code("http://127.0.0.1:8080/#token=0123456789");
   // The upper edge of a finder pattern, two lines of seven modules and one of one and one: both halves, upper
