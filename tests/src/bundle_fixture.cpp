@@ -1,7 +1,13 @@
 #include "tests/src/bundle_fixture.h"
 
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <regex>
+#include <typeinfo>
 
 #include "platform/log2/log_sink.h"
 #include "src/gev_driver.h"
@@ -42,6 +48,11 @@ bool isOfPlatform(const std::filesystem::path& file) {
   return *file.begin() == "platform";
 }
 
+template <class... Functions>
+struct overloaded : Functions... {
+  using Functions::operator()...;
+};
+
 void appendLogLine(void*, const log_line* line) {
   const std::filesystem::path file = line->file;
   EXPECT_TRUE(std::filesystem::exists(SOURCE_DIR / file) && line->line > 0)
@@ -66,15 +77,11 @@ void settings::fill(rw_table_like& table) const {
   for (const auto& [key, value] : cells_) {
     const auto row = static_cast<std::uint8_t>(key.first);
     const std::uint8_t col = key.second;
-    if (const auto* flag = std::get_if<bool>(&value)) {
-      table.setBool(row, col, *flag);
-    } else if (const auto* number = std::get_if<float>(&value)) {
-      table.setFloat(row, col, *number);
-    } else if (const auto* integer = std::get_if<std::int64_t>(&value)) {
-      table.setInt64(row, col, *integer);
-    } else {
-      table.setString(row, col, std::get<std::string>(value));
-    }
+    std::visit(overloaded{[&](bool flag) { table.setBool(row, col, flag); },
+                          [&](float number) { table.setFloat(row, col, number); },
+                          [&](std::int64_t number) { table.setInt64(row, col, number); },
+                          [&](const std::string& text) { table.setString(row, col, text); }},
+               value);
   }
 }
 
@@ -99,19 +106,19 @@ settings sweep(float exposureUs, std::int64_t irLevel) {
       .set(property::VS_SWEEP_MANUAL_IR_LEVEL, irLevel);
 }
 
-void host::note(const std::string& call, const std::string& details) {
-  append("host " + call + details);
+void host::append(const std::string& call, const std::string& details) {
+  test::append("host " + call + details);
   if (const auto hook = during.find(call); hook != during.end()) {
     hook->second();
   }
 }
 
 void host::heartbeat() {
-  note("heartbeat");
+  append("heartbeat");
 }
 
 std::int32_t host::getPendingSignal() {
-  note("getPendingSignal");
+  append("getPendingSignal");
   if (signals.empty()) {
     return mg::kPENDING_SIGNAL__SIGTERM;
   }
@@ -121,7 +128,7 @@ std::int32_t host::getPendingSignal() {
 }
 
 bool host::tryPopPendingSweepConf(rw_table_like* table) {
-  note("tryPopPendingSweepConf");
+  append("tryPopPendingSweepConf");
   if (sweeps.empty()) {
     return false;
   }
@@ -131,17 +138,17 @@ bool host::tryPopPendingSweepConf(rw_table_like* table) {
 }
 
 void host::onFrameTick(float sensorTempC) {
-  note("onFrameTick", " " + std::to_string(sensorTempC));
+  append("onFrameTick", " " + std::to_string(sensorTempC));
 }
 
 void host::onFrame(const mg::cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
   frames.push_back(*info);
   picture.assign(data, data + byteCount);
-  note("onFrame");
+  append("onFrame");
 }
 
 void host::onNoFrame() {
-  note("onNoFrame");
+  append("onNoFrame");
 }
 
 bundle_test::bundle_test() {
@@ -154,7 +161,7 @@ bundle_test::~bundle_test() {
   closeCamera();
   LogSetSink(nullptr, nullptr);
   const sim::open_counts open = sim::open_now();
-  EXPECT_TRUE(open.cameras == 0 && open.transfers == 0 && open.frames == 0) << "something is left open";
+  EXPECT_EQ(open.cameras + open.transfers + open.frames, 0) << "something is left open";
   sim::reset();
   clockIsDriven = false;
 }
@@ -219,26 +226,32 @@ std::string bundle_test::done(const std::string& prefix) {
   return take([&](const std::string& line) { return line.starts_with("> " + prefix); });
 }
 
+std::string bundle_test::writes() {
+  const std::string lines = done("write ");
+  return std::regex_replace(lines.substr(1), std::regex("> write ([^\n]*)\n"), "$1 ");
+}
+
 std::string bundle_test::feature(const std::string& name, const std::string& selected) {
   return sim::feature("CAM1", name, selected);
+}
+
+std::string bundle_test::seenWith(const std::vector<std::string>& parts) {
+  return take([&](const std::string& line) {
+    return std::any_of(parts.begin(), parts.end(),
+                       [&](const std::string& part) { return line.find(part) != std::string::npos; });
+  });
 }
 
 std::string raised(const std::function<void()>& action) {
   try {
     action();
     return "none";
-  } catch (const Zavik::not_found_error&) {
-    return "not_found_error";
-  } catch (const Zavik::params_error&) {
-    return "params_error";
-  } catch (const Zavik::external_error&) {
-    return "external_error";
-  } catch (const Zavik::unsupported_error&) {
-    return "unsupported_error";
-  } catch (const Zavik::internal_error&) {
-    return "internal_error";
   } catch (const GenICam::GenericException& error) {
     return error.what();
+  } catch (const Zavik::generic_error& error) {
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(typeid(error).name(), nullptr, nullptr, nullptr), std::free);
+    return std::string(name.get()).substr(std::string("Zavik::").size());
   } catch (const std::exception& error) {
     return error.what();
   }

@@ -3,7 +3,7 @@
 #define TESTS_SRC_BUNDLE_FIXTURE_H
 
 #include <gevapi.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <mediagrabber/bundle.h>
 #include <mediagrabber/property.h>
 
@@ -27,6 +27,10 @@ namespace test {
 namespace mg = Zavik::Support::MediaGrabber;
 namespace gigev2 = Zavik::Support::MediaGrabber::Gigev2;
 using mg::property;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 using Zavik::Support::rw_table_like;
 using Zavik::Support::table_like;
 
@@ -37,6 +41,30 @@ struct releaser {
   void operator()(table_like* table) const { table->release(); }
 };
 using table_ptr = std::unique_ptr<rw_table_like, releaser>;
+
+/// A host's table of its own making, which reads from another one. A test overrides what it is about.
+class forwarding_table : public table_like {
+ public:
+  explicit forwarding_table(table_like& rows) : rows_(rows) {}
+  void retain() override {}
+  void release() override {}
+  bool getBool(std::uint8_t row, std::uint8_t col, bool& out) const override {
+    return rows_.getBool(row, col, out);
+  }
+  bool getFloat(std::uint8_t row, std::uint8_t col, float& out) const override {
+    return rows_.getFloat(row, col, out);
+  }
+  bool getInt64(std::uint8_t row, std::uint8_t col, std::int64_t& out) const override {
+    return rows_.getInt64(row, col, out);
+  }
+  bool getString(std::uint8_t row, std::uint8_t col, std::string& out) const override {
+    return rows_.getString(row, col, out);
+  }
+  rw_table_like* clone() const override { return rows_.clone(); }
+
+ private:
+  table_like& rows_;
+};
 
 /// The rows of a table, to be changed before it is made.
 class settings {
@@ -67,7 +95,7 @@ settings configuration();
 /// A sweep of the two required rows.
 settings sweep(float exposureUs, std::int64_t irLevel);
 
-/// Handler and stream handler of a device, which answers from a script and notes every call in the
+/// Handler and stream handler of a device, which answers from a script and writes every call into the
 /// transcript.
 class host final : public mg::device_handler_like, public mg::cam_stream_handler_like {
  public:
@@ -86,7 +114,7 @@ class host final : public mg::device_handler_like, public mg::cam_stream_handler
   std::map<std::string, std::function<void()>> during;
 
  private:
-  void note(const std::string& call, const std::string& details = "");
+  void append(const std::string& call, const std::string& details = "");
 
   int silence_ = 0;  // waits without a frame, in a row
 };
@@ -114,6 +142,10 @@ class bundle_test : public ::testing::Test, public gigev2::param_provider_like {
   std::string seen();
   std::string logged();
   std::string done(const std::string& prefix = "");
+  /// The features written: "Width=320 Height=240 ".
+  std::string writes();
+  /// The lines that contain one of the parts.
+  std::string seenWith(const std::vector<std::string>& parts);
   /// "CAM1"'s feature as the camera has it.
   static std::string feature(const std::string& name, const std::string& selected = "");
 

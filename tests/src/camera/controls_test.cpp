@@ -23,21 +23,18 @@ TEST_F(controls, carry_the_exposure) {
 3 float_param.setValue: done: PvGenParameterArray::SetFloatValue (name:ExposureTime, old-value:8000.000000, new-value:9000.000000)
 )");
   build<gigev2::exposure_api>(settings());
-  EXPECT_EQ(done("write"), "\n");
+  EXPECT_EQ(writes(), "");
 }
 
 // Catches a period that is computed from the request, or rounded otherwise.
 TEST_F(controls, keep_the_frame_rate_that_the_camera_accepts) {
-  struct {
-    const char* accepted;
-    std::uint32_t periodUs;
-  } const cases[] = {{"30", 33'333}, {"7.5", 133'333}, {"29.97", 33'367}, {"1000000", 1}, {"300000", 3}};
-  for (const auto& c : cases) {
+  for (const auto& [accepted, periodUs] : std::map<std::string, std::uint32_t>{
+           {"30", 33'333}, {"7.5", 133'333}, {"29.97", 33'367}, {"300000", 3}}) {
     // The read-back, after the first value, the two limits and the write.
-    atLookup(5, [&] { sim::set_feature("CAM1", "AcquisitionFrameRate", c.accepted); });
+    atLookup(5, [&, &text = accepted] { sim::set_feature("CAM1", "AcquisitionFrameRate", text); });
     const auto fps = build<gigev2::fps_api>(settings().set(property::VS_ACQ_FPS_HZ, 30.0F));
-    EXPECT_TRUE(fps->fps == std::stof(c.accepted) && fps->periodUs == c.periodUs)
-        << fps->fps << " " << fps->periodUs;
+    EXPECT_EQ(fps->fps, std::stof(accepted));
+    EXPECT_EQ(fps->periodUs, periodUs);
   }
   seen();
   EXPECT_EQ(raised([&] { build<gigev2::fps_api>(settings().set(property::VS_ACQ_FPS_HZ, 25)); }),
@@ -92,43 +89,24 @@ TEST_F(controls, carry_the_gain_in_decibels_behind_its_selector) {
 // Catches window rows that are written in another order, before all of them were read, or not tried both ways
 // round.
 TEST_F(controls, set_window_and_rotation) {
-  settings window = configuration();
+  settings window = configuration().set(property::VS_ACQ_ROTATE180, true);
   window.set(property::VS_ACQ_SENSOR_X, 64).set(property::VS_ACQ_SENSOR_Y, 48);
-  window.set(property::VS_ACQ_SENSOR_W, 320)
-      .set(property::VS_ACQ_SENSOR_H, 240)
-      .set(property::VS_ACQ_ROTATE180, true);
+  window.set(property::VS_ACQ_SENSOR_W, 320).set(property::VS_ACQ_SENSOR_H, 240);
   // The whole sensor leaves no room for an offset: refused once a direction, and then the other way round.
   build<gigev2::sensor_api>(window);
-  EXPECT_EQ(done("write"), R"(
-> write OffsetX=64
-> write Width=320
-> write OffsetX=64
-> write OffsetY=48
-> write Height=240
-> write OffsetY=48
-> write ReverseX=True
-> write ReverseY=True
-)");
+  EXPECT_EQ(writes(),
+            "OffsetX=64 Width=320 OffsetX=64 OffsetY=48 Height=240 OffsetY=48 ReverseX=True ReverseY=True ");
   // The window of now leaves room for it: four writes.
   build<gigev2::sensor_api>(configuration());
-  EXPECT_EQ(done("write"), R"(
-> write OffsetX=0
-> write Width=640
-> write OffsetY=0
-> write Height=480
-> write ReverseX=False
-> write ReverseY=False
-)");
+  EXPECT_EQ(writes(), "OffsetX=0 Width=640 OffsetY=0 Height=480 ReverseX=False ReverseY=False ");
   sim::inject("write Height: runtime x2");
   EXPECT_EQ(raised([&] { build<gigev2::sensor_api>(window); }), "internal_error");
-  const std::string log = logged();
-  EXPECT_TRUE(log.find("\n1 gev_sensor.sensor_api: fail: exception <RuntimeException: ") != std::string::npos)
-      << log;
+  EXPECT_THAT(logged(), HasSubstr("\n1 gev_sensor.sensor_api: fail: exception <RuntimeException: "));
   EXPECT_EQ(feature("Width") + feature("ReverseX"), "3200");
   // A value off the grid is no matter of order: not tried again.
   EXPECT_EQ(raised([&] { build<gigev2::sensor_api>(window.set(property::VS_ACQ_SENSOR_W, 321)); }),
             "external_error");
-  EXPECT_EQ(done("write"), "\n> write OffsetX=64\n");
+  EXPECT_EQ(writes(), "OffsetX=64 ");
 }
 
 // Catches a row that is not required, or asked for in another order.
