@@ -13,24 +13,15 @@ using mg::property;
 using Zavik::Support::rw_table_like;
 using Zavik::Support::table_like;
 
-constexpr std::array<property, 18> kRows = {property::DEV_SERIAL,
-                                            property::MISC_STREAM_PACKET_SIZE_BYTES_MAX,
-                                            property::VS_ACQ_FPS_HZ,
-                                            property::VS_ACQ_FRAME_FORMAT,
-                                            property::VS_ACQ_ROTATE180,
-                                            property::VS_ACQ_SENSOR_X,
-                                            property::VS_ACQ_SENSOR_Y,
-                                            property::VS_ACQ_SENSOR_W,
-                                            property::VS_ACQ_SENSOR_H,
-                                            property::VS_SWEEP_MANUAL_GAMMA,
-                                            property::VS_SWEEP_MANUAL_GAIN_DB,
-                                            property::VS_SWEEP_MANUAL_EXPOSURE_USEC,
-                                            property::VS_SWEEP_MANUAL_IR_LEVEL,
-                                            property::PIN_COUNT,
-                                            property::PINx_REF,
-                                            property::PINx_SOURCE,
-                                            property::PINx_INVERTER,
-                                            property::PINx_EXPOSURE_RATIO};
+// clang-format off
+constexpr std::array<property, 18> kRows = [] {
+  using enum property;
+  return std::array{DEV_SERIAL, MISC_STREAM_PACKET_SIZE_BYTES_MAX, VS_ACQ_FPS_HZ, VS_ACQ_FRAME_FORMAT, VS_ACQ_ROTATE180,
+                    VS_ACQ_SENSOR_X, VS_ACQ_SENSOR_Y, VS_ACQ_SENSOR_W, VS_ACQ_SENSOR_H, VS_SWEEP_MANUAL_GAMMA,
+                    VS_SWEEP_MANUAL_GAIN_DB, VS_SWEEP_MANUAL_EXPOSURE_USEC, VS_SWEEP_MANUAL_IR_LEVEL, PIN_COUNT, PINx_REF,
+                    PINx_SOURCE, PINx_INVERTER, PINx_EXPOSURE_RATIO};
+}();
+// clang-format on
 constexpr bool rows_stand() {
   for (std::size_t i = 0; i < kRows.size(); ++i) {
     if (static_cast<std::size_t>(kRows[i]) != i + (i > 14 ? 1 : 0)) {

@@ -48,6 +48,11 @@ bool isOfPlatform(const std::filesystem::path& file) {
   return *file.begin() == "platform";
 }
 
+bool isFeatureAccess(const std::string& line) {
+  static const std::regex kAccess("> (access|read|min|max|inc|write) .*");
+  return std::regex_match(line, kAccess);
+}
+
 template <class... Functions>
 struct overloaded : Functions... {
   using Functions::operator()...;
@@ -207,8 +212,17 @@ void bundle_test::closeCamera() {
 std::string bundle_test::take(const std::function<bool(const std::string&)>& wanted) {
   const std::lock_guard guard(linesLock);
   std::string text = "\n";
+  bool isJoined = false;  // the line before was an access as well
   for (const std::string& line : lines) {
-    text += wanted(line) ? line + "\n" : "";
+    if (!wanted(line)) {
+      continue;
+    }
+    if (isJoined && isFeatureAccess(line)) {
+      text.replace(text.size() - 1, 1, ", " + line.substr(2) + "\n");
+    } else {
+      text += line + "\n";
+    }
+    isJoined = isFeatureAccess(line);
   }
   lines.clear();
   return text;
@@ -227,8 +241,7 @@ std::string bundle_test::done(const std::string& prefix) {
 }
 
 std::string bundle_test::writes() {
-  const std::string lines = done("write ");
-  return std::regex_replace(lines.substr(1), std::regex("> write ([^\n]*)\n"), "$1 ");
+  return std::regex_replace(done("write ").substr(1), std::regex("(> |, )write ([^,\n]*)\n?"), "$2 ");
 }
 
 std::string bundle_test::feature(const std::string& name, const std::string& selected) {

@@ -122,7 +122,9 @@ class host final : public mg::device_handler_like, public mg::cam_stream_handler
 /// A camera library with one simulated camera, "CAM1", on a clock that stands still, and the transcript.
 ///
 /// A line of the transcript is "LEVEL FILE.FUNCTION: TEXT" for a log line, "> CALL" for a call or an access
-/// that the camera library sees, "host CALL" for a host call. Every test ends with nothing left open.
+/// that the camera library sees, "host CALL" for a host call. Accesses to features without anything between
+/// share a line:
+/// "> min Gain, max Gain". Every test ends with nothing left open.
 class bundle_test : public ::testing::Test, public gigev2::param_provider_like {
  protected:
   bundle_test();

@@ -67,9 +67,7 @@ TEST_F(device, is_created_step_by_step) {
 > GevGetCameraInterfaceOptions
 > GevGetFeatureValue GevTimestampTickFrequency
 > GevSetFeatureValue PixelFormat 17301505
-> write ChunkModeActive=1
-> write autoBrightnessMode=Off
-> write ExposureTime=4000
+> write ChunkModeActive=1, write autoBrightnessMode=Off, write ExposureTime=4000
 4 gev_driver.Driver__CreateDevice: done
 )");
   EXPECT_EQ(stats(*made), "no callback");
@@ -168,24 +166,16 @@ TEST_F(device, stops_the_transfer_only_while_the_lut_is_changed) {
   EXPECT_EQ(changes.substr(changes.find("host tryPop")), R"(host tryPopPendingSweepConf
 > write ExposureTime=3000
 3 gev_device.setupCamSweepGamma:   Gamma control is already turned off
-> write LineSelector=Line3
-> write outputLineSource=Off
+> write LineSelector=Line3, write outputLineSource=Off
 4 gev_device.run2: done: tryPopPendingSweepConf
 host getPendingSignal
 host tryPopPendingSweepConf
-> write Gain=10
-> write ExposureTime=2000
+> write Gain=10, write ExposureTime=2000
 > GevAbortTransfer
 3 gev_gamma.setGamma: ### Gamma feature is disabled ###
-> write lutType=GammaCorrection
-> write lutMode=Active
-> write gammaCorrection=1.5
+> write lutType=GammaCorrection, write lutMode=Active, write gammaCorrection=1.5
 3 gev_gamma.setGamma: ### set Gamma value: 1.500000 ###
-> write LineSelector=Line3
-> write outputLineSource=ExposureActive
-> write LineInverter=0
-> write outputLinePulseDelay=0
-> write outputLinePulseDuration=2000
+> write LineSelector=Line3, write outputLineSource=ExposureActive, write LineInverter=0, write outputLinePulseDelay=0, write outputLinePulseDuration=2000
 > GevStartTransfer 4294967295
 4 gev_device.run2: done: tryPopPendingSweepConf
 host getPendingSignal
@@ -193,9 +183,7 @@ host tryPopPendingSweepConf
 > write ExposureTime=3000
 3 gev_device.setupCamSweepGamma: Disabling LUT/Gamma control follow Gamma configuration
 > GevAbortTransfer
-> write lutMode=Off
-> write LineSelector=Line3
-> write outputLineSource=Off
+> write lutMode=Off, write LineSelector=Line3, write outputLineSource=Off
 > GevStartTransfer 4294967295
 4 gev_device.run2: done: tryPopPendingSweepConf
 host getPendingSignal
@@ -240,10 +228,7 @@ TEST_F(acquisition, hands_frames_over_in_a_fixed_order) {
 > GevStartTransfer 4294967295
 4 gev_camera.startGrabber: done
 > GevWaitForNextFrame 1000
-> access DeviceTemperatureSelector.Internal
-> read DeviceTemperatureSelector
-> write DeviceTemperatureSelector=Internal
-> read DeviceTemperature
+> access DeviceTemperatureSelector.Internal, read DeviceTemperatureSelector, write DeviceTemperatureSelector=Internal, read DeviceTemperature
 host onFrameTick 41.500000
 host heartbeat
 > GevReleaseFrame
@@ -256,14 +241,10 @@ host onNoFrame
 host onNoFrame
 > GevReleaseFrame
 > GevWaitForNextFrame 1000
-> access DeviceTemperatureSelector.Internal
-> read DeviceTemperatureSelector
-> read DeviceTemperature
+> access DeviceTemperatureSelector.Internal, read DeviceTemperatureSelector, read DeviceTemperature
 host onFrameTick 41.500000
 host heartbeat
-> write GainSelector=SensorAll
-> read Gain
-> read ExposureTime
+> write GainSelector=SensorAll, read Gain, read ExposureTime
 host onFrame
 > GevReleaseFrame
 host getPendingSignal

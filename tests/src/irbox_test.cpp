@@ -18,32 +18,17 @@ TEST_F(ir_outputs, follow_the_exposure_or_are_off) {
   gigev2::gev_irbox irBox = box(settings().pin(0, 5, 2, 1).pin(1, 6, 3, 2, 40));
   EXPECT_EQ(seen(), "\n4 gev_irbox.gev_irbox: exec\n4 gev_irbox.gev_irbox: done\n");
   setup(irBox, sweep(5000.7F, 3));
-  EXPECT_EQ(seen(), R"(
-4 gev_irbox.setup: exec
-> write LineSelector=Line3
-> write outputLineSource=ExposureActive
-> write LineInverter=0
-> access outputLinePulseDelay
-> min outputLinePulseDelay
-> max outputLinePulseDelay
-> write outputLinePulseDelay=0
-> access outputLinePulseDuration
-> min outputLinePulseDuration
-> max outputLinePulseDuration
-> write outputLinePulseDuration=5000
-> write LineSelector=Line4
-> write outputLineSource=ExposureActive
-> write LineInverter=1
-> access outputLinePulseDelay
-> min outputLinePulseDelay
-> max outputLinePulseDelay
-> write outputLinePulseDelay=0
-> access outputLinePulseDuration
-> min outputLinePulseDuration
-> max outputLinePulseDuration
-> write outputLinePulseDuration=2000
-4 gev_irbox.setup: done
-)");
+  const auto steps = [](const std::string& line, const std::string& inverter, const std::string& durationUs) {
+    return "write LineSelector=" + line +
+           ", write outputLineSource=ExposureActive, write LineInverter=" + inverter +
+           ", access outputLinePulseDelay, min outputLinePulseDelay, max outputLinePulseDelay, write "
+           "outputLinePulseDelay=0"
+           ", access outputLinePulseDuration, min outputLinePulseDuration, max outputLinePulseDuration"
+           ", write outputLinePulseDuration=" +
+           durationUs;
+  };
+  EXPECT_EQ(seen(), "\n4 gev_irbox.setup: exec\n> " + steps("Line3", "0", "5000") + ", " +
+                        steps("Line4", "1", "2000") + "\n4 gev_irbox.setup: done\n");
   setup(irBox, sweep(5000, 0));
   EXPECT_EQ(writes(), "LineSelector=Line3 outputLineSource=Off LineSelector=Line4 outputLineSource=Off ");
 }

@@ -65,8 +65,7 @@ TEST_F(connection, builds_the_controls_in_their_order) {
 5 gev_exposure.exposure_api: exec
 5 gev_fps.fps_api: exec
 5 gev_gain.gain_api: exec
-> read lutMode
-> read lutMode
+> read lutMode, read lutMode
 5 gev_sensor.sensor_api: exec
 4 gev_irbox.setup: exec
 > write outputLineSource=Off
@@ -232,19 +231,7 @@ TEST_F(connected, starts_and_stops_the_transfer) {
 TEST_F(connected, enables_the_chunks_that_the_camera_has) {
   camera->setupCamChunks();
   EXPECT_EQ(seen(), R"(
-> write ChunkModeActive=1
-> access ChunkSelector.Gain
-> write ChunkSelector=Gain
-> access ChunkEnable
-> write ChunkEnable=1
-> access ChunkSelector.ExposureTime
-> write ChunkSelector=ExposureTime
-> access ChunkEnable
-> write ChunkEnable=1
-> access ChunkSelector.Timestamp
-> write ChunkSelector=Timestamp
-> access ChunkEnable
-> write ChunkEnable=1
+> write ChunkModeActive=1, access ChunkSelector.Gain, write ChunkSelector=Gain, access ChunkEnable, write ChunkEnable=1, access ChunkSelector.ExposureTime, write ChunkSelector=ExposureTime, access ChunkEnable, write ChunkEnable=1, access ChunkSelector.Timestamp, write ChunkSelector=Timestamp, access ChunkEnable, write ChunkEnable=1
 )");
   sim::alter_feature("CAM1", "ChunkEnable", "access", "RO");
   sim::alter_feature("CAM1", "ChunkSelector.ExposureTime", "access", "NI");
@@ -273,9 +260,9 @@ TEST_F(connected, switches_automatic_brightness_off) {
 TEST_F(connected, reads_the_temperature_or_says_that_there_is_none) {
   sim::set_feature("CAM1", "DeviceTemperature", "41.5");
   for (const char* calls :
-       {"access DeviceTemperatureSelector.Internal\n> read DeviceTemperatureSelector\n> write "
-        "DeviceTemperatureSelector=Internal\n> read DeviceTemperature\n",
-        "access DeviceTemperatureSelector.Internal\n> read DeviceTemperatureSelector\n> read "
+       {"access DeviceTemperatureSelector.Internal, read DeviceTemperatureSelector, write "
+        "DeviceTemperatureSelector=Internal, read DeviceTemperature\n",
+        "access DeviceTemperatureSelector.Internal, read DeviceTemperatureSelector, read "
         "DeviceTemperature\n"}) {
     EXPECT_EQ(camera->getSensorTempC(), 41.5F);
     EXPECT_EQ(seen(), std::string("\n> ") + calls);

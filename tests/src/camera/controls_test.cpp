@@ -53,8 +53,7 @@ TEST_F(controls, carry_the_gain_in_decibels_behind_its_selector) {
   EXPECT_EQ(seen(), R"(
 > read Gain
 5 gev_gain.gain_api: exec
-> write GainSelector=SensorAll
-> min Gain
+> write GainSelector=SensorAll, min Gain
 4 float_param.getHardMin: done: name:Gain, hard-min:1.000000
 > max Gain
 4 float_param.getHardMax: done: name:Gain, hard-max:16.000000
@@ -63,7 +62,7 @@ TEST_F(controls, carry_the_gain_in_decibels_behind_its_selector) {
 4 gev_gain.gain_api: done
 )");
   EXPECT_EQ(gain->getGainDb(), 0.0F);
-  EXPECT_EQ(seen(), "\n> write GainSelector=SensorAll\n> read Gain\n");
+  EXPECT_EQ(seen(), "\n> write GainSelector=SensorAll, read Gain\n");
   for (const auto& [decibels, factor] : std::map<float, double>{{6, 1.9952623}, {20, 10}, {6.0206F, 2}}) {
     setup(*gain, settings().set(property::VS_SWEEP_MANUAL_GAIN_DB, decibels));
     EXPECT_NEAR(std::stod(feature("Gain", "SensorAll")), factor, 1e-5);

@@ -27,12 +27,7 @@ TEST_F(gamma_control, needs_gamma_correction_to_be_active) {
   EXPECT_EQ(active->getGammaLimits(min, max), 0);
   EXPECT_EQ((std::array{min, max}), (std::array{0.1F, 4.0F}));
   EXPECT_EQ(seen(), R"(
-> read lutMode
-> read lutType
-> read lutMode
-> read lutType
-> min gammaCorrection
-> max gammaCorrection
+> read lutMode, read lutType, read lutMode, read lutType, min gammaCorrection, max gammaCorrection
 )");
   for (const auto& spoil : std::vector<std::function<void()>>{
            [] { lut("Off", "GammaCorrection"); }, [] { lut("Active", "UserDefined1"); },
@@ -103,16 +98,9 @@ TEST_F(gamma_control, reads_the_range_behind_another_lut_type) {
   float max = 0;
   EXPECT_EQ(control->getGammaLimits(min, max), 0);
   EXPECT_EQ(seen(), R"(
-> read lutMode
-> read lutType
-> read lutMode
-> read lutType
-> read lutType
-> write lutType=GammaCorrection
+> read lutMode, read lutType, read lutMode, read lutType, read lutType, write lutType=GammaCorrection
 3 gev_gamma.getGammaLimits: ### Gamma feature is disabled ###
-> min gammaCorrection
-> max gammaCorrection
-> write lutType=UserDefined1
+> min gammaCorrection, max gammaCorrection, write lutType=UserDefined1
 )");
   // A failure half-way, also of the write, which the camera may have taken: put back all the same.
   for (const char* fault :
@@ -153,9 +141,7 @@ TEST_F(gamma_control, writes_values_within_the_widened_range) {
   EXPECT_TRUE(control->setGamma(1.5F, &state));
   EXPECT_EQ(seen(), R"(
 3 gev_gamma.setGamma: ### Gamma feature is disabled ###
-> write lutType=GammaCorrection
-> write lutMode=Active
-> write gammaCorrection=1.5
+> write lutType=GammaCorrection, write lutMode=Active, write gammaCorrection=1.5
 3 gev_gamma.setGamma: ### set Gamma value: 1.500000 ###
 )");
   state = kGEV_GAMMA_STATE__UNKNOWN;
