@@ -59,29 +59,29 @@ std::uint64_t since(std::uint64_t nowUs, std::uint64_t thenUs) {
 }
 
 // The phase, and since when: `steady_us`.
-std::pair<camera_phase, std::uint64_t> phase_of(const camera_figures& figures) {
-  const camera_totals& totals = figures.totals;
-  if (!totals.givenUp.empty()) {
-    return {camera_phase::given_up, totals.phaseUs};
+std::pair<camera_phase, std::uint64_t> phase_of(const camera_snapshot& now) {
+  const camera_status& status = now.status;
+  if (!status.givenUp.empty()) {
+    return {camera_phase::given_up, status.phaseUs};
   }
-  if (!totals.failure.empty()) {
-    return {camera_phase::down, totals.phaseUs};
+  if (!status.failure.empty()) {
+    return {camera_phase::down, status.phaseUs};
   }
-  if (!totals.isRunning) {
-    return {camera_phase::starting, figures.nowUs};
+  if (!status.isRunning) {
+    return {camera_phase::starting, now.nowUs};
   }
-  const std::uint64_t lastUs = std::max(totals.lastFrameUs, totals.phaseUs);
-  const auto periodUs = static_cast<std::uint64_t>(totals.periodUs);
-  const bool isSilent = since(figures.nowUs, lastUs) > std::max(kSilentUs, kSilentPeriods * periodUs);
+  const std::uint64_t lastUs = std::max(status.lastFrameUs, status.phaseUs);
+  const auto periodUs = static_cast<std::uint64_t>(status.periodUs);
+  const bool isSilent = since(now.nowUs, lastUs) > std::max(kSilentUs, kSilentPeriods * periodUs);
   return isSilent ? std::pair(camera_phase::silent, lastUs)
-                  : std::pair(camera_phase::running, totals.phaseUs);
+                  : std::pair(camera_phase::running, status.phaseUs);
 }
 
 setting_entry entry_of(const setting_request& request) {
   setting_entry entry;
   entry.id = request.id;
   entry.text = settings_text(request.settings);
-  entry.author = request.asker.substr(0, request.asker.find(": " + entry.text));  // as sweeps have it
+  entry.author = request.requester.substr(0, request.requester.find(": " + entry.text));  // as sweeps have it
   entry.refusal = request.refusal;
   if (request.appliedBefore > 0) {
     entry.state = entry_state::applied;
@@ -106,50 +106,50 @@ std::optional<double> widened(const std::optional<T>& value) {
 // The control of a key, with the camera's limits or else those of the configuration.
 template <class T>
 setting_control control_of(const char* name, const std::optional<setting_range>& range,
-                           const light_settings& now, const hand_settings& byHand,
+                           const light_settings& now, const manual_settings& manual,
                            std::optional<T> light_settings::*value) {
   const key_table& keys = sweep_keys();
   const auto key = std::find_if(keys.begin(), keys.end(),
-                                [&](const key_spec& each) { return name == std::string(each.name); });
+                                [&](const config_key& each) { return name == std::string(each.name); });
   return {.key = name,
           .unit = key->unit,
           .limits = range ? setting_limits{range->min, range->max, true}
                           : setting_limits{key->min, key->max, false},
           .isWhole = key->type == key_type::integer,
           .inForce = widened(now.*value),
-          .configured = widened(byHand.configured().*value),
-          .restored = widened(byHand.restored().*value)};
+          .configured = widened(manual.configured().*value),
+          .restored = widened(manual.restored().*value)};
 }
 
 std::vector<setting_control> controls_of(const camera_slot& slot) {
   const light_limits limits = slot.settings.limits();
   const light_settings now = slot.settings.in_force();
-  const hand_settings& byHand = slot.byHand;
-  return {control_of("exposure_us", limits.exposureUs, now, byHand, &light_settings::exposureUs),
-          control_of("gain_db", limits.gainDb, now, byHand, &light_settings::gainDb),
-          control_of("gamma", limits.gamma, now, byHand, &light_settings::gamma),
-          control_of("ir_level", std::nullopt, now, byHand, &light_settings::irLevel)};
+  const manual_settings& manual = slot.manual;
+  return {control_of("exposure_us", limits.exposureUs, now, manual, &light_settings::exposureUs),
+          control_of("gain_db", limits.gainDb, now, manual, &light_settings::gainDb),
+          control_of("gamma", limits.gamma, now, manual, &light_settings::gamma),
+          control_of("ir_level", std::nullopt, now, manual, &light_settings::irLevel)};
 }
 
 live_camera camera_of(const live_source& source) {
-  const camera_figures figures = figures_of(source.slot, source.files, source.video);
-  const auto [phase, phaseUs] = phase_of(figures);
+  const camera_snapshot now = snapshot_of(source.slot, source.files, source.video);
+  const auto [phase, phaseUs] = phase_of(now);
   live_camera camera;
-  camera.serial = figures.serial;
+  camera.serial = now.serial;
   camera.phase = phase;
-  camera.reason = figures.totals.failure;
-  camera.advice = phase == camera_phase::silent ? no_frames_advice({}) : figures.totals.advice;
-  camera.phaseS = seconds(since(figures.nowUs, phaseUs));
-  camera.againInS = seconds(since(figures.totals.againUs, figures.nowUs));
-  camera.frameRateHz = figures.totals.periodUs > 0 ? 1e6 / figures.totals.periodUs : 0;
-  camera.totals = figures.totals;
+  camera.reason = now.status.failure;
+  camera.advice = phase == camera_phase::silent ? no_frames_advice({}) : now.status.advice;
+  camera.phaseS = seconds(since(now.nowUs, phaseUs));
+  camera.againInS = seconds(since(now.status.againUs, now.nowUs));
+  camera.frameRateHz = now.status.periodUs > 0 ? 1e6 / now.status.periodUs : 0;
+  camera.totals = now.status;
   camera.handedOver = source.slot.handedOver.load();
-  camera.longestGapUs = figures.intervals.max_us();
-  camera.isRecording = figures.files.has_value();
-  camera.recorded = figures.files.value_or(output_totals{}).written;
-  camera.dropped = figures.files.value_or(output_totals{}).dropped;
-  camera.isHeld = source.slot.byHand.are_sweeps_held();
-  camera.canUndo = source.slot.byHand.can_undo();
+  camera.longestGapUs = now.intervals.max_us();
+  camera.isRecording = now.files.has_value();
+  camera.recorded = now.files.value_or(output_totals{}).written;
+  camera.dropped = now.files.value_or(output_totals{}).dropped;
+  camera.isHeld = source.slot.manual.are_sweeps_held();
+  camera.canUndo = source.slot.manual.can_undo();
   camera.controls = controls_of(source.slot);
   const std::vector<setting_request> account = source.slot.settings.account();
   const std::size_t first = account.size() > kEntriesShown ? account.size() - kEntriesShown : 0;
@@ -215,20 +215,20 @@ wish_answer live_page::with_slot(const std::string& serial,
 
 wish_answer live_page::apply(const std::string& serial, const light_settings& settings,
                              const std::string& author) {
-  return with_slot(serial, [&](camera_slot& slot) { return slot.byHand.apply(author, settings); });
+  return with_slot(serial, [&](camera_slot& slot) { return slot.manual.apply(author, settings); });
 }
 
 wish_answer live_page::wish(const std::string& serial, camera_wish what, const std::string& author) {
   return with_slot(serial, [&](camera_slot& slot) -> queue_answer {
     switch (what) {
       case camera_wish::undo:
-        return slot.byHand.undo(author);
+        return slot.manual.undo(author);
       case camera_wish::configuration:
-        return slot.byHand.restore(author);
+        return slot.manual.restore(author);
       case camera_wish::resume:
         break;
     }
-    slot.byHand.resume();
+    slot.manual.resume();
     return {};
   });
 }

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "host/acquire/camera_runner.h"
+#include "host/report/camera_snapshot.h"
 #include "host/report/log_tail.h"
-#include "host/report/status.h"
 #include "host/web/live/live_api.h"
 #include "host/web/live/live_run.h"
 #include "host/web/live/preview.h"

@@ -18,7 +18,8 @@
 #include "host/config/template.h"
 #include "host/config/text.h"
 #include "host/options.h"
-#include "host/report/console.h"
+#include "host/report/log_router.h"
+#include "host/report/standard_error.h"
 #include "host/session.h"
 
 namespace {
@@ -26,7 +27,7 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kWrong = 2;
 
-// Unless the command line says otherwise: a test and a list are not to be lost among log lines.
+// Unless the command line sets a level, only a run shows more than errors, which would hide tables and lists.
 int log_level(const host::options& chosen) {
   if (chosen.logLevel != 0) {
     return chosen.logLevel;
@@ -34,21 +35,28 @@ int log_level(const host::options& chosen) {
   return chosen.what == host::command::run ? 3 : 1;
 }
 
+struct reporting {
+  explicit reporting(int level) : log(level, error) {}
+
+  host::standard_error error;
+  host::log_router log;
+};
+
 host::camera_library library_of(const host::options& chosen) {
   return host::camera_library(host::find_framework(chosen.libraries.framework));
 }
 
-int run(const host::options& chosen, host::config configuration, host::console& screen) {
+int run(const host::options& chosen, host::config configuration, reporting& report) {
   const host::camera_library library = library_of(chosen);
   const host::bundle_session bundle(host::find_bundle(chosen.libraries.bundle));
-  host::session session(chosen, std::move(configuration), library, bundle, screen);
+  host::session session(chosen, std::move(configuration), library, bundle, report.error, report.log.tail());
   return session.run();
 }
 
-int execute(const host::options& chosen, host::config configuration, host::console& screen) {
+int execute(const host::options& chosen, host::config configuration, reporting& report) {
   switch (chosen.what) {
     case host::command::run:
-      return run(chosen, std::move(configuration), screen);
+      return run(chosen, std::move(configuration), report);
     case host::command::check:
       return host::check_cameras(chosen.libraries, configuration);
     case host::command::cameras: {
@@ -76,7 +84,7 @@ int execute(const host::options& chosen, host::config configuration, host::conso
   return 0;
 }
 
-// What the program was asked to do, or the exit code where that is answered or wrong.
+// What the program is to do, or the exit code where that is answered or wrong.
 struct request {
   host::options chosen;
   host::config configuration;
@@ -85,56 +93,56 @@ struct request {
 
 request read_request(int argc, const char* const* argv) {
   host::command_line line = host::parse_command_line(argc, argv);
-  request asked{.chosen = std::move(line.value), .configuration = {}, .exitCode = line.exitCode};
-  if (asked.exitCode || asked.chosen.configPath.empty()) {
-    return asked;
+  request wanted{.chosen = std::move(line.value), .configuration = {}, .exitCode = line.exitCode};
+  if (wanted.exitCode || wanted.chosen.configPath.empty()) {
+    return wanted;
   }
-  host::config_result read = asked.chosen.what == host::command::cameras
-                                 ? host::load_config(asked.chosen.configPath)
-                                 : host::load_config(asked.chosen);
+  host::config_result read = wanted.chosen.what == host::command::cameras
+                                 ? host::load_config(wanted.chosen.configPath)
+                                 : host::load_config(wanted.chosen);
   for (const auto* lines : {&read.errors, &read.warnings}) {
     for (const std::string& text : *lines) {
       fmt::print(stderr, "{}\n", host::printable(text));
     }
   }
-  asked.configuration = std::move(read.value);
+  wanted.configuration = std::move(read.value);
   if (!read.errors.empty()) {
-    asked.exitCode = kWrong;
+    wanted.exitCode = kWrong;
   }
-  return asked;
+  return wanted;
 }
 
-// Nothing here may need memory, nor may it be left to whoever failed: some libraries let no exception out.
+// Needs no memory. As the terminate handler it also serves libraries that let no exception out.
 [[noreturn]] void end_without_memory() {
   constexpr std::string_view kText = "mediagrabber: there is no memory to read options and configuration\n";
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText.data(), kText.size());
   _exit(kWrong);
 }
 
-// Made before any other object of the program, as those may already need memory.
-struct memory_watch {
+// In force before any other object of the program is made, which may already need memory.
+struct terminate_handlers {
   std::terminate_handler usual = std::set_terminate(end_without_memory);
 };
-[[gnu::init_priority(101)]] const memory_watch watchOfStart;
+[[gnu::init_priority(101)]] const terminate_handlers handlersOfStart;
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  request asked;
+  request wanted;
   try {
-    asked = read_request(argc, argv);
+    wanted = read_request(argc, argv);
   } catch (const std::bad_alloc&) {
     end_without_memory();
   }
-  std::set_terminate(watchOfStart.usual);
-  if (asked.exitCode) {
-    return *asked.exitCode;
+  std::set_terminate(handlersOfStart.usual);
+  if (wanted.exitCode) {
+    return *wanted.exitCode;
   }
   host::hold_signals();
   try {
-    host::console screen(log_level(asked.chosen));
+    reporting report{log_level(wanted.chosen)};
     try {
-      return execute(asked.chosen, std::move(asked.configuration), screen);
+      return execute(wanted.chosen, std::move(wanted.configuration), report);
     } catch (const std::exception& error) {
       LOG(1, "fail: %s", error.what());
     }

@@ -126,7 +126,7 @@ void add_config(CLI::App& app, options& to, bool isRequired) {
 // What is the same for every command that uses cameras.
 void add_common(CLI::App& app, options& to) {
   add_text(app, "-F,--framework", to.libraries.framework, "LIB", "sim, gige (default), or a path");
-  add_text(app, "-B,--bundle", to.libraries.bundle, "PATH", "the camera driver bundle, when another");
+  add_text(app, "-B,--bundle", to.libraries.bundle, "PATH", "another camera driver bundle");
   add_choice(app, "-l,--log-level", to.logLevel, levels(), "LEVEL", "1-5 or error,warning,state,done,exec");
 }
 
@@ -166,7 +166,7 @@ void add_run(CLI::App& app, options& to) {
       ->allow_extra_args(false)
       ->needs("--record");
   add_text(app, "-y,--y4m", to.y4mPath, "FILE", "video of the one camera, '-': standard output");
-  app.add_flag("--overwrite", to.isOverwriting, "let the video replace a file");
+  app.add_flag("--overwrite", to.isOverwriting, "let the video replace an existing file");
   add_text(app, "-s,--stats", to.statsPath, "FILE", "append statistics, a JSON object a line");
   app.add_option_function<std::string>(
          "-m,--metrics", [&to](const std::string& text) { to.metrics = endpoint_of("--metrics", text); },
@@ -185,7 +185,8 @@ void add_live(CLI::App& app, live_options& to) {
       "serve the live page; only a port: on loopback");
   web->type_name("ADDR:PORT");
   const auto needWeb = [web](CLI::Option* option) { return option->needs(web); };
-  needWeb(app.add_option("--web-token-file", to.tokenFile, "the page's secret; without: a new one"))
+  needWeb(
+      app.add_option("--web-token-file", to.tokenFile, "file of the page's secret; without it, a new secret"))
       ->type_name("FILE");
   CLI::Option* const certificate =
       app.add_option("--web-cert", to.certificate, "TLS: certificate chain, PEM");
@@ -196,7 +197,7 @@ void add_live(CLI::App& app, live_options& to) {
       app.add_option("--web-host", to.hosts, "a name that browsers know this machine by; may be repeated"))
       ->type_name("NAME")
       ->expected(1);
-  needWeb(app.add_flag("--web-read-only", to.isReadOnly, "nobody may change anything on the page"));
+  needWeb(app.add_flag("--web-read-only", to.isReadOnly, "let nobody change anything on the page"));
 }
 
 void add_verbosity(CLI::App& app, options& to) {

@@ -18,6 +18,9 @@
 #include "host/outputs/image_files.h"
 #include "host/outputs/video.h"
 #include "host/report/metrics.h"
+#include "host/report/stats_line.h"
+#include "host/report/status_line.h"
+#include "host/report/summary.h"
 #include "host/web/live/qr_code.h"
 
 namespace host {
@@ -86,13 +89,13 @@ camera_outputs::camera_outputs(const camera_config& camera, const options& chose
     slot.takers.push_back(video.get());
   }
   if (chosen.live) {
-    preview = std::make_shared<preview_source>([this] { return slot.monitor.missed(); });
+    preview = std::make_shared<preview_source>([this] { return slot.status.missed(); });
     slot.takers.push_back(preview.get());
   }
 }
 
 session::session(const options& chosen, config configuration, const camera_library& library,
-                 const bundle_session& bundle, console& screen)
+                 const bundle_session& bundle, standard_error& error, const log_tail& log)
     : options_(chosen),
       config_(std::move(configuration)),
       extension_(library),
@@ -100,7 +103,8 @@ session::session(const options& chosen, config configuration, const camera_libra
                 [&library, isSimulated = chosen.libraries.is_simulated()](const camera_config& camera) {
                   return diagnose(library, camera, isSimulated);
                 }},
-      console_(screen) {
+      error_(error),
+      log_(log) {
   for (const camera_config& camera : config_.cameras) {
     slot_for(camera);
   }
@@ -121,7 +125,7 @@ void session::serve() {
   web_ = std::make_unique<web_server>(
       *options_.metrics,
       std::vector<web_route>{{"GET", "/metrics", [this](const std::string&) {
-                                return web_response{metrics_text(figures()), "text/plain; version=0.0.4"};
+                                return web_response{metrics_text(snapshots()), "text/plain; version=0.0.4"};
                               }}});
   LOG(3, "metrics are served at http://%s:%d/metrics", options_.metrics->address.c_str(), web_->port());
 }
@@ -129,13 +133,13 @@ void session::serve() {
 void session::serve_live_page() {
   live_ = std::make_unique<live_page>(
       *options_.live, live_session{.visitCameras = [this](const auto& visit) { visit_cameras(visit); },
-                                   .metrics = [this] { return metrics_text(figures()); },
-                                   .log = console_.tail(),
+                                   .metrics = [this] { return metrics_text(snapshots()); },
+                                   .log = log_,
                                    .configName = options_.configPath});
   // Not into the log: the link is a secret, and the log is on the page.
-  console_.print("live page: " + live_->link());
-  if (console_.is_terminal()) {
-    console_.print(qr_code(live_->link()));
+  error_.print("live page: " + live_->link());
+  if (error_.is_terminal()) {
+    error_.print(qr_code(live_->link()));
   }
 }
 
@@ -146,11 +150,11 @@ void session::visit_cameras(const std::function<void(const live_source&)>& visit
   }
 }
 
-std::vector<camera_figures> session::figures() const {
+std::vector<camera_snapshot> session::snapshots() const {
   const std::lock_guard lock(camerasMutex_);
-  std::vector<camera_figures> all;
+  std::vector<camera_snapshot> all;
   std::transform(cameras_.begin(), cameras_.end(), std::back_inserter(all), [](const auto& each) {
-    return figures_of(each->slot, each->files.get(), each->video.get());
+    return snapshot_of(each->slot, each->files.get(), each->video.get());
   });
   return all;
 }
@@ -360,7 +364,7 @@ void session::look_after() {
   service_.watchdog(steady_us(), [this] { return are_cameras_alive(); });
   if (now >= nextStatus_) {
     nextStatus_ =
-        now + (console_.is_terminal() ? std::chrono::milliseconds(kStatusOnTerminal) : kStatusElsewhere);
+        now + (error_.is_terminal() ? std::chrono::milliseconds(kStatusOnTerminal) : kStatusElsewhere);
     show_status();
   }
   if (now >= nextStats_) {
@@ -390,12 +394,12 @@ void session::show_status() {
   double framesPerSecond = 0;
   std::uint64_t missed = 0;
   std::string givenUp;
-  for (const camera_figures& each : figures()) {
+  for (const camera_snapshot& each : snapshots()) {
     const rate_meter::rates rates = meters_[each.serial].update(each);
     framesPerSecond += rates.framesPerSecond;
-    missed += each.totals.missed;
-    if (!each.totals.givenUp.empty()) {
-      givenUp += fmt::format("; {} given up: {}", each.serial, each.totals.givenUp);
+    missed += each.status.missed;
+    if (!each.status.givenUp.empty()) {
+      givenUp += fmt::format("; {} given up: {}", each.serial, each.status.givenUp);
     }
     lines.push_back(status_line(each, rates));
   }
@@ -404,8 +408,8 @@ void session::show_status() {
   if (options_.isQuiet) {
     return;
   }
-  if (console_.is_terminal()) {
-    console_.set_status(std::move(lines));
+  if (error_.is_terminal()) {
+    error_.set_status(std::move(lines));
     return;
   }
   for (const std::string& line : lines) {
@@ -418,7 +422,7 @@ void session::write_stats() {
     return;
   }
   try {
-    for (const camera_figures& each : figures()) {
+    for (const camera_snapshot& each : snapshots()) {
       const auto runner = std::find_if(runners_.begin(), runners_.end(),
                                        [&](const auto& one) { return one->serial() == each.serial; });
       const std::string bundleStats = runner == runners_.end() ? "" : (*runner)->device_stats();
@@ -489,13 +493,13 @@ void session::finish_outputs(const std::vector<std::unique_ptr<camera_outputs>>&
 }
 
 void session::print_summary(const std::vector<std::unique_ptr<camera_outputs>>& cameras) {
-  console_.set_status({});
+  error_.set_status({});
   if (options_.isQuiet) {
     return;
   }
   for (const auto& each : cameras) {
-    console_.print(summary(figures_of(each->slot, each->files.get(), each->video.get()),
-                           each->slot.settings.outcomes()));
+    error_.print(summary(snapshot_of(each->slot, each->files.get(), each->video.get()),
+                         each->slot.settings.outcomes()));
   }
 }
 

@@ -18,19 +18,20 @@
 #include "host/live_page.h"
 #include "host/options.h"
 #include "host/outputs/frame_writer.h"
-#include "host/report/console.h"
+#include "host/report/camera_snapshot.h"
 #include "host/report/line_file.h"
+#include "host/report/log_tail.h"
 #include "host/report/service.h"
-#include "host/report/status.h"
+#include "host/report/standard_error.h"
 #include "host/web/web_server.h"
 
 namespace host {
 
-/// The configuration of the command line: with the cameras of --camera only. Its errors go for those of a
-/// file.
+/// The configuration that the command line names, with the cameras of --camera only. What is wrong with
+/// either is among its errors.
 config_result load_config(const options& chosen);
 
-/// What outlives the runner of a camera: its figures and where its frames go.
+/// A camera's slot, and the outputs that take its frames.
 struct camera_outputs {
   camera_slot slot;
   std::unique_ptr<frame_writer> files;      ///< null without --record
@@ -45,7 +46,7 @@ class session {
  public:
   /// output_error or std::runtime_error when something of the command line can't be opened.
   session(const options& chosen, config configuration, const camera_library& library,
-          const bundle_session& bundle, console& screen);
+          const bundle_session& bundle, standard_error& error, const log_tail& log);
   ~session();
   session(const session&) = delete;
   session& operator=(const session&) = delete;
@@ -62,7 +63,7 @@ class session {
     bool isHanging = false;
   };
 
-  std::vector<camera_figures> figures() const;
+  std::vector<camera_snapshot> snapshots() const;
   camera_slot& slot_for(const camera_config& camera);
   void start_cameras();
   void end_cameras(std::int32_t signal);
@@ -92,7 +93,8 @@ class session {
   config config_;
   const camera_extension extension_;
   const run_services services_;
-  console& console_;
+  standard_error& error_;
+  const log_tail& log_;
   service_notifier service_;
 
   mutable std::mutex camerasMutex_;  // guards the list against the web server

@@ -32,7 +32,7 @@ std::uint64_t silence_limit_us(double frameRateHz, double exposureUs) {
   return static_cast<std::uint64_t>(std::max(kSilenceLongestS * 1e6, kSilenceLongestFrames * frameUs));
 }
 
-// What stands behind the reason: the diagnosis has the reason first.
+// All lines but the first, which is the reason.
 std::string advice_of(const refusal_reasons& found) {
   std::string advice;
   for (std::size_t at = 1; at < found.lines.size(); ++at) {
@@ -90,8 +90,8 @@ bool camera_runner::is_end_wanted() const {
 }
 
 bool camera_runner::has_begun() const {
-  const camera_totals totals = slot_.monitor.totals();
-  return totals.frames + totals.failures > 0;
+  const camera_status now = slot_.status.now();
+  return now.frames + now.failures > 0;
 }
 
 std::string camera_runner::device_stats() {
@@ -124,8 +124,8 @@ run_outcome camera_runner::run_once() {
   } catch (const std::exception& error) {
     LOG(1, "fail: exception <%s>", error.what());
     const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
-    slot_.monitor.run_ended();
-    slot_.monitor.failed(isMemory ? failure_reason::memory : failure_reason::run);
+    slot_.status.run_ended();
+    slot_.status.failed(isMemory ? failure_reason::memory : failure_reason::run);
     pause(kPauseFirst);
     return limits_.restart ? run_outcome::running : run_outcome::failed;
   }
@@ -133,13 +133,13 @@ run_outcome camera_runner::run_once() {
 
 // What comes after a device that failed.
 run_outcome camera_runner::follow_failure() {
-  slot_.monitor.failed(reason_of_failure());
+  slot_.status.failed(reason_of_failure());
   if (drop_refused_sweep()) {
     return run_outcome::running;
   }
   if (refusal_.isLasting) {
-    slot_.monitor.given_up(refusal_.lines.front(), advice_of(refusal_));
-    LOG(1, "the camera is given up: what stands against it can't change by itself");
+    slot_.status.given_up(refusal_.lines.front(), advice_of(refusal_));
+    LOG(1, "the camera is given up: only another configuration, or another camera, can help");
     return run_outcome::givenUp;
   }
   return report_failure() ? run_outcome::running : run_outcome::failed;
@@ -173,7 +173,7 @@ camera_runner::device_like* camera_runner::create_device() {
   return created;
 }
 
-// Says what stands against the camera, once for each answer.
+// Logs why the camera is refused, and again when the reasons have changed.
 void camera_runner::explain_failure() {
   refusal_reasons found = services_.diagnose(camera_);
   if (found.lines != refusal_.lines) {
@@ -184,7 +184,7 @@ void camera_runner::explain_failure() {
   refusal_ = std::move(found);
 }
 
-// True when it ended as it was asked to; false when the device could not be created or its run failed.
+// True when it ended as the host wanted; false when the device could not be created or its run failed.
 bool camera_runner::run_device() {
   silenceAdvice_.clear();
   isCreated_ = false;
@@ -207,21 +207,20 @@ bool camera_runner::run_device() {
   created->run(this);
   expect_failures(false);
   log_details(false);
-  slot_.monitor.run_ended();
+  slot_.status.run_ended();
   return isSignalGiven_;
 }
 
 void camera_runner::start_figures() {
-  const double exposureUs = static_cast<double>(camera_.initial.exposureUs.value_or(0));
-  const double periodUs = 1e6 / camera_.frameRateHz;
-  if (exposureUs > periodUs) {
-    LOG(2, "exposure_us = %.0f caps the rate at %.4g Hz, below frame_rate_hz = %.4g", exposureUs,
-        1e6 / exposureUs, camera_.frameRateHz);
+  const double periodUs = camera_.period_us();
+  if (periodUs > 1e6 / camera_.frameRateHz) {
+    LOG(2, "exposure_us = %.0f caps the rate at %.4g Hz, below frame_rate_hz = %.4g", periodUs,
+        1e6 / periodUs, camera_.frameRateHz);
   }
-  slot_.monitor.run_started(std::max(periodUs, exposureUs));
+  slot_.status.run_started(periodUs);
   const auto features = services_.extension.features(slot_.serial).value_or(std::vector<feature_record>());
   slot_.settings.run_started(schedule_.names(), camera_.initial, limits_of(features));
-  slot_.byHand.run_started(camera_.initial);
+  slot_.manual.run_started(camera_.initial);
 }
 
 void camera_runner::close_device() {
@@ -239,7 +238,7 @@ std::string camera_runner::failure_advice() const {
 
 // Logs the failure and waits before the next attempt. False when there is to be none.
 bool camera_runner::report_failure() {
-  const std::uint64_t inRow = slot_.monitor.totals().failuresInRow;
+  const std::uint64_t inRow = slot_.status.now().failuresInRow;
   const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
   const std::string advice = failure_advice();
   LOG(1, "the device failed (%lu in a row): %s", inRow, reasons.c_str());
@@ -251,7 +250,7 @@ bool camera_runner::report_failure() {
     return false;
   }
   const auto length = pause_after(inRow);
-  slot_.monitor.pausing(reasons, advice, length);
+  slot_.status.pausing(reasons, advice, length);
   LOG(3, "it is created again in %.0f s", std::chrono::duration<double>(length).count());
   pause(length);
   return true;
@@ -261,7 +260,7 @@ bool camera_runner::report_failure() {
 void camera_runner::pause(std::chrono::milliseconds length) {
   std::unique_lock lock(endMutex_);
   for (auto waited = kPauseStep; waited <= length && !is_end_wanted(); waited += kPauseStep) {
-    slot_.monitor.alive();
+    slot_.status.alive();
     endWanted_.wait_for(lock, kPauseStep);
   }
 }
@@ -288,7 +287,7 @@ bool camera_runner::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep)
 }
 
 void camera_runner::queue_due_sweep() {
-  if (slot_.byHand.are_sweeps_held()) {
+  if (slot_.manual.are_sweeps_held()) {
     return;
   }
   const auto step = schedule_.due(steady_us(), framesOfRun_);
@@ -307,18 +306,19 @@ void camera_runner::queue_due_sweep() {
 
 // Whether the camera refused settings and so ended the run. A sweep that did so does not come again.
 bool camera_runner::drop_refused_sweep() {
-  const auto asker = slot_.settings.run_failed("the camera does not take it, although its limits allow it");
-  if (!asker) {
+  const auto requester =
+      slot_.settings.run_failed("the camera does not take it, although its limits allow it");
+  if (!requester) {
     return false;
   }
-  slot_.byHand.refused(*asker);
+  slot_.manual.refused(*requester);
   const auto& names = schedule_.names();
-  const auto sweep = std::find(names.begin(), names.end(), *asker);
+  const auto sweep = std::find(names.begin(), names.end(), *requester);
   if (sweep != names.end()) {
     schedule_.drop(static_cast<std::size_t>(sweep - names.begin()));
   }
   LOG(1, "%s was refused by the camera, which ended the device (%s). It is created again without it",
-      asker->c_str(), take_failures().c_str());
+      requester->c_str(), take_failures().c_str());
   return true;
 }
 
@@ -330,26 +330,26 @@ void camera_runner::onFrameTick(float sensorTempC) {
   }
   log_details(false);
   read_health();
-  slot_.settings.arrived(slot_.monitor.arrived(nowUs, sensorTempC));
+  slot_.settings.arrived(slot_.status.arrived(nowUs, sensorTempC));
   report_losses(nowUs);
 }
 
 void camera_runner::read_health() {
   if (const auto record = services_.extension.health(slot_.serial)) {
-    slot_.monitor.health(*record);
+    slot_.status.health(*record);
   }
 }
 
 void camera_runner::report_losses(std::uint64_t nowUs) {
-  const camera_totals totals = slot_.monitor.totals();
-  if (const auto text = losses_.due(nowUs, totals.missed, totals.health)) {
+  const camera_status now = slot_.status.now();
+  if (const auto text = losses_.due(nowUs, now.missed, now.health)) {
     LOG(2, "%s", text->c_str());
   }
 }
 
 void camera_runner::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
   const std::uint64_t number = slot_.handedOver.fetch_add(1) + 1;
-  slot_.monitor.handed_over(*info);
+  slot_.status.handed_over(*info);
   slot_.settings.handed_over(*info, number);
   for (frame_taker* taker : slot_.takers) {
     taker->offer(*info, number, {data, byteCount});
@@ -360,7 +360,7 @@ void camera_runner::onNoFrame() {
   if (isSignalGiven_) {
     return;  // the run ends anyway
   }
-  slot_.monitor.silent();
+  slot_.status.silent();
   slot_.settings.survived();
   read_health();
   report_losses(steady_us());

@@ -16,24 +16,24 @@
 #include <thread>
 #include <vector>
 
+#include "host/acquire/camera_status.h"
 #include "host/acquire/extension.h"
 #include "host/acquire/frame_taker.h"
-#include "host/acquire/hand_settings.h"
 #include "host/acquire/library.h"
 #include "host/acquire/loss.h"
-#include "host/acquire/monitor.h"
+#include "host/acquire/manual_settings.h"
 #include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
 #include "host/config/config.h"
 
 namespace host {
 
-/// What outlives the runner of a camera: its figures and where its frames go.
+/// What of a camera outlives its runner: its status, its settings, and who takes its frames.
 struct camera_slot {
   std::string serial;
-  camera_monitor monitor;
+  camera_status_keeper status;
   settings_queue settings;
-  hand_settings byHand{settings};
+  manual_settings manual{settings};
   std::vector<frame_taker*> takers;  ///< not owned
   std::atomic<std::uint64_t> handedOver{0};
 
@@ -48,15 +48,15 @@ struct run_limits {
 
 enum class run_outcome : std::uint8_t {
   running,
-  done,     ///< ended as it was asked to
-  failed,   ///< a device failed, and is not to be created again
-  givenUp,  ///< what stands against the camera can't change by itself
+  done,     ///< ended as the host wanted
+  failed,   ///< a device failed, and is not created again
+  givenUp,  ///< only another configuration, or another camera, can help
 };
 
-/// What stands against a camera for which no device could be created.
+/// Why no device could be created for a camera.
 struct refusal_reasons {
   std::vector<std::string> lines;  ///< for people; empty: nothing was found
-  bool isLasting = false;          ///< whether only another configuration, or another camera, can change it
+  bool isLasting = false;          ///< only another configuration, or another camera, can help
 };
 
 /// What all runners use; must outlive them.
@@ -67,7 +67,7 @@ struct run_services {
   std::function<refusal_reasons(const camera_config&)> diagnose;  ///< on a runner's thread, without a device
 };
 
-/// Runs from construction until it is done, failed or asked to end.
+/// Runs from construction until it is done or has failed, or until its end is requested.
 class camera_runner final : private Zavik::Support::MediaGrabber::device_handler_like,
                             private Zavik::Support::MediaGrabber::cam_stream_handler_like {
  public:
@@ -85,11 +85,11 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   run_outcome outcome() const { return outcome_.load(); }
   const std::string& serial() const { return slot_.serial; }
   /// Grows as long as the runner's thread is alive.
-  std::uint64_t activity() const { return slot_.monitor.activity(); }
-  /// Since when the camera is being opened, steady_us; 0: it is not. That may take long, and is no sign of
-  /// life.
+  std::uint64_t activity() const { return slot_.status.activity(); }
+  /// When the opening of the camera began, steady_us; 0: it is not being opened. Opening may take long, and
+  /// `activity` stands still meanwhile.
   std::uint64_t opening_since() const { return openingSinceUs_.load(); }
-  /// Whether the camera gave a frame or failed to.
+  /// Whether a frame came, or a device failed.
   bool has_begun() const;
   /// The bundle's statistics of the device as JSON; empty while there are none.
   std::string device_stats();
@@ -120,7 +120,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void pause(std::chrono::milliseconds length);
   bool is_end_wanted() const;
 
-  // The bundle's questions and news, on the runner's thread.
+  // Called by the bundle, on the runner's thread.
   void heartbeat() override {}
   std::int32_t getPendingSignal() override;
   bool tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep) override;

@@ -130,6 +130,12 @@ int camera_extension::set_address(std::uint64_t mac, std::uint32_t address, std:
   return setAddress_ == nullptr ? -ENOTSUP : setAddress_(mac, address, mask, gateway);
 }
 
+const found_camera* find_camera(const std::vector<found_camera>& cameras, const std::string& serial) {
+  const auto found = std::find_if(cameras.begin(), cameras.end(),
+                                  [&](const found_camera& each) { return each.serial == serial; });
+  return found == cameras.end() ? nullptr : &*found;
+}
+
 std::vector<found_camera> find_cameras(const camera_library& library) {
   if (auto all = camera_extension(library).list()) {
     return std::move(*all);

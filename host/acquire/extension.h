@@ -68,6 +68,9 @@ class camera_extension {
   decltype(&camera_extension_set_address) setAddress_ = nullptr;
 };
 
+/// Null when there is none of that serial number.
+const found_camera* find_camera(const std::vector<found_camera>& cameras, const std::string& serial);
+
 /// The cameras that answer, by whatever the library offers. library_error.
 std::vector<found_camera> find_cameras(const camera_library& library);
 

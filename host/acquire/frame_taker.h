@@ -1,4 +1,4 @@
-// Who wants the frames of a camera, besides the figures.
+// Who takes the frames of a camera: a recording, a video, a preview.
 #ifndef HOST_ACQUIRE_FRAME_TAKER_H
 #define HOST_ACQUIRE_FRAME_TAKER_H
 

@@ -26,10 +26,6 @@ std::optional<setting_range> range_of(const std::vector<feature_record>& feature
   return feature == nullptr ? std::nullopt : range_of(*feature);
 }
 
-double decibels(double factor) {
-  return 20 * std::log10(factor);
-}
-
 // Four digits that count, and never an exponent.
 std::string number_text(double number) {
   return std::abs(number) >= 1000 ? fmt::format("{:.0f}", number) : fmt::format("{:.4g}", number);
@@ -46,6 +42,10 @@ void append_refusal(std::vector<std::string>& lines, const char* key, const std:
 }
 
 }  // namespace
+
+double decibels(double factor) {
+  return 20 * std::log10(factor);
+}
 
 const feature_record* find_feature(const std::vector<feature_record>& features, const std::string& name) {
   const auto found = std::find_if(features.begin(), features.end(),

@@ -29,13 +29,16 @@ light_limits limits_of(const std::vector<feature_record>& features);
 /// A line for each setting that the camera does not take: "gain_db = 30: the camera takes 0 to 24.08 dB".
 std::vector<std::string> refused_settings(const light_settings& wanted, const light_limits& limits);
 
-/// /// The line of one setting; none when the camera takes the value. `key` is that of the configuration (see
+/// The line of one setting; none when the camera takes the value. `key` is that of the configuration (see
 /// keys.h), `slack` how far beyond the range a value may be.
 std::optional<std::string> refusal(const char* key, double value, const setting_range& range,
                                    double slack = 0);
 
 /// The limits of a feature; none where it has no numeric ones.
 std::optional<setting_range> range_of(const feature_record& feature);
+
+/// A gain factor in decibels.
+double decibels(double factor);
 
 /// Null when there is no feature of that name.
 const feature_record* find_feature(const std::vector<feature_record>& features, const std::string& name);

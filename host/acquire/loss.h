@@ -13,10 +13,11 @@ namespace host {
 
 /// Counts the frames of one camera that a host should have had and did not get, over all of its runs.
 ///
-/// Within a run the camera's frame numbers tell, exactly. Where they are not known (0), a gap between two
-/// arrivals of more than one and a half periods counts as so many frames, which is an estimate: a host that
-/// was held up finds buffered frames after the gap. A silence of a second or three periods is an outage and
-/// counts as the frames of that time, whether the camera sent any or not, as does the time between two runs.
+/// Within a run the camera's frame numbers tell, exactly: number 10 right after number 7 is two missed
+/// frames. Where they are not known (0), a gap between two arrivals of more than one and a half periods
+/// counts as so many frames, which is an estimate: a host that was held up finds buffered frames after the
+/// gap. A silence of a second or three periods is an outage and counts as the frames of that time, whether
+/// the camera sent any or not, as does the time between two runs.
 class missed_frames {
  public:
   /// Frames come so often, microseconds.

@@ -12,9 +12,8 @@ namespace host {
 namespace {
 
 constexpr std::size_t kPastMax = 100;
-constexpr std::size_t kOutcomesMax = 1000;  // askers; those who come later share the last place
-constexpr std::uint64_t kFramesOfGap =
-    10;  // a gap within so many frames is put down to the request before it
+constexpr std::size_t kOutcomesMax = 1000;  // later requesters share the last one
+constexpr std::uint64_t kFramesOfGap = 10;  // an interval within so many frames counts as the request's gap
 
 void append(std::deque<setting_request>& past, setting_request request) {
   past.push_back(std::move(request));
@@ -25,26 +24,26 @@ void append(std::deque<setting_request>& past, setting_request request) {
 
 }  // namespace
 
-bool shows(const cam_frame_info& info, const light_settings& asked) {
-  const auto near = [](float seen, const std::optional<float>& wanted, float tolerance) {
-    return !wanted || std::abs(seen - *wanted) <= tolerance;
+bool shows(const cam_frame_info& info, const light_settings& wanted) {
+  const auto near = [](float seen, const std::optional<float>& value, float tolerance) {
+    return !value || std::abs(seen - *value) <= tolerance;
   };
-  return near(info.exposureUs, asked.exposureUs, asked.exposureUs.value_or(0) * 0.01F) &&
-         near(info.gainDb, asked.gainDb, 0.1F);
+  return near(info.exposureUs, wanted.exposureUs, wanted.exposureUs.value_or(0) * 0.01F) &&
+         near(info.gainDb, wanted.gainDb, 0.1F);
 }
 
-bool is_in_frames(const light_settings& asked) {
-  return asked.exposureUs.has_value() || asked.gainDb.has_value();
+bool is_in_frames(const light_settings& wanted) {
+  return wanted.exposureUs.has_value() || wanted.gainDb.has_value();
 }
 
-queue_answer settings_queue::add(const std::string& asker, const light_settings& settings) {
+queue_answer settings_queue::add(const std::string& requester, const light_settings& settings) {
   const std::lock_guard lock(mutex_);
   std::vector<std::string> reasons = refused_settings(settings, limits_);
   if (waiting_.size() >= kWaitingMax) {
     reasons.push_back(fmt::format("{} requests wait already", waiting_.size()));
   }
-  setting_request request{.id = ++asked_,
-                          .asker = asker,
+  setting_request request{.id = ++lastId_,
+                          .requester = requester,
                           .settings = settings,
                           .refusal = fmt::format("{}", fmt::join(reasons, "; "))};
   const queue_answer answer{reasons.empty() ? request.id : 0, reasons};
@@ -87,18 +86,19 @@ light_limits settings_queue::limits() const {
 }
 
 setting_outcome& settings_queue::outcome_of(const setting_request& request) {
-  const auto found = std::find_if(outcomes_.begin(), outcomes_.end(),
-                                  [&](const setting_outcome& each) { return each.asker == request.asker; });
+  const auto found = std::find_if(outcomes_.begin(), outcomes_.end(), [&](const setting_outcome& each) {
+    return each.requester == request.requester;
+  });
   const bool isNew = found == outcomes_.end() && outcomes_.size() < kOutcomesMax;
   setting_outcome& outcome = isNew                      ? outcomes_.emplace_back()
                              : found == outcomes_.end() ? outcomes_.back()
                                                         : *found;
-  outcome.asker = request.asker;
+  outcome.requester = request.requester;
   outcome.settings = request.settings;
   return outcome;
 }
 
-void settings_queue::run_started(const std::vector<std::string>& askers, const light_settings& inForce,
+void settings_queue::run_started(const std::vector<std::string>& requesters, const light_settings& inForce,
                                  const light_limits& limits) {
   const std::lock_guard lock(mutex_);
   limits_ = limits;
@@ -108,13 +108,13 @@ void settings_queue::run_started(const std::vector<std::string>& askers, const l
   if (watched_) {
     append(past_, *std::exchange(watched_, std::nullopt));
   }
-  if (askers == askers_) {
+  if (requesters == requesters_) {
     return;
   }
-  askers_ = askers;
+  requesters_ = requesters;
   outcomes_.clear();
-  for (const std::string& asker : askers_) {
-    outcome_of({.asker = asker, .settings = {}, .refusal = ""});
+  for (const std::string& requester : requesters_) {
+    outcome_of({.requester = requester, .settings = {}, .refusal = ""});
   }
 }
 
@@ -184,7 +184,7 @@ std::optional<std::string> settings_queue::run_failed(const std::string& reason)
   }
   watched_->refusal = reason;
   outcome_of(*watched_).refusal = reason;
-  return watched_->asker;
+  return watched_->requester;
 }
 
 float settings_queue::exposure_us() const {

@@ -7,7 +7,7 @@
 
 namespace host {
 
-/// The host wants the end.
+/// The host ends the run while no frames arrive.
 class silent_end : public std::exception {
  public:
   const char* what() const noexcept override {
@@ -15,7 +15,7 @@ class silent_end : public std::exception {
   }
 };
 
-/// The camera owes frames for so long that its device is better made anew.
+/// The camera sent no frames for so long that its device is created again.
 class camera_silent : public std::exception {
  public:
   const char* what() const noexcept override { return "the camera sends no frames"; }

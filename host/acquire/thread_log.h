@@ -1,5 +1,5 @@
-// What a thread's log lines belong to, and the failures that it logged: who created a device learns from them
-// why that failed, as the bundle's calls only say that they did.
+// The camera that a thread's log lines belong to, and the failures that the thread logged. A call of the
+// bundle tells only that it failed; the lines that it logged tell why.
 #ifndef HOST_ACQUIRE_THREAD_LOG_H
 #define HOST_ACQUIRE_THREAD_LOG_H
 
@@ -20,21 +20,21 @@ class camera_log_scope {
 /// The camera of the scope that this thread is in; empty outside.
 const std::string& logged_camera();
 
-/// From now on what this thread logs as failures is how something ends that is meant to end: the console
-/// shows it among the details. Until the scope ends, or `isExpected` is false.
+/// Failures that this thread logs from now on belong to an end that the host wants, and are shown as details.
+/// Until the scope ends, or `isExpected` is false.
 void expect_failures(bool isExpected);
 
-/// From now on what this thread logs as a state is a detail, as it changes so often.
+/// States that this thread logs from now on change often, and are shown as details.
 void log_details(bool areDetails);
 
-/// The level at which the console shows a line that this thread logs at `level`.
+/// The level at which a line is shown that this thread logs at `level`.
 int shown_level(int level);
 
-/// Told by the console of every line of level 1 and 2 that this thread logs.
+/// Keeps a line of level 1 or 2 of this thread for take_failures.
 void remember_failure(std::string text);
 
-/// The last failures (level 1 and 2) that this thread logged since it asked last, oldest first and joined by
-/// "; ". At most the last six.
+/// The failures that this thread logged since the last call, oldest first and joined by "; ". At most the
+/// last six.
 std::string take_failures();
 
 }  // namespace host

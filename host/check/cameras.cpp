@@ -121,9 +121,8 @@ std::vector<std::string> why_missing(const std::string& serial, const camera_sea
   if (serial.empty()) {
     return {};
   }
-  const auto camera =
-      std::find_if(found.begin(), found.end(), [&](const auto& each) { return serial == each.serial; });
-  if (camera == found.end()) {
+  const found_camera* camera = find_camera(found, serial);
+  if (camera == nullptr) {
     std::vector<std::string> serials;
     std::transform(found.begin(), found.end(), std::back_inserter(serials),
                    [](const auto& each) { return printable(each.serial); });
@@ -133,9 +132,10 @@ std::vector<std::string> why_missing(const std::string& serial, const camera_sea
                 ? "  - it has no power or no link, or the serial number is of another camera"
                 : fmt::format("  - did you mean '{}'? Serial numbers are compared byte for byte", meant)};
   }
-  if (static_cast<std::size_t>(camera - found.begin()) >= reachMax) {
+  const auto number = static_cast<std::size_t>(camera - found.data()) + 1;
+  if (number > reachMax) {
     return {fmt::format("camera '{}' answers, but as number {}; the driver looks at the first {} only",
-                        serial, camera - found.begin() + 1, reachMax),
+                        serial, number, reachMax),
             "  - take cameras that are not used off this network"};
   }
   if (!camera->unreachable.empty()) {

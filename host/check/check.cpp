@@ -14,7 +14,6 @@
 
 #include "host/acquire/advice.h"
 #include "host/acquire/loss.h"
-#include "host/acquire/monitor.h"
 #include "host/acquire/open_camera.h"
 #include "host/acquire/settings_queue.h"
 #include "host/acquire/sweeps.h"
@@ -139,10 +138,7 @@ class camera_check {
   void test_end(probe& camera);
   std::optional<step_frames> change(probe& camera, const light_settings& settings);
 
-  // The exposure may cap the rate.
-  double period_us() const {
-    return std::max(1e6 / camera_.frameRateHz, static_cast<double>(camera_.initial.exposureUs.value_or(0)));
-  }
+  double period_us() const { return camera_.period_us(); }
   double rate_hz() const { return 1e6 / period_us(); }
   bool is_slow() const { return rate_hz() < kSlowHz; }
   std::size_t frames_of_step() const { return is_slow() ? 4 : 12; }  // looked at after a change of settings
@@ -181,12 +177,11 @@ check_table camera_check::run(const camera_library& library, const bundle_sessio
 bool camera_check::find(const camera_library& library) {
   const camera_search search = search_cameras(library, libraries_.is_simulated());
   const auto reasons = why_missing(camera_.serial, search);
-  const auto own = std::find_if(search.found.begin(), search.found.end(),
-                                [&](const auto& each) { return camera_.serial == each.serial; });
-  const bool isThere = own != search.found.end();
-  return table_.add("camera found", isThere && reasons.empty(),
-                    isThere ? fmt::format("{} {} at {}", own->model, own->version, address_text(own->address))
-                            : reasons.front(),
+  const found_camera* own = find_camera(search.found, camera_.serial);
+  return table_.add("camera found", own != nullptr && reasons.empty(),
+                    own != nullptr
+                        ? fmt::format("{} {} at {}", own->model, own->version, address_text(own->address))
+                        : reasons.front(),
                     reasons);
 }
 
@@ -401,9 +396,8 @@ void camera_check::test_ir(probe& camera) {
 }
 
 void camera_check::test_temperature(const probe& camera) {
-  const float celsius = camera.temperature();
-  const bool isThere = celsius > -300.0F;
-  table_.add("temperature", isThere, isThere ? fmt::format("{:.1f} C", celsius) : "none",
+  const auto celsius = camera.temperature();
+  table_.add("temperature", celsius.has_value(), celsius ? fmt::format("{:.1f} C", *celsius) : "none",
              {"the camera has no DeviceTemperature of the selector entry 'Internal'"});
 }
 

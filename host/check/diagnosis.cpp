@@ -67,7 +67,7 @@ std::string entries_text(const feature_record& feature) {
   return printable(fmt::format("{}", fmt::join(feature.entries, ", ")));
 }
 
-// What stands against a needed feature; empty: nothing.
+// Why a needed feature does not serve; empty: it does.
 std::string obstacle(const needed_feature& needed, const features& all) {
   const feature_record* found = find_feature(all, needed.name);
   if (found == nullptr) {
@@ -180,9 +180,8 @@ void append_pins(const camera_config& camera, const features& all, lines& to) {
 
 // Who controls the camera, as far as it says so.
 void append_controller(const std::string& serial, const std::vector<found_camera>& found, lines& to) {
-  const auto camera = std::find_if(found.begin(), found.end(),
-                                   [&](const found_camera& each) { return each.serial == serial; });
-  if (camera != found.end() && camera->controller != 0) {
+  const found_camera* camera = find_camera(found, serial);
+  if (camera != nullptr && camera->controller != 0) {
     to.push_back(
         fmt::format("  - a program on {} controls it: end that one, or wait until it lets the camera go",
                     controller_text(camera->controller)));

@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::array kTypeWords = {"integer", "float", "boolean", "enumeration", "string"};
 
-std::vector<feature_record> features_of(const camera_library& library, const std::string& serial) {
+std::vector<feature_record> listed_features(const camera_library& library, const std::string& serial) {
   auto all = camera_extension(library).features(serial);
   if (!all) {
     throw library_error("this camera library can't list features");
@@ -158,13 +158,13 @@ int show_features(const camera_library& library, const std::string& serial,
   const auto camera =
       isWriting ? std::make_unique<open_camera>(library, serial) : open_to_read(library, serial);
   if (requests.empty()) {
-    print_all(features_of(library, serial));
+    print_all(listed_features(library, serial));
     return 0;
   }
   bool isDone = true;
   for (const feature_request& each : requests) {
     const bool isWritten = !each.value || write_feature(*camera, each);
-    isDone = print_named(features_of(library, serial), each.name) && isWritten && isDone;
+    isDone = print_named(listed_features(library, serial), each.name) && isWritten && isDone;
   }
   return isDone ? 0 : 1;
 }
@@ -187,7 +187,7 @@ camera_values values_of(const std::string& serial, const std::vector<feature_rec
   double factor = 0;
   if (gain != nullptr && gain->value && (factor = std::strtod(gain->value->c_str(), nullptr)) > 0) {
     const auto range = limits_of(features).gainDb;
-    values["gain_db"] = {fmt::format("{:.2f}", std::max(20 * std::log10(factor), 0.0)),
+    values["gain_db"] = {fmt::format("{:.2f}", std::max(decibels(factor), 0.0)),
                          range ? fmt::format("{:.4g} to {:.4g}", range->min, range->max) : ""};
   }
   const auto isOn = [&](const char* name) {
@@ -201,7 +201,7 @@ camera_values values_of(const std::string& serial, const std::vector<feature_rec
 int write_config(const camera_library& library, const std::string& serial) {
   const library_session started(library);
   const auto camera = open_to_read(library, serial);
-  fmt::print("{}", config_template(values_of(serial, features_of(library, serial))));
+  fmt::print("{}", config_template(values_of(serial, listed_features(library, serial))));
   return 0;
 }
 

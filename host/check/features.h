@@ -13,8 +13,8 @@
 namespace host {
 
 /// Lists the camera's features on standard output: all of them, or those of `wanted`, in which "NAME=VALUE"
-/// is written /// before it is shown. Beside another program that controls the camera as long as nothing is
-/// written. 0; 1 when a feature is not there or refuses the value. library_error, camera_error.
+/// is written before it is shown. As long as nothing is written, another program may control the camera. 0; 1
+/// when a feature is not there or refuses the value. library_error, camera_error.
 int show_features(const camera_library& library, const std::string& serial,
                   const std::vector<std::string>& wanted);
 

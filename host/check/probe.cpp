@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/acquire/monitor.h"
+#include "host/acquire/camera_status.h"
 #include "host/acquire/preparation.h"
 #include "host/acquire/signals.h"
 #include "host/acquire/silent_end.h"
@@ -16,7 +16,6 @@ namespace {
 using namespace Zavik::Support::MediaGrabber;
 using std::chrono::milliseconds;
 
-constexpr float kNoTemperatureC = -321.0F;
 constexpr milliseconds kSignalCheck{20};
 
 grey_histogram histogram_of(const std::uint8_t* data, std::uint32_t count) {
@@ -28,7 +27,7 @@ grey_histogram histogram_of(const std::uint8_t* data, std::uint32_t count) {
 }  // namespace
 
 probe::probe(const camera_library& library, const bundle_session& bundle, const camera_config& camera)
-    : camera_(camera), extension_(library), temperatureC_(kNoTemperatureC) {
+    : camera_(camera), extension_(library) {
   const camera_log_scope scope(camera.serial);
   preparation_ = prepare_camera(library, camera.serial);
   const table_holder table = make_table(camera);
@@ -117,13 +116,13 @@ std::optional<std::size_t> probe::apply(const light_settings& settings, millisec
 }
 
 std::chrono::microseconds probe::end() {
-  const auto asked = std::chrono::steady_clock::now();
+  const auto began = std::chrono::steady_clock::now();
   {
     const std::lock_guard lock(mutex_);
     isEndWanted_ = true;
   }
   thread_.join();
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - asked);
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
 }
 
 std::vector<seen_frame> probe::frames() const {
@@ -131,7 +130,7 @@ std::vector<seen_frame> probe::frames() const {
   return frames_;
 }
 
-float probe::temperature() const {
+std::optional<float> probe::temperature() const {
   const std::lock_guard lock(mutex_);
   return temperatureC_;
 }
@@ -161,7 +160,7 @@ bool probe::tryPopPendingSweepConf(Zavik::Support::rw_table_like* sweep) {
 
 void probe::onFrameTick(float sensorTempC) {
   const std::lock_guard lock(mutex_);
-  temperatureC_ = sensorTempC;
+  temperatureC_ = temperature_of(sensorTempC);
 }
 
 void probe::onFrame(const cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {

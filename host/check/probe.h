@@ -62,7 +62,8 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
   std::chrono::microseconds end();
 
   std::vector<seen_frame> frames() const;
-  float temperature() const;
+  /// Degrees Celsius; none when the bundle reads none.
+  std::optional<float> temperature() const;
   /// The library's record of the stream; none without the extension.
   std::optional<camera_extension_health_record> health() const { return extension_.health(camera_.serial); }
   /// What was logged as failures while the device runs.
@@ -97,7 +98,7 @@ class probe final : private Zavik::Support::MediaGrabber::device_handler_like,
   std::vector<seen_frame> frames_;
   std::optional<light_settings> pending_;
   std::size_t appliedAt_ = 0;
-  float temperatureC_;
+  std::optional<float> temperatureC_;
   std::string runFailures_;
   bool isRunning_ = false;
   bool isEndWanted_ = false;

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "host/acquire/monitor.h"
+#include "host/acquire/steady_time.h"
 #include "host/config/text.h"
 
 namespace host {

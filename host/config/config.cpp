@@ -48,14 +48,14 @@ std::string shown(const toml::node& node) {
   return text.str();
 }
 
-std::optional<cell_value> choice_code(const key_spec& key, const std::string& word) {
+std::optional<cell_value> choice_code(const config_key& key, const std::string& word) {
   const auto found = std::find_if(key.choices.begin(), key.choices.end(),
                                   [&](const choice& each) { return word == each.name; });
   return found == key.choices.end() ? std::nullopt : std::optional<cell_value>(found->code);
 }
 
 // The value of a node, when it is what the key expects.
-std::optional<cell_value> convert(const key_spec& key, const toml::node& node) {
+std::optional<cell_value> convert(const config_key& key, const toml::node& node) {
   const auto within = [&](double value) { return value >= key.min && value <= key.max; };
   switch (key.type) {
     case key_type::text:
@@ -84,7 +84,7 @@ std::optional<cell_value> convert(const key_spec& key, const toml::node& node) {
   return std::nullopt;
 }
 
-cell_value default_of(const key_spec& key) {
+cell_value default_of(const config_key& key) {
   const toml::table example = toml::parse(fmt::format("value = {}", key.example));
   return convert(key, *example.get("value")).value();
 }
@@ -92,7 +92,7 @@ cell_value default_of(const key_spec& key) {
 std::vector<std::string> names_of(const key_table& keys) {
   std::vector<std::string> names;
   std::transform(keys.begin(), keys.end(), std::back_inserter(names),
-                 [](const key_spec& key) { return key.name; });
+                 [](const config_key& key) { return key.name; });
   return names;
 }
 
@@ -105,7 +105,7 @@ light_settings settings_of(const section_values& values) {
 
 void add_cells(const key_table& keys, const section_values& values, std::uint8_t col,
                std::vector<cell>& cells) {
-  for (const key_spec& key : keys) {
+  for (const config_key& key : keys) {
     const auto found = values.find(key.name);
     if (key.row && found != values.end()) {
       cells.push_back({*key.row, col, found->second});
@@ -165,7 +165,7 @@ section_values config_reader::read_section(const toml::table& section, const std
   known.insert(known.end(), subsections.begin(), subsections.end());
   reject_unknown(section, path + ".", known);
   section_values values;
-  for (const key_spec& key : keys) {
+  for (const config_key& key : keys) {
     const std::string name = fmt::format("{}.{}", path, key.name);
     const toml::node* node = section.get(key.name);
     if (node == nullptr) {
@@ -224,7 +224,7 @@ void config_reader::read_pins(const toml::table& section, const std::string& pat
     if (code("line") && !lines.insert(*code("line")).second) {
       report(*pin.get("line"), pinPath + ".line", shown(*pin.get("line")), "a line that no other pin has");
     }
-    const key_spec& source = pin_keys()[1];
+    const config_key& source = pin_keys()[1];
     if (code("source") == source.choices[1].code && pin.get("exposure_ratio") == nullptr) {
       report(pin, pinPath + ".exposure_ratio", "nothing",
              "there when source is \"exposure_ratio\": " + expectation(pin_keys()[3]));
@@ -298,7 +298,7 @@ config config_reader::read(const toml::table& file) {
 }
 
 std::string plain(const toml::parse_error& error) {
-  return fmt::format("line is no valid TOML: {}", error.description());
+  return fmt::format("the line is not valid TOML: {}", error.description());
 }
 
 void set_cell(Zavik::Support::rw_table_like& table, const cell& each) {
@@ -322,6 +322,10 @@ void set_present(Zavik::Support::rw_table_like& table, property row, const std::
 }
 
 }  // namespace
+
+double camera_config::period_us() const {
+  return std::max(1e6 / frameRateHz, static_cast<double>(initial.exposureUs.value_or(0)));
+}
 
 std::vector<std::string> config::serials() const {
   std::vector<std::string> all;

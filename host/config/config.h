@@ -43,6 +43,8 @@ struct camera_config {
   light_settings initial;  ///< exposure and IR level are always there
   std::vector<cell> cells;
 
+  /// Microseconds between two frames: an exposure longer than the frame period caps the rate.
+  double period_us() const;
   std::size_t frame_bytes() const { return static_cast<std::size_t>(width * height); }
 };
 
@@ -71,7 +73,8 @@ struct config_result {
   std::vector<std::string> warnings;  ///< what is set and has no effect; in the same form
 };
 
-/// Reads a file, or a pipe as long as it is written to: at most 1 MiB, and waits for at most a second.
+/// Reads a file, or a pipe until its writer closes it: at most 1 MiB. Waits for a pipe's writer at most a
+/// second.
 config_result load_config(const std::string& path);
 /// As load_config, from text; `name` is what the errors call it.
 config_result parse_config(std::string_view text, const std::string& name);

@@ -11,22 +11,22 @@ namespace host {
 namespace {
 
 // clang-format off
-const key_spec kGamma = {
+const config_key kGamma = {
     .name = "gamma", .row = property::VS_SWEEP_MANUAL_GAMMA, .need = presence::optional, .min = 0.01, .max = 10,
     .example = "1.0", .comment = "Gamma; 1.0 is off. Left out: stays as it is."};
-const key_spec kGain = {
+const config_key kGain = {
     .name = "gain_db", .row = property::VS_SWEEP_MANUAL_GAIN_DB, .need = presence::optional, .unit = "dB",
     .min = 0, .max = 60, .example = "0.0", .comment = "Gain. Left out: stays as it is."};
-const key_spec kExposure = {
+const config_key kExposure = {
     .name = "exposure_us", .row = property::VS_SWEEP_MANUAL_EXPOSURE_USEC, .unit = "us", .min = 1, .max = 60e6,
     .example = "5000", .comment = "Exposure time, and the base of the IR pulse length."};
-const key_spec kIrLevel = {
+const config_key kIrLevel = {
     .name = "ir_level", .row = property::VS_SWEEP_MANUAL_IR_LEVEL, .type = key_type::integer,
     .need = presence::defaulted, .min = 0, .max = 65535, .example = "0",
     .comment = "0 switches the IR outputs off, anything else lets them follow the exposure."};
 
 // The same setting in a sweep, where it may be left out.
-key_spec swept(key_spec key, const char* example, const char* comment) {
+config_key swept(config_key key, const char* example, const char* comment) {
   key.need = presence::optional;
   key.example = example;
   key.comment = comment;
@@ -124,7 +124,7 @@ const key_table& sweep_keys() {
 }
 // clang-format on
 
-std::string expectation(const key_spec& key) {
+std::string expectation(const config_key& key) {
   const std::string unit = *key.unit != '\0' ? fmt::format(" {}", key.unit) : "";
   switch (key.type) {
     case key_type::text:
@@ -144,7 +144,7 @@ std::string expectation(const key_spec& key) {
 std::string unit_of(const std::string& key) {
   for (const key_table* keys : {&camera_keys(), &pin_keys(), &sweep_keys()}) {
     const auto found =
-        std::find_if(keys->begin(), keys->end(), [&](const key_spec& each) { return key == each.name; });
+        std::find_if(keys->begin(), keys->end(), [&](const config_key& each) { return key == each.name; });
     if (found != keys->end()) {
       return found->unit;
     }

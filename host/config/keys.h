@@ -25,7 +25,7 @@ struct choice {
   std::int64_t code;
 };
 
-struct key_spec {
+struct config_key {
   const char* name;
   std::optional<property> row = std::nullopt;  ///< where the bundle reads it; none: the host's own
   key_type type = key_type::number;
@@ -38,19 +38,19 @@ struct key_spec {
   std::vector<choice> choices = {};  ///< of a choice
 };
 
-using key_table = std::vector<key_spec>;
+using key_table = std::vector<config_key>;
 
 const key_table& camera_keys();
 const key_table& pin_keys();    ///< of [[camera.pin]]
 const key_table& sweep_keys();  ///< of [[sweep]]
 
 /// What a value of this key may be: "a number from 1 to 60000000 us".
-std::string expectation(const key_spec& key);
+std::string expectation(const config_key& key);
 
 /// The unit of the key of that name, wherever it stands; empty when it has none.
 std::string unit_of(const std::string& key);
 
-/// The word of `known` that `word` was probably meant to be; empty when none is near.
+/// The word of `known` that `word` is probably a mistyping of; empty when none is near.
 std::string nearest(const std::string& word, const std::vector<std::string>& known);
 
 }  // namespace host

@@ -16,7 +16,7 @@ const char* need_text(presence need) {
 // does, so that nothing changes.
 std::string template_lines(const key_table& keys, bool isActive, const camera_values& camera = {}) {
   std::string lines;
-  for (const key_spec& key : keys) {
+  for (const config_key& key : keys) {
     const auto own = camera.find(key.name);
     const bool isOwn = own != camera.end();
     const bool isComment = !isActive || (key.need == presence::optional && !isOwn);

@@ -1,4 +1,4 @@
-// Texts from outside (cameras, files) on their way to people.
+// Texts of cameras and files, made fit for a terminal.
 #ifndef HOST_CONFIG_TEXT_H
 #define HOST_CONFIG_TEXT_H
 

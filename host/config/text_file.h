@@ -1,4 +1,4 @@
-// Files that people name, read with limits.
+// Reading of a file that somebody named, with limits of size and time.
 #ifndef HOST_CONFIG_TEXT_FILE_H
 #define HOST_CONFIG_TEXT_FILE_H
 
@@ -15,7 +15,7 @@ struct text_file {
   std::optional<std::string> failure;  ///< in words: "is empty"
 };
 
-/// Reads at most so many bytes of a file, a pipe or a device, and waits for a pipe's writer at most so long.
+/// Reads a file, a pipe or a device of at most `bytesMax`, and waits for a pipe's writer at most `patience`.
 text_file read_text(const std::string& path, std::size_t bytesMax, std::chrono::milliseconds patience);
 
 }  // namespace host

@@ -35,7 +35,7 @@ class output_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Nothing can be written any more, and that is how it should be: a video's reader went away, say.
+/// Nothing can be written any more, and that is no error: the reader of a video went away.
 class output_over : public output_error {
  public:
   using output_error::output_error;
@@ -59,7 +59,7 @@ class frame_sink {
 struct output_totals {
   std::uint64_t written = 0;  ///< frames
   std::uint64_t dropped =
-      0;  ///< frames that did not fit into the pool or could not be written; none after its end
+      0;  ///< frames that did not fit into the pool or could not be written, until its end
   std::uint64_t bytes = 0;
 };
 
@@ -81,7 +81,7 @@ class frame_writer final : public frame_taker {
   void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
   /// Whether all that was taken has been written or dropped.
   bool is_idle() const;
-  /// Whether the sink said that it takes no frame any more.
+  /// Whether the sink takes no frames any more (output_over).
   bool is_over() const { return isOver_.load(std::memory_order_relaxed); }
   /// Drops what waits and ends; nothing may be offered any more.
   void stop();

@@ -22,7 +22,7 @@ struct figure {
   const char* name;
   MetricType type;
   const char* help;
-  std::optional<double> (*value)(const camera_figures&);
+  std::optional<double> (*value)(const camera_snapshot&);
 };
 
 std::optional<double> widened(const std::optional<float>& value, double factor = 1) {
@@ -36,27 +36,27 @@ double number(std::uint64_t count) {
 // clang-format off
 constexpr std::array kFigures = {
     figure{"up", MetricType::Gauge, "1 while the camera's device runs, else 0.",
-           [](const camera_figures& c) { return std::optional(c.totals.isRunning ? 1.0 : 0.0); }},
+           [](const camera_snapshot& c) { return std::optional(c.status.isRunning ? 1.0 : 0.0); }},
     figure{"frames_total", MetricType::Counter, "Frames that arrived whole.",
-           [](const camera_figures& c) { return std::optional(number(c.totals.frames)); }},
+           [](const camera_snapshot& c) { return std::optional(number(c.status.frames)); }},
     figure{"frames_missed_total", MetricType::Counter,
            "Frames that were due and did not arrive: by the camera's frame numbers, and by time over outages.",
-           [](const camera_figures& c) { return std::optional(number(c.totals.missed)); }},
+           [](const camera_snapshot& c) { return std::optional(number(c.status.missed)); }},
     figure{"frames_missed_is_estimate", MetricType::Gauge,
            "1 when the camera library tells no frame numbers and arrival times are judged instead.",
-           [](const camera_figures& c) { return std::optional(c.totals.isMissedEstimate ? 1.0 : 0.0); }},
+           [](const camera_snapshot& c) { return std::optional(c.status.isMissedEstimate ? 1.0 : 0.0); }},
     figure{"silent_waits_total", MetricType::Counter, "Waits of at most a second that brought no usable frame.",
-           [](const camera_figures& c) { return std::optional(number(c.totals.silentWaits)); }},
+           [](const camera_snapshot& c) { return std::optional(number(c.status.silentWaits)); }},
     figure{"given_up", MetricType::Gauge, "1 when no device is created any more, as the camera can't take its configuration.",
-           [](const camera_figures& c) { return std::optional(c.totals.givenUp.empty() ? 0.0 : 1.0); }},
+           [](const camera_snapshot& c) { return std::optional(c.status.givenUp.empty() ? 0.0 : 1.0); }},
     figure{"last_frame_age_seconds", MetricType::Gauge, "Time since the last frame arrived.",
-           [](const camera_figures& c) { return since_last_frame(c); }},
+           [](const camera_snapshot& c) { return since_last_frame(c); }},
     figure{"exposure_seconds", MetricType::Gauge, "Exposure time of the last frame.",
-           [](const camera_figures& c) { return widened(c.totals.exposureUs, 1e-6); }},
+           [](const camera_snapshot& c) { return widened(c.status.exposureUs, 1e-6); }},
     figure{"gain_decibels", MetricType::Gauge, "Gain of the last frame.",
-           [](const camera_figures& c) { return widened(c.totals.gainDb); }},
+           [](const camera_snapshot& c) { return widened(c.status.gainDb); }},
     figure{"sensor_temperature_celsius", MetricType::Gauge, "Temperature of the sensor.",
-           [](const camera_figures& c) { return widened(c.totals.temperatureC); }},
+           [](const camera_snapshot& c) { return widened(c.status.temperatureC); }},
 };
 
 // Counters of the camera library, each under a label of its family.
@@ -104,16 +104,16 @@ MetricFamily family(const char* name, const char* help, MetricType type) {
   return {.name = std::string("mediagrabber_") + name, .help = help, .type = type, .metric = {}};
 }
 
-ClientMetric metric_of(const camera_figures& camera, MetricType type, double value) {
+ClientMetric metric_of(const camera_snapshot& camera, MetricType type, double value) {
   ClientMetric metric;
   metric.label = {{"camera", printable(camera.serial)}};
   (type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
   return metric;
 }
 
-MetricFamily family_of(const figure& each, const std::vector<camera_figures>& cameras) {
+MetricFamily family_of(const figure& each, const std::vector<camera_snapshot>& cameras) {
   MetricFamily all = family(each.name, each.help, each.type);
-  for (const camera_figures& camera : cameras) {
+  for (const camera_snapshot& camera : cameras) {
     if (const auto value = each.value(camera)) {
       all.metric.push_back(metric_of(camera, each.type, *value));
     }
@@ -123,11 +123,11 @@ MetricFamily family_of(const figure& each, const std::vector<camera_figures>& ca
 
 template <class Counters>
 MetricFamily family_of(MetricFamily all, const char* label, const Counters& counters,
-                       const std::vector<camera_figures>& cameras) {
-  for (const camera_figures& camera : cameras) {
+                       const std::vector<camera_snapshot>& cameras) {
+  for (const camera_snapshot& camera : cameras) {
     for (const health_counter& each : counters) {
-      if (camera.totals.health) {
-        ClientMetric metric = metric_of(camera, all.type, number((*camera.totals.health).*each.count));
+      if (camera.status.health) {
+        ClientMetric metric = metric_of(camera, all.type, number((*camera.status.health).*each.count));
         metric.label.push_back({label, each.label});
         all.metric.push_back(std::move(metric));
       }
@@ -136,22 +136,22 @@ MetricFamily family_of(MetricFamily all, const char* label, const Counters& coun
   return all;
 }
 
-MetricFamily failures_of(const std::vector<camera_figures>& cameras) {
+MetricFamily failures_of(const std::vector<camera_snapshot>& cameras) {
   MetricFamily all =
       family("device_failures_total", "Devices that could not be created, or whose run failed, by reason.",
              MetricType::Counter);
-  for (const camera_figures& camera : cameras) {
+  for (const camera_snapshot& camera : cameras) {
     for (std::size_t at = 0; at < kFailureReasons; ++at) {
-      all.metric.push_back(metric_of(camera, all.type, number(camera.totals.failuresByReason[at])));
+      all.metric.push_back(metric_of(camera, all.type, number(camera.status.failuresByReason[at])));
       all.metric.back().label.push_back({"reason", kFailureLabels[at]});
     }
   }
   return all;
 }
 
-MetricFamily family_of(const output_counter& each, const std::vector<camera_figures>& cameras) {
+MetricFamily family_of(const output_counter& each, const std::vector<camera_snapshot>& cameras) {
   MetricFamily all = family(each.name, each.help, MetricType::Counter);
-  for (const camera_figures& camera : cameras) {
+  for (const camera_snapshot& camera : cameras) {
     for (const auto& [output, totals] :
          {std::pair{"files", camera.files}, std::pair{"video", camera.video}}) {
       if (totals) {
@@ -164,10 +164,10 @@ MetricFamily family_of(const output_counter& each, const std::vector<camera_figu
   return all;
 }
 
-MetricFamily intervals_of(const std::vector<camera_figures>& cameras) {
+MetricFamily intervals_of(const std::vector<camera_snapshot>& cameras) {
   MetricFamily all = family("frame_interval_seconds", "Time between the arrivals of two frames of a run.",
                             MetricType::Histogram);
-  for (const camera_figures& camera : cameras) {
+  for (const camera_snapshot& camera : cameras) {
     ClientMetric metric;
     metric.label = {{"camera", printable(camera.serial)}};
     metric.histogram.sample_count = camera.intervals.count();
@@ -184,7 +184,7 @@ MetricFamily intervals_of(const std::vector<camera_figures>& cameras) {
 
 }  // namespace
 
-std::string metrics_text(const std::vector<camera_figures>& cameras) {
+std::string metrics_text(const std::vector<camera_snapshot>& cameras) {
   std::vector<MetricFamily> families;
   for (const figure& each : kFigures) {
     families.push_back(family_of(each, cameras));

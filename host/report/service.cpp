@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "host/acquire/monitor.h"
+#include "host/acquire/steady_time.h"
 
 namespace host {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/acquire/monitor.h"
+#include "host/acquire/camera_status.h"
 #include "host/config/config.h"
 #include "host/report/log_tail.h"
 #include "host/web/live/preview.h"
@@ -68,7 +68,7 @@ struct live_camera {
   double againInS = 0;  ///< of a camera that is down: seconds until its device is created again
   double frameRateHz = 0;
   double rateHz = 0;  ///< frames over the last seconds
-  camera_totals totals;
+  camera_status totals;
   std::uint64_t handedOver = 0;
   std::uint64_t longestGapUs = 0;
   std::uint64_t recorded = 0;

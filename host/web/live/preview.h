@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/acquire/camera_status.h"
 #include "host/acquire/frame_taker.h"
-#include "host/acquire/monitor.h"
 #include "host/outputs/frame_writer.h"
 #include "host/web/live/grey_image.h"
 

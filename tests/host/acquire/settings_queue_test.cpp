@@ -88,7 +88,7 @@ TEST(settings_queue, knows_with_which_frame_settings_were_read_back) {
   EXPECT_EQ(outcomes[2].applied, 0U);
   const auto account = queue.account();
   ASSERT_EQ(account.size(), 2U);
-  EXPECT_EQ(account[0].asker + account[1].asker, "ab");
+  EXPECT_EQ(account[0].requester + account[1].requester, "ab");
 }
 
 TEST(settings_queue, names_the_request_that_a_run_did_not_survive) {

@@ -26,7 +26,7 @@ TEST(config, reports_each_mistake_with_line_key_found_and_right) {
   } const cases[] = {
       {"", {"c:1: camera: found nothing, must be at least one [[camera]]"}},
       {"camera = 3", {"c:1: camera: found 3, must be an array of tables, written [[camera]]"}},
-      {"[[camera]\n", {"c:1: line is no valid TOML: "}},
+      {"[[camera]\n", {"c:1: the line is not valid TOML: "}},
       {kCamera + "gian_db = 1",
        {"c:8: camera[1].gian_db: found an unknown key, must be a known one; did you mean 'gain_db'?"}},
       {kCamera + "zzzzzzzzz = 1",

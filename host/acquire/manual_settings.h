@@ -1,6 +1,6 @@
 // Settings that people give a camera by hand, while its configuration's sweeps wait.
-#ifndef HOST_ACQUIRE_HAND_SETTINGS_H
-#define HOST_ACQUIRE_HAND_SETTINGS_H
+#ifndef HOST_ACQUIRE_MANUAL_SETTINGS_H
+#define HOST_ACQUIRE_MANUAL_SETTINGS_H
 
 #include <mutex>
 #include <optional>
@@ -12,18 +12,18 @@
 namespace host {
 
 /// All that is given goes through the camera's queue. From the first of it on until `resume` the sweeps are
-/// held, and a device that is created again gets it again. On any thread; `asker` is for people.
-class hand_settings {
+/// held, and a device that is created again gets it again. On any thread; `requester` is for people.
+class manual_settings {
  public:
   /// `queue` must outlive it.
-  explicit hand_settings(settings_queue& queue) : queue_(queue) {}
+  explicit manual_settings(settings_queue& queue) : queue_(queue) {}
 
-  queue_answer apply(const std::string& asker, const light_settings& settings);
+  queue_answer apply(const std::string& requester, const light_settings& settings);
   /// Back to what was in force before the last settings by hand; refused when there are none.
-  queue_answer undo(const std::string& asker);
+  queue_answer undo(const std::string& requester);
   /// Back to the configuration, and where that leaves a setting out, to what was in force before the first
   /// settings by hand.
-  queue_answer restore(const std::string& asker);
+  queue_answer restore(const std::string& requester);
   /// Lets the sweeps go on. What is in force stays until one changes it.
   void resume();
 
@@ -36,17 +36,17 @@ class hand_settings {
   /// A run starts with the configuration's settings: those by hand are queued again. After
   /// settings_queue::run_started.
   void run_started(const light_settings& configured);
-  /// The camera ended the run over what this asker gave last: it is not given again.
-  void refused(const std::string& asker);
+  /// The camera ended the run over what this requester gave last: it is not given again.
+  void refused(const std::string& requester);
 
  private:
   // One step back: what was in force before, and what had been given by then.
   struct step {
-    std::string asker;
+    std::string requester;
     light_settings before;
     light_settings given;
   };
-  queue_answer give(const std::string& asker, const light_settings& settings);
+  queue_answer give(const std::string& requester, const light_settings& settings);
 
   settings_queue& queue_;
   mutable std::mutex mutex_;

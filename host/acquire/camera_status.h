@@ -1,6 +1,7 @@
-// What is known of one camera while the program runs: written by its acquisition thread, read by everybody.
-#ifndef HOST_ACQUIRE_MONITOR_H
-#define HOST_ACQUIRE_MONITOR_H
+// How one camera is doing: kept by its acquisition's thread, read by the status line, the summary, --stats,
+// the metrics and the live page.
+#ifndef HOST_ACQUIRE_CAMERA_STATUS_H
+#define HOST_ACQUIRE_CAMERA_STATUS_H
 
 #include <array>
 #include <atomic>
@@ -13,11 +14,9 @@
 #include "host/acquire/frame_taker.h"
 #include "host/acquire/intervals.h"
 #include "host/acquire/loss.h"
+#include "host/acquire/steady_time.h"
 
 namespace host {
-
-/// Microseconds of the monotonic clock: the clock of all arrival times here.
-std::uint64_t steady_us();
 
 /// Why a device could not be created, or why its run failed.
 enum class failure_reason : std::uint8_t {
@@ -31,7 +30,10 @@ enum class failure_reason : std::uint8_t {
 };
 constexpr std::size_t kFailureReasons = 7;
 
-struct camera_totals {
+/// Degrees Celsius; none for what the bundle gives when it read none.
+std::optional<float> temperature_of(float sensorTempC);
+
+struct camera_status {
   std::uint64_t frames = 0;       ///< arrived
   std::uint64_t missed = 0;       ///< should have come and did not, see missed_frames
   std::uint64_t silentWaits = 0;  ///< waits that brought no usable frame
@@ -54,9 +56,9 @@ struct camera_totals {
   std::string givenUp;        ///< why no device is created any more; empty: it is
 };
 
-class camera_monitor {
+class camera_status_keeper {
  public:
-  // Told by the acquisition thread.
+  // Called by the acquisition's thread only.
   /// Frames are expected so often, microseconds.
   void run_started(double periodUs);
   void run_ended();
@@ -76,14 +78,14 @@ class camera_monitor {
 
   /// Frames missed until the last one arrived, see missed_frames.
   std::uint64_t missed() const;
-  camera_totals totals() const;
+  camera_status now() const;
   interval_histogram histogram() const;
   /// Grows as long as the camera's thread is alive.
   std::uint64_t activity() const { return activity_.load(std::memory_order_relaxed); }
 
  private:
   mutable std::mutex mutex_;
-  camera_totals totals_;
+  camera_status status_;
   missed_frames missed_;
   stream_health health_;
   interval_histogram intervals_;

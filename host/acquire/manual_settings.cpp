@@ -1,4 +1,4 @@
-#include "host/acquire/hand_settings.h"
+#include "host/acquire/manual_settings.h"
 
 #include <optional>
 
@@ -28,10 +28,10 @@ light_settings changes(light_settings wanted, const light_settings& now) {
 
 }  // namespace
 
-queue_answer hand_settings::apply(const std::string& asker, const light_settings& settings) {
+queue_answer manual_settings::apply(const std::string& requester, const light_settings& settings) {
   const std::lock_guard lock(mutex_);
-  const step back{asker, queue_.in_force(), given_};
-  queue_answer answer = give(asker, settings);
+  const step back{requester, queue_.in_force(), given_};
+  queue_answer answer = give(requester, settings);
   if (answer.reasons.empty()) {
     first_ = first_.value_or(back.before);
     given_ = merged(given_, settings);
@@ -43,12 +43,12 @@ queue_answer hand_settings::apply(const std::string& asker, const light_settings
   return answer;
 }
 
-queue_answer hand_settings::undo(const std::string& asker) {
+queue_answer manual_settings::undo(const std::string& requester) {
   const std::lock_guard lock(mutex_);
   if (steps_.empty()) {
     return {0, {"nothing was applied by hand that could be undone"}};
   }
-  queue_answer answer = give(asker, changes(steps_.back().before, queue_.in_force()));
+  queue_answer answer = give(requester, changes(steps_.back().before, queue_.in_force()));
   if (answer.reasons.empty()) {
     given_ = merged(given_, steps_.back().before);
     steps_.pop_back();
@@ -56,11 +56,11 @@ queue_answer hand_settings::undo(const std::string& asker) {
   return answer;
 }
 
-queue_answer hand_settings::restore(const std::string& asker) {
+queue_answer manual_settings::restore(const std::string& requester) {
   const std::lock_guard lock(mutex_);
-  const step back{asker, queue_.in_force(), given_};
+  const step back{requester, queue_.in_force(), given_};
   const light_settings wanted = merged(first_.value_or(light_settings{}), configured_);
-  queue_answer answer = give(asker, changes(wanted, back.before));
+  queue_answer answer = give(requester, changes(wanted, back.before));
   if (answer.reasons.empty()) {
     first_ = first_.value_or(back.before);
     given_ = {};
@@ -69,43 +69,43 @@ queue_answer hand_settings::restore(const std::string& asker) {
   return answer;
 }
 
-queue_answer hand_settings::give(const std::string& asker, const light_settings& settings) {
-  queue_answer answer = queue_.add(asker, settings);
+queue_answer manual_settings::give(const std::string& requester, const light_settings& settings) {
+  queue_answer answer = queue_.add(requester, settings);
   if (answer.reasons.empty()) {
-    LOG(3, "%s: %s", asker.c_str(), settings_text(settings).c_str());
+    LOG(3, "%s: %s", requester.c_str(), settings_text(settings).c_str());
   }
   return answer;
 }
 
-void hand_settings::resume() {
+void manual_settings::resume() {
   const std::lock_guard lock(mutex_);
   given_ = {};
   steps_.clear();
   first_.reset();
 }
 
-bool hand_settings::are_sweeps_held() const {
+bool manual_settings::are_sweeps_held() const {
   const std::lock_guard lock(mutex_);
   return first_.has_value();
 }
 
-bool hand_settings::can_undo() const {
+bool manual_settings::can_undo() const {
   const std::lock_guard lock(mutex_);
   return !steps_.empty();
 }
 
-light_settings hand_settings::configured() const {
+light_settings manual_settings::configured() const {
   const std::lock_guard lock(mutex_);
   return configured_;
 }
 
-light_settings hand_settings::restored() const {
+light_settings manual_settings::restored() const {
   const std::lock_guard lock(mutex_);
   return merged(first_.value_or(light_settings{}), configured_);
 }
 
 // The gamma of the configuration is given as well: the sweep that would set it is held.
-void hand_settings::run_started(const light_settings& configured) {
+void manual_settings::run_started(const light_settings& configured) {
   const std::lock_guard lock(mutex_);
   configured_ = configured;
   const light_settings again = merged({.gamma = configured.gamma}, given_);
@@ -114,9 +114,9 @@ void hand_settings::run_started(const light_settings& configured) {
   }
 }
 
-void hand_settings::refused(const std::string& asker) {
+void manual_settings::refused(const std::string& requester) {
   const std::lock_guard lock(mutex_);
-  if (!steps_.empty() && steps_.back().asker == asker) {
+  if (!steps_.empty() && steps_.back().requester == requester) {
     given_ = steps_.back().given;
     steps_.pop_back();
   }

@@ -4,7 +4,9 @@
 #include <nlohmann/json.hpp>
 
 #include "host/report/metrics.h"
-#include "host/report/status.h"
+#include "host/report/stats_line.h"
+#include "host/report/status_line.h"
+#include "host/report/summary.h"
 #include "tests/host/support.h"
 #include "tests/program.h"
 
@@ -13,26 +15,26 @@ namespace {
 using tests::has;
 using tests::info_of;
 
-TEST(status, figures_become_lines) {
+TEST(texts, show_what_a_camera_does) {
   host::camera_slot slot("A\"B\xff");
-  slot.monitor.run_started(33'333);
+  slot.status.run_started(33'333);
   camera_extension_health_record record{};
   record.frames_dropped = 4;
   record.frame_id = 9;
-  slot.monitor.health(record);
-  slot.monitor.arrived(host::steady_us() - 250'000, 41.23F);
+  slot.status.health(record);
+  slot.status.arrived(host::steady_us() - 250'000, 41.23F);
   record.frame_id = 12;
-  slot.monitor.health(record);
-  slot.monitor.arrived(host::steady_us() - 100'000, 41.23F);
-  slot.monitor.handed_over(info_of(4, 4));
-  slot.monitor.failed(host::failure_reason::silence);
-  const host::camera_figures figures = host::figures_of(slot, nullptr, nullptr);
-  const std::string line = host::status_line(figures, {30.04, 1.5e6});
+  slot.status.health(record);
+  slot.status.arrived(host::steady_us() - 100'000, 41.23F);
+  slot.status.handed_over(info_of(4, 4));
+  slot.status.failed(host::failure_reason::silence);
+  const host::camera_snapshot now = host::snapshot_of(slot, nullptr, nullptr);
+  const std::string line = host::status_line(now, {30.04, 1.5e6});
   EXPECT_TRUE(has(line, "#2 30.0/s missed 2 gap 10") && has(line, "5000us 6.0dB 41.2C")) << line;
-  const std::string summary = host::summary(figures, {});
+  const std::string summary = host::summary(now, {});
   EXPECT_TRUE(has(summary, "2 missed, 0 silent waits") && has(summary, "lost: 4 found no free buffer"))
       << summary;
-  const std::string metrics = host::metrics_text({figures});
+  const std::string metrics = host::metrics_text({now});
   for (const char* expected :
        {"\nmediagrabber_exposure_seconds{camera=\"A\\\"B", "# TYPE mediagrabber_frames_total counter\n",
         "\"} 0.0050005", "reason=\"dropped\"} 4\n", "reason=\"silence\"} 1\n", "reason=\"setting\"} 0\n",
@@ -40,7 +42,7 @@ TEST(status, figures_become_lines) {
     EXPECT_TRUE(has(metrics, expected)) << expected << metrics;
   }
   for (const char* bundle : {"", "no json", R"({"stat": {"temp": 1}})"}) {
-    const auto json = nlohmann::json::parse(host::stats_line(figures, {}, bundle));
+    const auto json = nlohmann::json::parse(host::stats_line(now, {}, bundle));
     EXPECT_EQ(json["stream"]["frames_dropped"], 4);
     EXPECT_EQ(json["bundle"].type_name(), std::string(*bundle == '\0'  ? "null"
                                                       : *bundle == 'n' ? "string"

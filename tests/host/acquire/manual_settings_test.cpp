@@ -1,5 +1,5 @@
 // Settings by hand: what is undone, what a new device gets again, and when the sweeps go on.
-#include "host/acquire/hand_settings.h"
+#include "host/acquire/manual_settings.h"
 #include "host/acquire/sweeps.h"
 
 #include <gtest/gtest.h>
@@ -10,13 +10,13 @@ using host::light_settings;
 
 const light_settings kConfigured = {.exposureUs = 5000.0F, .gamma = 2.0F, .irLevel = 0};
 
-class hand_settings : public testing::Test {
+class manual_settings : public testing::Test {
  protected:
-  hand_settings() { start(); }
+  manual_settings() { start(); }
 
   void start() {
     queue.run_started({}, kConfigured, {.gainDb = host::setting_range{0, 24}});
-    byHand.run_started(kConfigured);
+    manual.run_started(kConfigured);
     queue.handed_over(
         {.timestampUs = 0, .exposureUs = 5000, .gainDb = 3, .width = 1, .height = 1, .format = 1}, 1);
   }
@@ -30,50 +30,50 @@ class hand_settings : public testing::Test {
   }
 
   host::settings_queue queue;
-  host::hand_settings byHand{queue};
+  host::manual_settings manual{queue};
 };
 
-TEST_F(hand_settings, are_undone_one_by_one_and_together) {
-  EXPECT_FALSE(byHand.undo("A").reasons.empty());
-  byHand.apply("A", {.gainDb = 6.0F});
-  byHand.apply("B", {.exposureUs = 100.0F, .irLevel = 1});
-  EXPECT_EQ(byHand.apply("B", {.gainDb = 25.0F}).reasons.size(), 1U) << "refused: nothing to undo";
+TEST_F(manual_settings, are_undone_one_by_one_and_together) {
+  EXPECT_FALSE(manual.undo("A").reasons.empty());
+  manual.apply("A", {.gainDb = 6.0F});
+  manual.apply("B", {.exposureUs = 100.0F, .irLevel = 1});
+  EXPECT_EQ(manual.apply("B", {.gainDb = 25.0F}).reasons.size(), 1U) << "refused: nothing to undo";
   camera_gets();
-  byHand.undo("A");
+  manual.undo("A");
   EXPECT_EQ(camera_gets(), (light_settings{.exposureUs = 5000, .irLevel = 0})) << "gain stays as it is";
-  byHand.undo("A");
+  manual.undo("A");
   EXPECT_EQ(camera_gets().gainDb, 3.0F) << "as the frames had it before";
-  EXPECT_FALSE(byHand.can_undo());
-  byHand.apply("A", {.gainDb = 9.0F, .gamma = 1.0F});
+  EXPECT_FALSE(manual.can_undo());
+  manual.apply("A", {.gainDb = 9.0F, .gamma = 1.0F});
   camera_gets();
-  byHand.restore("A");
+  manual.restore("A");
   EXPECT_EQ(camera_gets(), (light_settings{.gainDb = 3, .exposureUs = 5000, .gamma = 2, .irLevel = 0}));
-  byHand.undo("A");
+  manual.undo("A");
   EXPECT_EQ(camera_gets().gainDb, 9.0F) << "the way back can be undone, too";
 }
 
-TEST_F(hand_settings, are_given_again_to_a_new_device_until_the_sweeps_go_on) {
-  EXPECT_FALSE(byHand.are_sweeps_held());
-  byHand.apply("A", {.gainDb = 6.0F});
-  byHand.apply("A", {.exposureUs = 100.0F});
-  EXPECT_TRUE(byHand.are_sweeps_held());
+TEST_F(manual_settings, are_given_again_to_a_new_device_until_the_sweeps_go_on) {
+  EXPECT_FALSE(manual.are_sweeps_held());
+  manual.apply("A", {.gainDb = 6.0F});
+  manual.apply("A", {.exposureUs = 100.0F});
+  EXPECT_TRUE(manual.are_sweeps_held());
   start();
   EXPECT_EQ(camera_gets(), (light_settings{.gainDb = 6, .exposureUs = 100, .gamma = 2, .irLevel = 0}));
-  byHand.restore("A");
+  manual.restore("A");
   start();
   EXPECT_EQ(camera_gets(), (light_settings{.exposureUs = 5000, .gamma = 2, .irLevel = 0}));
-  EXPECT_TRUE(byHand.are_sweeps_held());
-  byHand.resume();
+  EXPECT_TRUE(manual.are_sweeps_held());
+  manual.resume();
   start();
   EXPECT_EQ(queue.take(1), std::nullopt);
-  EXPECT_FALSE(byHand.are_sweeps_held());
+  EXPECT_FALSE(manual.are_sweeps_held());
 }
 
-TEST_F(hand_settings, that_ended_the_device_are_not_given_again) {
-  byHand.apply("A", {.gainDb = 6.0F});
-  byHand.apply("B", {.exposureUs = 100.0F});
-  byHand.refused("A");
-  byHand.refused("B");
+TEST_F(manual_settings, that_ended_the_device_are_not_given_again) {
+  manual.apply("A", {.gainDb = 6.0F});
+  manual.apply("B", {.exposureUs = 100.0F});
+  manual.refused("A");
+  manual.refused("B");
   start();
   EXPECT_EQ(camera_gets(), (light_settings{.gainDb = 6, .exposureUs = 5000, .gamma = 2, .irLevel = 0}));
 }
