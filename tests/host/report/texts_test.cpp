@@ -24,13 +24,17 @@ TEST(texts, show_what_a_camera_does) {
   slot.status.health(record);
   slot.status.arrived(host::steady_us() - 250'000, 41.23F);
   record.frame_id = 12;
+  record.transport = camera_extension_udp;
+  record.packets_lost = 3;
+  record.packets_received_again = 120;
   slot.status.health(record);
   slot.status.arrived(host::steady_us() - 100'000, 41.23F);
   slot.status.handed_over(info_of(4, 4));
   slot.status.failed(host::failure_reason::silence);
   const host::camera_snapshot now = host::snapshot_of(slot, nullptr, nullptr);
   const std::string line = host::status_line(now, {30.04, 1.5e6});
-  EXPECT_TRUE(has(line, "#2 30.0/s missed 2 gap 10") && has(line, "5000us 6.0dB 41.2C")) << line;
+  EXPECT_TRUE(has(line, "#2 30.0/s missed 2 packets lost 3 again 120 gap 10")) << line;
+  EXPECT_TRUE(has(line, "5000us 6.0dB 41.2C")) << line;
   const std::string summary = host::summary(now, {});
   EXPECT_TRUE(has(summary, "2 missed, 0 silent waits") && has(summary, "lost: 4 found no free buffer"))
       << summary;
