@@ -18,7 +18,8 @@ std::uint64_t nowIn(std::uint64_t unitsPerSec) {
          static_cast<std::uint64_t>(time.tv_nsec) / (kNsecPerSec / unitsPerSec);
 }
 
-// Stays at the end of time where the amount leads beyond it, so that "for ever" never means the past.
+// An amount that leads beyond the last second of a time_t ends there, so that "for ever" never means the
+// past.
 timespec nowPlus(std::uint64_t amount, std::uint64_t unitsPerSec) {
   const timespec time = now();
   const std::uint64_t nsec =

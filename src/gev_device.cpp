@@ -13,20 +13,20 @@ namespace {
 
 using config_view = table<property, table_like>;
 
-// Reported beside the exception that ended a construction, by kind of exception.
+// Logged after the exception that ended a construction: one status for each kind of exception.
 constexpr int kGevStatusNodeMap = -3;
 constexpr int kGevStatusStandard = -14;
 
 constexpr std::uint32_t kTickFrequencyDefaultHz = 1'000'000'000;
 
-constexpr double kGammaTolerance = 0.01;      // beyond the camera's range, still asked for
-constexpr float kGammaOffTolerance = 0.001F;  // around 1.0, means off
+constexpr double kGammaTolerance = 0.01;      // how far beyond the camera's range a gamma is still passed on
+constexpr float kGammaOffTolerance = 0.001F;  // how far from 1.0 a gamma still means off
 
 constexpr std::uint32_t kWaitMs = 1000;
 constexpr std::uint32_t kFrameFormatMono8 = 1;
 constexpr std::int32_t kRunFailed = 1;  // looks like SIGHUP to the host, which then starts over
 
-constexpr float kSensorTempMinC = -300.0F;  // what is not above is no temperature
+constexpr float kSensorTempMinC = -300.0F;  // at or below it there is no reading
 
 }  // namespace
 
@@ -117,8 +117,8 @@ void device::setupCamSweepGamma(table_like* config, bool restart, bool* frameSto
   }
 }
 
-// The LUT is changed only while no frames flow. Of all the changes of one set-up the first stops the
-// transfer, and the set-up starts it again at its end.
+// The LUT is changed only while no frames flow. The first change of a set-up stops the transfer; the end of
+// the set-up starts it again.
 void device::stopForChange(bool restart, bool* frameStopped) {
   if (restart && !*frameStopped) {
     camera->stopGrabber();
@@ -130,12 +130,12 @@ void device::stopForChange(bool restart, bool* frameStopped) {
 struct device::acquisition {
   std::uint64_t startUs;              // realtime clock just before the transfer was started
   std::uint32_t passes = 0;           // waits that have returned
-  std::uint64_t accepted = 0;         // frames that have arrived
+  std::uint64_t frames = 0;           // that have arrived
   std::int32_t lagUs = 0;             // how late the first of them was
   std::uint64_t nextTimestampUs = 0;  // estimate for the next frame
 };
 
-// The camera's transfer, from start to the end of the run, whichever way that comes.
+// The camera's transfer for the length of a run, however the run ends.
 class device::transfer {
  public:
   transfer(camera_api& camera, const acquisition& run) : camera_(camera), run_(run) {
@@ -198,7 +198,7 @@ std::int32_t device::takeFrame(acquisition& run, caller where) {
   }
   announceFrame();
   const std::uint64_t nowUs = Time__GetTimeUsec();
-  if (++run.accepted == 1) {
+  if (++run.frames == 1) {
     run.lagUs = firstFrameLagUs(run, *frame, nowUs);
   } else {
     handOver(run, *frame);
@@ -255,8 +255,10 @@ std::int32_t device::takePendingSignal(caller where) {
   return signal;
 }
 
-// How much later the first frame came than one frame period a wait after the start. A camera that gives its
-// timestamp only in halves says itself how old the frame is. All in 32-bit arithmetic, which may wrap around.
+// How much later the first frame came than expected: one frame period after the start for every wait before
+// it. At 25 Hz, a first frame that came 83,000 us after the start, in the second wait, has a lag of 43,000
+// us. When a camera gives its timestamp in two halves only, the lag is exposure time plus timestamp. The
+// arithmetic has 32 bits and may wrap around.
 std::int32_t device::firstFrameLagUs(const acquisition& run, const GEV_BUFFER_OBJECT& frame,
                                      std::uint64_t nowUs) {
   const std::uint64_t whole = frame.timestamp;

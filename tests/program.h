@@ -53,7 +53,7 @@ class program {
       argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    for (const auto& old : {out_, error_}) {  // what a program before it said
+    for (const auto& old : {out_, error_}) {  // the output of an earlier program
       std::filesystem::remove(old);
     }
     int input[2] = {-1, -1};
@@ -86,7 +86,7 @@ class program {
   void type(const std::string& line) const {
     EXPECT_EQ(write(input_, (line + "\n").data(), line.size() + 1), static_cast<ssize_t>(line.size() + 1));
   }
-  // Waits until it has said that so often.
+  // Waits until its output contains the text so many times.
   bool says(const std::string& text, std::size_t times = 1) const {
     return until([&] { return count(out() + error(), text) >= times; });
   }
@@ -113,11 +113,11 @@ class program {
   // Sends the signal and gives the seconds until the program has ended, with that exit code or, without one,
   // with any.
   double end(int number, std::optional<int> exitCode = 0) {
-    const auto asked = clock_type::now();
+    const auto start = clock_type::now();
     signal(number);
     const int code = wait();
     EXPECT_EQ(code, exitCode.value_or(code)) << error();
-    return std::chrono::duration<double>(clock_type::now() - asked).count();
+    return std::chrono::duration<double>(clock_type::now() - start).count();
   }
   std::string out() const { return content(out_); }
   std::string error() const { return content(error_); }

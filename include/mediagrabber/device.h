@@ -27,7 +27,7 @@ enum pending_signal : std::int32_t {
   kPENDING_SIGNAL__SIGTERM = 2  ///< end the run, which returns 2
 };
 
-/// What is known of a frame. 24 bytes, little-endian.
+/// What a frame has beside its pixels. 24 bytes, little-endian.
 struct cam_frame_info {
   std::uint64_t timestampUs;  ///< estimated time of the frame, microseconds of the realtime clock
   float exposureUs;           ///< exposure time when the frame was handed over, microseconds

@@ -42,9 +42,9 @@ enum class property : std::uint8_t {
 
   // IR outputs, read once, when a device is created.
 
-  /// int64: number of IR outputs. Absent, 0 or negative: none, and the rows below are not read. A column is 8
-  /// bits
-  /// wide, so that from the 257th output on the columns come round again: number 256 is read from column 0.
+  /// int64: number of IR outputs. Absent, 0 or negative: none, and the rows below are not read. A column is
+  /// 8 bits wide: from the 257th output on the columns come round again, and output 256 is read from column
+  /// 0.
   PIN_COUNT = 13,
   /// int64: camera output line of the pin: 5 is "Line3", 6 is "Line4". Required for every pin.
   PINx_REF = 14,

@@ -31,12 +31,12 @@ bool hasEntry(GenApi::IEnumeration& enumeration, const char* name) {
   return entry != nullptr && entry->GetAccessMode() != GenApi::NI;
 }
 
-bool isAt(GenApi::IEnumeration& enumeration, const char* name) {
+bool isSelected(GenApi::IEnumeration& enumeration, const char* name) {
   GenApi::IEnumEntry* entry = enumeration.GetCurrentEntry(false, false);
   return entry != nullptr && entry->ToString(false, false) == name;
 }
 
-// What `read` gives; nothing when the camera does not answer.
+// The result of `read`; nothing when the camera does not answer.
 template <class Read>
 auto readIfAnswered(Read read) -> std::optional<decltype(read())> {
   try {
@@ -124,7 +124,7 @@ void camera_handle::close() {
 
 camera_api::camera_api(GEV_DEVICE_INTERFACE* device, table_like* config)
     : irBox(this, config),
-      exposure{connected(device), config_view(config)},  // in this order: braces, not parentheses
+      exposure{open(device), config_view(config)},  // braces: arguments are evaluated in this order
       fps(this, config_view(config)),
       gain(this, config_view(config)),
       gamma(this, config_view(config)),
@@ -134,7 +134,7 @@ camera_api::camera_api(GEV_DEVICE_INTERFACE* device, table_like* config)
 }
 
 // Stands between the IR box, which is built without the camera, and the controls, which need it open.
-camera_api* camera_api::connected(GEV_DEVICE_INTERFACE* device, caller where) {
+camera_api* camera_api::open(GEV_DEVICE_INTERFACE* device, caller where) {
   LOG_FROM(where, 4, "exec");
   if (!handle.open(device)) {
     LOG_FROM(where, 1, "fail: GevOpenCamera");
@@ -248,8 +248,8 @@ void camera_api::setBrightnessMode() {
   mode->FromString("Off", true);
 }
 
-// A flaky sensor must not end a run: each read that fails is no reading. A refused write is a fault of the
-// set-up.
+// A flaky sensor must not end a run: a read that fails is no reading. A refused write is a fault of the
+// set-up, and passes.
 float camera_api::getSensorTempC() const {
   constexpr const char* kInternal = "Internal";
   auto* selector = findNode<GenApi::IEnumeration>(*nodeMap, "DeviceTemperatureSelector");
@@ -257,7 +257,7 @@ float camera_api::getSensorTempC() const {
       !readIfAnswered([&] { return hasEntry(*selector, kInternal); }).value_or(false)) {
     return kNoSensorTempC;
   }
-  const std::optional<bool> selected = readIfAnswered([&] { return isAt(*selector, kInternal); });
+  const std::optional<bool> selected = readIfAnswered([&] { return isSelected(*selector, kInternal); });
   if (!selected) {
     return kNoSensorTempC;
   }

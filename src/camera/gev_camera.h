@@ -89,7 +89,7 @@ class camera_api : public param_provider_like {
   sensor_api sensor;
 
  private:
-  camera_api* connected(GEV_DEVICE_INTERFACE* device, caller where = caller::here());
+  camera_api* open(GEV_DEVICE_INTERFACE* device, caller where = caller::here());
 };
 
 /// Connects to the camera whose serial number is in DEV_SERIAL of `config`. unsupported_error for a null

@@ -26,8 +26,8 @@ class fps_api {
 
   frame_rate_param frameRate;
   float fps = 0;  ///< as the camera accepted it, frames per second
-  std::uint32_t periodUs =
-      0;  ///< 1,000,000 / fps, rounded to whole microseconds; without meaning at a rate of 0
+  /// 1,000,000 / fps, rounded to whole microseconds; without meaning at a rate of 0.
+  std::uint32_t periodUs = 0;
 };
 
 }  // namespace Zavik::Support::MediaGrabber::Gigev2

@@ -11,7 +11,7 @@
 
 namespace Zavik::Support::MediaGrabber::Gigev2 {
 
-/// "Gain", a linear factor, of the entry that "GainSelector" stands at.
+/// "Gain", a linear factor, of the entry that "GainSelector" selects.
 class manual_gain_param : public rw_float_param {
  public:
   explicit manual_gain_param(param_provider_like* provider) : rw_float_param(provider, "Gain") {}

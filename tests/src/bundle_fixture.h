@@ -1,4 +1,5 @@
-// What the tests share: the configuration of a camera, a host, and a transcript of all that a run did.
+// What tests of core, bundle and simulated cameras share: the configuration of a camera, a host, and a
+// transcript of what happened in a run.
 #ifndef TESTS_SRC_BUNDLE_FIXTURE_H
 #define TESTS_SRC_BUNDLE_FIXTURE_H
 
