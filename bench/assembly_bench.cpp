@@ -40,9 +40,9 @@ class lender final : public gige::frame_owner {
   std::uint8_t* lend() override { return pixels_[++lent_ % pixels_.size()].data(); }
   void take_back(std::uint8_t* /*place*/) override {}
   void end(const gige::ended_frame& /*frame*/) override {}
-  void request(const gige::resend_request& packets) override { asked.push_back(packets.first); }
+  void request(const gige::resend_request& packets) override { requested.push_back(packets.first); }
 
-  std::vector<std::uint32_t> asked;
+  std::vector<std::uint32_t> requested;
 
  private:
   std::array<std::vector<std::uint8_t>, 32> pixels_;
@@ -99,11 +99,11 @@ void frame_of_packets(benchmark::State& state) {
     packets.number_frame(id);
     now += std::chrono::milliseconds(10);
     state.ResumeTiming();
-    for (std::uint32_t next = 0; next < packets.count() || !owner.asked.empty();) {
+    for (std::uint32_t next = 0; next < packets.count() || !owner.requested.empty();) {
       const std::size_t room = how == way::copied ? places.size() : assembler.predict(places);
       batch.clear();
-      for (; !owner.asked.empty() && batch.size() < room; owner.asked.pop_back()) {
-        batch.push_back(packets.at(owner.asked.back()));
+      for (; !owner.requested.empty() && batch.size() < room; owner.requested.pop_back()) {
+        batch.push_back(packets.at(owner.requested.back()));
       }
       for (; next < packets.count() && batch.size() < room; ++next) {
         if (how != way::inPlaceWithLoss || next % 100 != 50) {

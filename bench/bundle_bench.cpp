@@ -1,8 +1,8 @@
 // What the bundle costs beside the camera's own traffic: its loop against a bare one that makes the same
 // calls.
 //
-// The simulated cameras deliver a frame whenever one is asked for and draw it once, so that almost nothing
-// but the calls themselves is in the measurement.
+// The simulated cameras draw one frame and deliver it at every wait, so that almost nothing but the calls
+// themselves is in the measurement.
 #include <benchmark/benchmark.h>
 #include <gevapi.h>
 #include <mediagrabber/bundle.h>

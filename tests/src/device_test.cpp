@@ -91,7 +91,7 @@ TEST_F(device, defaults_the_tick_frequency) {
   EXPECT_THAT(creation(configuration()), HasSubstr(frequency("1000000000")));
 }
 
-// Catches an exception that is not converted or told, and a device or camera that is left behind.
+// Catches an exception that is not converted or not logged, and a device or camera that is left behind.
 TEST_F(device, is_not_created_when_a_step_fails) {
   const std::string chain = "1 gev_driver.Driver__CreateDevice: fail\n";
   struct {
@@ -148,7 +148,7 @@ TEST_F(device, applies_the_gamma_rule) {
     EXPECT_EQ(feature("lutMode"), c.mode);
     made->destroy();
   }
-  // Inside the margin it is asked for; the camera, which has none, refuses it.
+  // Inside the margin it is passed on; the camera, which has no margin, refuses it.
   EXPECT_EQ(create(configuration().set(property::VS_SWEEP_MANUAL_GAMMA, 2.005F)), nullptr);
   EXPECT_THAT(logged(), HasSubstr("fail: exception <OutOfRangeException: gammaCorrection"));
 }
@@ -352,7 +352,7 @@ TEST_F(acquisition, ends_on_a_failure) {
   made->destroy();
 }
 
-// Catches a silent camera that is waited for otherwise than a second at a time, or asked for a signal.
+// Catches waits for a silent camera that do not last a second each, and a host that is asked for a signal meanwhile.
 TEST_F(acquisition, waits_for_a_silent_camera) {
   sim::inject("GevStartTransfer: status -1");
   int waits = 0;
@@ -405,7 +405,7 @@ TEST_F(acquisition, reports_the_temperature) {
   made->destroy();
 }
 
-// Catches state that the statistics share with the run without being told (under the thread sanitizer).
+// Catches state that statistics and run share without synchronisation (under the thread sanitizer).
 TEST_F(acquisition, reports_statistics_while_it_runs) {
   sim::journal(nullptr);
   mg::device_like* made = create(configuration());

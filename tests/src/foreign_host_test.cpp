@@ -186,7 +186,7 @@ std::string output(const std::string& command) {
   return text;
 }
 
-// Catches a symbol that slips out, and a library that is needed without having been asked for.
+// Catches a symbol that slips out, and a dependency that nobody wanted.
 TEST(foreign_host, finds_three_symbols_and_no_dependency_but_the_two_libraries) {
   EXPECT_EQ(output("nm -D --defined-only --format=just-symbols " BUNDLE_LIBRARY " | sort"),
             "MgBundleCreateDevice\nMgBundleFini\nMgBundleInit\n");

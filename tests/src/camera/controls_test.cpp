@@ -108,7 +108,7 @@ TEST_F(controls, set_window_and_rotation) {
   EXPECT_EQ(writes(), "OffsetX=64 ");
 }
 
-// Catches a row that is not required, or asked for in another order.
+// Catches a row that is not required, or read in another order.
 TEST_F(controls, require_every_row_of_the_window) {
   settings rows = configuration();
   for (const auto& [row, name] :
