@@ -45,8 +45,7 @@ TEST(time_helpers, tell_the_realtime_clock) {
   for (const auto& [fill, amount, until] : cases) {
     timespec filled{};
     fill(&filled, amount);
-    EXPECT_TRUE(filled.tv_sec == until.tv_sec && filled.tv_nsec == until.tv_nsec)
-        << amount << ": " << filled.tv_sec << " " << filled.tv_nsec;
+    EXPECT_EQ(std::pair(filled.tv_sec, filled.tv_nsec), std::pair(until.tv_sec, until.tv_nsec)) << amount;
   }
   pretendedTime.reset();
 }
