@@ -11,7 +11,7 @@ using gige_protocol::message;
 
 constexpr std::size_t mostWaiting = 1000;
 constexpr camera_time pendingPeriod = std::chrono::milliseconds(500);
-constexpr std::uint16_t pendingMs = 1000;  // what a PENDING_ACK asks for
+constexpr std::uint16_t pendingMs = 1000;  // the time that a PENDING_ACK asks the client to wait
 
 // Whether a command reads or writes a byte from `first` to `last`.
 bool touches(const gige_protocol::command& request, register_address first, register_address last) {
@@ -45,7 +45,7 @@ void answer_queue::put(const endpoint& to, byte_view command, const message& ans
     return;
   }
   const auto request = gige_protocol::parse_command(command);
-  waiting each{{to, faults.isGarbage ? noise(answer.size()) : answer},
+  waiting each{{to, faults.isGarbage ? random_bytes(answer.size()) : answer},
                request ? request->id : std::uint16_t{0},
                now,
                {}};
@@ -56,8 +56,8 @@ void answer_queue::put(const endpoint& to, byte_view command, const message& ans
   waiting_.push_back(each);
 }
 
-std::vector<answer_queue::parcel> answer_queue::take_due(camera_time now) {
-  std::vector<parcel> due;
+std::vector<answer_queue::datagram> answer_queue::take_due(camera_time now) {
+  std::vector<datagram> due;
   for (waiting& each : waiting_) {
     if (each.due <= now) {
       due.push_back(each.answer);
@@ -79,7 +79,7 @@ std::optional<camera_time> answer_queue::next_due() const {
   return next;
 }
 
-message answer_queue::noise(std::size_t size) {
+message answer_queue::random_bytes(std::size_t size) {
   message result;
   for (std::size_t byte = 0; byte < size; ++byte) {
     result.put(static_cast<std::uint8_t>(random_() >> 8U));

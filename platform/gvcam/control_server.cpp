@@ -25,10 +25,10 @@ constexpr std::uint32_t smallestPacket = 576;
 constexpr std::uint32_t largestPacket = 65532;
 
 // The client of `set_occupied`. No datagram comes from there.
-constexpr endpoint nobody{0, 0};
+constexpr endpoint silentClient{0, 0};
 
-// Who has control may be asked by everybody.
-bool tells_who_has_control(register_address at) {
+// Registers that every client can read: they say who has control.
+bool names_controller(register_address at) {
   return at >= standard::controlChannelPrivilege && at <= standard::primaryApplicationIp;
 }
 
@@ -36,7 +36,8 @@ bool is_write(command_code code) {
   return code == command_code::write_register || code == command_code::write_memory;
 }
 
-// Registers of which a client can set some bits only. Those without any do something and read as 0.
+// Registers of which a client can set some bits only. A mask of 0: writing does something, and they read as
+// 0.
 struct writable_bits {
   register_address address;
   std::uint32_t mask;
@@ -57,7 +58,7 @@ std::uint32_t adjusted_packet_size(std::uint32_t wanted) {
   return (wanted & packet_size::doNotFragment) | size / wordSize * wordSize;
 }
 
-// What a register holds after a write; nothing for a value that no frame could be made with.
+// The value that a register takes for a write. Nothing for a size that no frame can have.
 std::optional<std::uint32_t> adjusted(const register_write& wanted, const register_memory& memory) {
   const auto up_to = [&](register_address largest) {
     return wanted.value > 0 && wanted.value <= memory.word(largest) ? std::optional(wanted.value)
@@ -79,7 +80,7 @@ std::optional<std::uint32_t> adjusted(const register_write& wanted, const regist
   }
 }
 
-message refused(const command& request, status why) {
+message refusal(const command& request, status why) {
   return make_acknowledge(acknowledge_of(request.code), request.id, why);
 }
 
@@ -113,7 +114,8 @@ outcome control_server::handle(byte_view datagram, const endpoint& from, camera_
   return result;
 }
 
-// Only the latest command can come again: whoever sends another one has the answer to that before.
+// A client that sends another command has the answer to the one before. So only the latest write can be
+// repeated.
 bool control_server::is_repeated(const endpoint& from, byte_view datagram) {
   if (!lastWrite_ || lastWrite_->from != from) {
     return false;
@@ -126,7 +128,7 @@ bool control_server::is_repeated(const endpoint& from, byte_view datagram) {
 }
 
 bool control_server::expire(camera_time now) {
-  if (!controller_ || *controller_ == nobody) {
+  if (!controller_ || *controller_ == silentClient) {
     return false;
   }
   const std::chrono::milliseconds patience(memory_.word(standard::heartbeatTimeout));
@@ -140,9 +142,9 @@ bool control_server::expire(camera_time now) {
 void control_server::set_occupied(bool occupied) {
   isOccupied_ = occupied;
   if (occupied && !controller_) {
-    grant(nobody, privilege::control);
+    grant(silentClient, privilege::control);
   }
-  if (!occupied && controller_ == nobody) {
+  if (!occupied && controller_ == silentClient) {
     release();
   }
 }
@@ -173,18 +175,19 @@ void control_server::execute(const command& request, const endpoint& from, camer
       result.answer = write_memory(request, from, now, result);
       break;
     default:
-      result.answer = refused(request, status::not_implemented);
+      result.answer = refusal(request, status::not_implemented);
   }
 }
 
 message control_server::discover(const command& request) const {
-  // The registers are as many as a record, so that it can be read.
+  // The registers have the size of a record, so that parsing cannot fail.
   const auto record =
       gige_protocol::parse_discovery(memory_.bytes(standard::version, standard::identitySize));
   return gige_protocol::make_discovery_acknowledge(request.id, *record);
 }
 
-// Broadcast to all cameras; meant for the one with that MAC address, which must not be in use.
+// FORCEIP is broadcast to all cameras. It is for the one with that MAC address, and refused while a client
+// has control.
 void control_server::force_ip(const command& request, outcome& result) const {
   const auto wanted = gige_protocol::parse_force_ip(request.payload);
   const auto own = gige_protocol::parse_discovery(memory_.bytes(standard::version, standard::identitySize));
@@ -192,7 +195,7 @@ void control_server::force_ip(const command& request, outcome& result) const {
     return;
   }
   if (controller_) {
-    result.answer = refused(request, status::access_denied);
+    result.answer = refusal(request, status::access_denied);
   } else {
     result.address = *wanted;
   }
@@ -201,7 +204,7 @@ void control_server::force_ip(const command& request, outcome& result) const {
 message control_server::read_registers(const command& request, const endpoint& from) const {
   const auto addresses = gige_protocol::parse_read_registers(request.payload);
   if (!addresses) {
-    return refused(request, status::invalid_header);
+    return refusal(request, status::invalid_header);
   }
   std::array<std::uint32_t, gige_protocol::mostRegistersRead> values{};
   std::size_t count = 0;
@@ -220,12 +223,12 @@ message control_server::read_registers(const command& request, const endpoint& f
 message control_server::read_memory(const command& request, const endpoint& from) const {
   const auto range = gige_protocol::parse_read_memory(request.payload);
   if (!range) {
-    return refused(request, status::invalid_parameter);
+    return refusal(request, status::invalid_parameter);
   }
   std::array<std::uint8_t, gige_protocol::largestMemoryBlock> room{};
   const auto bytes = std::span(room).first(range->count);
   const status state = read(range->address, bytes, from);
-  return is_error(state) ? refused(request, state)
+  return is_error(state) ? refusal(request, state)
                          : gige_protocol::make_memory(request.id, {range->address, bytes});
 }
 
@@ -233,7 +236,7 @@ message control_server::write_registers(const command& request, const endpoint& 
                                         outcome& result) {
   const auto writes = gige_protocol::parse_write_registers(request.payload);
   if (!writes) {
-    return refused(request, status::invalid_header);
+    return refusal(request, status::invalid_header);
   }
   std::uint16_t count = 0;
   status state = status::success;
@@ -247,10 +250,10 @@ message control_server::write_memory(const command& request, const endpoint& fro
                                      outcome& result) {
   const auto block = gige_protocol::parse_write_memory(request.payload);
   if (!block) {
-    return refused(request, status::invalid_header);
+    return refusal(request, status::invalid_header);
   }
   if (block->bytes.size() % wordSize != 0) {
-    return refused(request, status::bad_alignment);
+    return refusal(request, status::bad_alignment);
   }
   std::uint16_t count = 0;
   status state = status::success;
@@ -265,7 +268,7 @@ message control_server::write_memory(const command& request, const endpoint& fro
 
 status control_server::read(register_address at, std::span<std::uint8_t> to, const endpoint& from) const {
   const bool isExclusive = (memory_.word(standard::controlChannelPrivilege) & privilege::exclusive) != 0;
-  if (isExclusive && controller_ != from && !tells_who_has_control(at)) {
+  if (isExclusive && controller_ != from && !names_controller(at)) {
     return status::access_denied;
   }
   return memory_.read(at, to);
@@ -296,7 +299,7 @@ status control_server::apply(const register_write& wanted, camera_time now, outc
   return status::success;
 }
 
-// Does what a write asks for besides the register's contents.
+// The effects of a write beside the value of the register.
 void control_server::act(const register_write& wanted, camera_time now, outcome& result) {
   switch (wanted.address) {
     case standard::timestampControl:
@@ -353,7 +356,7 @@ void control_server::grant(const endpoint& to, std::uint32_t kind) {
   memory_.set_word(standard::primaryApplicationIp, to.ip);
 }
 
-// Whoever lets go of the camera has no stream any more.
+// The stream ends with control.
 void control_server::release() {
   controller_.reset();
   for (const register_address each :
@@ -365,7 +368,7 @@ void control_server::release() {
     memory_.copy_settings(*powerUp_);
   }
   if (isOccupied_) {
-    grant(nobody, privilege::control);
+    grant(silentClient, privilege::control);
   }
 }
 

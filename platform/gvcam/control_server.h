@@ -1,9 +1,10 @@
-// The control channel of an emulated camera as a function: the bytes of a command in, the bytes of its answer
-// out, and what the rest of the camera has to do about it. No socket and no clock.
+// The control channel of an emulated camera, without socket and clock. A command goes in; its answer comes
+// out, and what the rest of the camera has to do.
 //
-// One client at a time has control: it alone writes registers, and it loses control when it says nothing for
-// its heartbeat time-out. The others may read unless it wants the camera for itself. A command that comes
-// again, because its answer was lost, gets the same answer and is not done again. Junk gets no answer.
+// One client at a time has control. It alone can write registers. It loses control when it sends no command
+// for its heartbeat time-out. Other clients can read, unless its access is exclusive. A command that is sent
+// again, because its answer was lost, gets the same answer and is not executed again. A datagram that is not
+// a command gets no answer.
 #ifndef PLATFORM_GVCAM_CONTROL_SERVER_H
 #define PLATFORM_GVCAM_CONTROL_SERVER_H
 
@@ -17,7 +18,7 @@
 
 namespace gvcam {
 
-// Where a datagram comes from or goes to; 127.0.0.1 is 0x7f000001.
+// Source or destination of a datagram. 127.0.0.1 is 0x7f000001.
 struct endpoint {
   std::uint32_t ip = 0;
   std::uint16_t port = 0;
@@ -28,15 +29,15 @@ struct endpoint {
 // The camera's clock: time since power-up.
 using camera_time = std::chrono::nanoseconds;
 
-// What a command leads to. Where several things are to be done, it is in this order.
+// What the camera has to do after a command, in this order.
 struct outcome {
-  bool isControlLost = false;  // by the client that had it: released, or not heard of for too long
+  bool isControlLost = false;  // the client released it, or its heartbeat failed
   bool isStreamStopped = false;
   bool isStreamStarted = false;
-  unsigned triggers = 0;  // of the software trigger
+  unsigned triggers = 0;  // how many software triggers
   bool wantsTestPacket = false;
   std::optional<gige_protocol::resend_request> resend;
-  // FORCEIP for this camera, which is not answered yet: whether the address can be had is not known here.
+  // FORCEIP for this camera. It has no answer yet, because only sockets show whether the address can be used.
   std::optional<gige_protocol::forced_ip> address;
   std::optional<gige_protocol::message> answer;
 };
@@ -44,24 +45,25 @@ struct outcome {
 // Not for several threads at once.
 class control_server {
  public:
-  // Works on these registers. When control is lost, the settings of `powerUp` come back before anybody else
-  // can have control; nullptr: they stay as they are. Both must outlive it.
+  // `memory` has the registers. When a client loses control, the settings of `powerUp` are restored before
+  // another client can take control; with nullptr they are kept. Both must outlive it.
   control_server(register_memory& memory, const register_memory* powerUp);
 
-  // Does a command. Time must not go back.
+  // Executes a command. `now` must not be earlier than in calls before.
   outcome handle(gige_protocol::byte_view datagram, const endpoint& from, camera_time now);
-  // Takes control away from a client that was not heard of for its heartbeat time-out; true when it did, and
-  // the stream ends with it.
+  // Takes control from a client whose heartbeat time-out is over. True when it did; the stream is then to be
+  // stopped.
   bool expire(camera_time now);
 
-  // Lets a client that never says anything have control, once nobody else has, and ends that.
+  // Occupied: a client that sends nothing takes control as soon as no other client has it, and keeps it. Not
+  // occupied: that client lets go.
   void set_occupied(bool occupied);
 
-  // Since when timestamps count.
+  // When timestamps were 0.
   camera_time clock_start() const { return clockStart_; }
 
  private:
-  struct done_write {
+  struct executed_write {
     endpoint from;
     std::vector<std::uint8_t> command;
     gige_protocol::message answer;
@@ -91,10 +93,10 @@ class control_server {
   register_memory& memory_;
   const register_memory* powerUp_;
   std::optional<endpoint> controller_;
-  bool isOccupied_ = false;  // wanted by `set_occupied`
+  bool isOccupied_ = false;  // see `set_occupied`
   camera_time lastHeard_{};  // of the controller
   camera_time clockStart_{};
-  std::optional<done_write> lastWrite_;
+  std::optional<executed_write> lastWrite_;
 };
 
 }  // namespace gvcam

@@ -1,4 +1,4 @@
-// A frame as the packets of a stream. It stays as it is, so that packets can be sent again.
+// A frame as packets of a GVSP stream. It never changes, so that its packets can be sent again.
 #ifndef PLATFORM_GVCAM_FRAME_H
 #define PLATFORM_GVCAM_FRAME_H
 
@@ -13,8 +13,8 @@ namespace gvcam {
 
 using pixel_memory = std::vector<std::uint8_t>;
 
-// A packet in the order of its bytes: its head (all of it, for leader and trailer), and what it has of the
-// image and of the chunks. Image and chunks belong to the frame.
+// The bytes of a packet, in order: its head, a part of the image, a part of the chunks. Leader and trailer
+// are a head only. Image and chunks belong to the frame.
 struct frame_packet {
   gige_protocol::leader_packet head;
   gige_protocol::byte_view image;
@@ -23,7 +23,7 @@ struct frame_packet {
 
 class frame {
  public:
-  // `pixels` are as many as the settings say. Timestamps are ticks of the camera's clock, nanoseconds.
+  // `pixels` has the image size of the settings. The timestamp is in nanoseconds of the camera's clock.
   frame(const frame_settings& settings, std::uint64_t blockId, std::uint64_t timestamp,
         std::shared_ptr<const pixel_memory> pixels);
 
@@ -31,9 +31,9 @@ class frame {
   std::uint32_t packet_count() const { return payloadPackets_ + 2; }  // with leader and trailer
   std::size_t size() const { return pixels_->size() + chunks_.size(); }
 
-  // The packet of that id, less than `packet_count`; as long as the frame lives.
+  // The packet with that id, which is less than `packet_count`. Valid as long as the frame.
   frame_packet packet(std::uint32_t id) const;
-  // The same, sent again on request.
+  // The same packet, marked as resent where the client understands that.
   frame_packet packet_again(std::uint32_t id) const;
 
  private:
@@ -51,7 +51,7 @@ class frame {
   std::uint32_t payloadPackets_;
 };
 
-// Instead of a packet that was asked for again and cannot be had.
+// The answer to a resend request for a packet that is not available.
 frame_packet unavailable_packet(const gige_protocol::resend_request& request, std::uint32_t packetId,
                                 gige_protocol::status why);
 

@@ -20,17 +20,17 @@ constexpr std::uint32_t lineFollowsExposure = 1;
 constexpr register_address firstInfraredLine = 2;  // Line3 and Line4
 constexpr double slowestHz = 0.1;
 
-// A client may write anything into a number, so that it need not be one.
-double sane(double number, double min, double max) {
+// A client can write any bits into a register of 8 bytes, also those that are not a number.
+double clamped(double number, double min, double max) {
   return number >= min ? std::min(number, max) : min;
 }
 
 double exposure_us(const register_memory& memory) {
-  return sane(memory.number(features::exposureTimeUs), 0, 1e9);
+  return clamped(memory.number(features::exposureTimeUs), 0, 1e9);
 }
 
 double interval_us(const register_memory& memory) {
-  const double rate = sane(memory.number(features::acquisitionFrameRate), slowestHz, 1e6);
+  const double rate = clamped(memory.number(features::acquisitionFrameRate), slowestHz, 1e6);
   return std::max(1e6 / rate, exposure_us(memory));
 }
 
@@ -51,8 +51,8 @@ tone_curve tone(const register_memory& memory) {
 picture_settings read_picture(const register_memory& memory) {
   picture_settings settings;
   settings.exposureUs = exposure_us(memory);
-  settings.gain =
-      sane(memory.number(features::gain), 0, 1e6) * sane(memory.number(features::gain + numberSize), 0, 1e6);
+  settings.gain = clamped(memory.number(features::gain), 0, 1e6) *
+                  clamped(memory.number(features::gain + numberSize), 0, 1e6);
   settings.infraredUs = {picture::lit_us(read_line(memory, firstInfraredLine), settings.exposureUs),
                          picture::lit_us(read_line(memory, firstInfraredLine + 1), settings.exposureUs)};
   settings.tone = tone(memory);

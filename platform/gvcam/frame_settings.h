@@ -1,4 +1,4 @@
-// What the registers say about the next frame: how it is exposed, what it carries, and where it goes.
+// The settings of the next frame, as the registers have them: exposure, payload and stream.
 #ifndef PLATFORM_GVCAM_FRAME_SETTINGS_H
 #define PLATFORM_GVCAM_FRAME_SETTINGS_H
 
@@ -15,8 +15,7 @@
 
 namespace gvcam {
 
-// The chunks that a frame can carry behind its image, in the order of ChunkSelector's entries and of the
-// data.
+// The chunks behind the image, in the order of ChunkSelector's entries and of the payload.
 struct chunk_kind {
   std::uint32_t id;    // in the chunk's tag
   std::uint32_t size;  // bytes, without the tag
@@ -34,25 +33,25 @@ constexpr std::array chunkKinds = {
     chunk_kind{0x1009, 8},  // FrameID
 };
 constexpr std::uint32_t imageChunkId = 0x0001;  // the image is the first chunk
-constexpr std::uint32_t chunkTagSize = 8;       // id and size, behind the chunk's data
+constexpr std::uint32_t chunkTagSize = 8;       // bytes; id and size, behind the chunk's data
 
 struct frame_settings {
-  picture::picture_settings picture;  // all that does not depend on the frame's number
+  picture::picture_settings picture;  // without the members that depend on the frame's number
   double sensorGain = 1;
   std::uint32_t pixelFormat = 0;
   std::chrono::nanoseconds interval{};  // from frame to frame when free running
-  bool isTriggered = false;             // a frame for each software trigger instead
+  bool isTriggered = false;             // a frame for each software trigger
 
   // payload_type::image without chunks.
   gige_protocol::payload_type payload = gige_protocol::payload_type::image;
   std::bitset<chunkKinds.size()> chunks;
 
   gige_protocol::id_mode ids = gige_protocol::id_mode::standard;
-  endpoint destination;  // port 0: nobody wants the stream
+  endpoint destination;  // port 0: the stream is closed
   std::size_t packetSize = 0;
   bool mayFragment = true;
-  std::chrono::nanoseconds packetDelay{};  // as the client asks for it
-  bool wantsStatusCodes2 = false;          // the client knows the status codes of version 2
+  std::chrono::nanoseconds packetDelay{};  // GevSCPD
+  bool wantsStatusCodes2 = false;          // the client understands the status codes of GigE Vision 2.0
 
   bool has_chunks() const { return payload != gige_protocol::payload_type::image; }
   std::chrono::nanoseconds exposure() const {

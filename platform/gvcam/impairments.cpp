@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::uint32_t furthestBehind = 8;  // packets
 
-// Separate draws of the same packet.
+// Random draws for the same packet, independent of each other.
 enum class draw : std::uint64_t { loss = 1, reorder, place, duplicate, refuse, resend };
 
 std::uint64_t scattered(std::uint64_t number) {
@@ -27,7 +27,7 @@ double chance(const impairments& faults, draw what, std::uint64_t blockId, std::
   return static_cast<double>(number >> 11U) * 0x1p-53;
 }
 
-// A burst begins with a packet so often that in all as many packets are lost as `loss` says.
+// A packet begins a burst with the probability loss / burst, so that the ratio of lost packets is `loss`.
 bool is_lost(const impairments& faults, std::uint64_t blockId, std::uint32_t packet) {
   const double begins = faults.loss / faults.burst;
   const std::uint32_t first = packet < faults.burst ? 0 : packet - faults.burst + 1;
@@ -44,7 +44,7 @@ bool is_lost(const impairments& faults, std::uint64_t blockId, std::uint32_t pac
 std::vector<std::uint32_t> sending_order(const impairments& faults, std::uint64_t blockId,
                                          std::uint32_t packets) {
   struct sending {
-    double place;  // between whole numbers, which are those of packets in order
+    double place;  // the packet's id, or id + n + 0.5 for one that is sent after n more packets
     std::uint32_t packet;
   };
   std::vector<sending> sendings;

@@ -1,4 +1,4 @@
-// gvcam: runs emulated network cameras until it is told to end.
+// gvcam: runs emulated network cameras until SIGTERM or SIGINT.
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -13,22 +13,23 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/gvcam/commands.h"
-#include "platform/gvcam/description.h"
+#include "platform/gvcam/built_in_description.h"
+#include "platform/gvcam/fault_commands.h"
 #include "platform/gvcam/options.h"
 
 namespace gvcam {
 namespace {
 
-void tell(const std::string& what) {
-  std::cout << "gvcam: " << what << std::endl;  // flushed, for whoever waits for the line
+void report(const std::string& what) {
+  std::cout << "gvcam: " << what << std::endl;  // flushed, because scripts wait for the line
 }
 
-void complain(const std::exception& error) {
+void report_error(const std::exception& error) {
   std::cerr << "gvcam: " << error.what() << std::endl;
 }
 
-// A descriptor that is readable once the program is to end. To be made before any thread.
+// A descriptor that is readable when the program is to end. Called before any thread starts, so that all of
+// them block the signals.
 int end_signals() {
   sigset_t ends;
   sigemptyset(&ends);
@@ -38,29 +39,29 @@ int end_signals() {
   return signalfd(-1, &ends, SFD_CLOEXEC);
 }
 
-// The lines of standard input as they come. Its end is no reason to end.
+// Executes the lines of standard input. Its end does not end the program.
 class command_reader {
  public:
-  int descriptor() const { return open_ ? STDIN_FILENO : -1; }
+  int descriptor() const { return isOpen_ ? STDIN_FILENO : -1; }
 
   void read_some(const camera_list& cameras) {
     std::array<char, 512> text{};
     const ssize_t size = read(STDIN_FILENO, text.data(), text.size());
-    open_ = size > 0;
-    pending_.append(text.data(), open_ ? static_cast<std::size_t>(size) : 0);
+    isOpen_ = size > 0;
+    pending_.append(text.data(), isOpen_ ? static_cast<std::size_t>(size) : 0);
     for (std::size_t end = pending_.find('\n'); end != std::string::npos; end = pending_.find('\n')) {
       const std::string line = pending_.substr(0, end);
       pending_.erase(0, end + 1);
       try {
-        obey(line, cameras, tell);
+        execute_command(line, cameras, report);
       } catch (const std::exception& error) {
-        complain(error);
+        report_error(error);
       }
     }
   }
 
  private:
-  bool open_ = true;
+  bool isOpen_ = true;
   std::string pending_;
 };
 
@@ -78,7 +79,6 @@ void run(const camera_list& cameras, int endSignals) {
   }
 }
 
-// The largest description that anybody can take.
 constexpr std::uintmax_t largestDescription = 64U << 20U;
 
 void read_description(const std::filesystem::path& path, camera_setup& setup) {
@@ -97,21 +97,21 @@ void read_description(const std::filesystem::path& path, camera_setup& setup) {
 
 void run(options& wanted) {
   const int endSignals = end_signals();
-  std::signal(SIGPIPE, SIG_IGN);  // who does not listen any more need not
+  std::signal(SIGPIPE, SIG_IGN);  // standard output may be closed while cameras run
   read_description(wanted.descriptionPath, wanted.setup);
   const picture::scene scene = wanted.scene.empty()
                                    ? picture::scene(wanted.setup.width, wanted.setup.height)
                                    : picture::scene(wanted.scene, wanted.setup.width, wanted.setup.height);
   camera_list cameras;
   for (const camera_identity& each : wanted.cameras) {
-    cameras.push_back(std::make_unique<camera>(each, wanted.setup, scene));
+    cameras.push_back(std::make_unique<emulated_camera>(each, wanted.setup, scene));
     cameras.back()->power_on();
   }
   for (const std::string& fault : wanted.faults) {
-    obey(fault, cameras, tell);
+    execute_command(fault, cameras, report);
   }
   for (const auto& camera : cameras) {
-    tell(camera->serial() + " on " + camera->address());
+    report(camera->serial() + " on " + camera->address());
   }
   run(cameras, endSignals);
 }
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
     gvcam::run(commandLine.wanted);
     return 0;
   } catch (const std::exception& error) {
-    gvcam::complain(error);
+    gvcam::report_error(error);
     return 1;
   }
 }

@@ -6,21 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "platform/gvcam/camera.h"
+#include "platform/gvcam/emulated_camera.h"
 
 namespace gvcam {
 
 struct options {
   std::vector<camera_identity> cameras;
-  camera_setup setup;           // but for the description
+  camera_setup setup;           // without the description
   std::string descriptionPath;  // empty for the built-in one
   std::string scene;            // path, empty for the default
   std::vector<std::string> faults;
   bool dumpDescription = false;
 };
 
-// What the command line says. When that is all there is to do (help, or a mistake, which is then on
-// standard error) the exit status comes instead.
+// The options, or the exit status when the program has nothing more to do: after help, or a mistake, which is
+// on standard error.
 struct parsed {
   std::optional<int> exitStatus;
   options wanted;

@@ -14,7 +14,7 @@ namespace standard = gige_protocol::registers;
 enum class rule : std::uint8_t {
   read_only,
   writable,
-  locked,  // writable, but not while frames are sent
+  locked,  // writable unless frames are sent
 };
 
 struct register_range {
@@ -23,8 +23,8 @@ struct register_range {
   rule access;
 };
 
-// All registers there are, in the order of their addresses. The space behind the features is free for the
-// registers of a description that somebody brings along.
+// All registers, by address. The space behind the features is free for the registers of a description other
+// than the built-in one.
 constexpr register_address featuresEnd = features::pulseDurationUs + 4 * wordSize;
 constexpr std::array ranges = {
     register_range{standard::version, standard::userDefinedName, rule::read_only},

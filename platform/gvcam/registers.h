@@ -1,4 +1,4 @@
-// The memory of an emulated camera: its registers, who may write them, and what is in them.
+// The memory of an emulated camera: its registers, their values, and which of them can be written.
 #ifndef PLATFORM_GVCAM_REGISTERS_H
 #define PLATFORM_GVCAM_REGISTERS_H
 
@@ -17,9 +17,9 @@ namespace gvcam {
 
 using register_address = std::uint32_t;
 
-// Registers behind the features, in the manufacturer's space: u32, or f64 where it says so. Several values
-// for one name lie one after the other, in the order of the selector's entries. gvcam.xml names the same
-// addresses. What a client looks up for each frame comes first, so that one read fetches it.
+// The registers of features, in the manufacturer's space: u32, or f64 where the comment says so. A feature
+// with a selector has a register for each entry, in the order of the entries. gvcam.xml has the same
+// addresses. Features that a client reads for each frame come first, so that one command reads them all.
 namespace features {
 constexpr register_address gain = 0xA000;                  // f64, of SensorAll and DigitalAll
 constexpr register_address exposureTimeUs = 0xA010;        // f64
@@ -62,30 +62,29 @@ constexpr register_address numberSize = 8;
 // Where the description begins; it ends with the memory.
 constexpr register_address descriptionAddress = 0x0001'0000;
 
-// Plain memory with rules. Not for several threads at once.
+// Memory, and the rules of access to it. Not for several threads at once.
 class register_memory {
  public:
-  // All registers are 0; the first URL leads to the description. `name` is that of its file, at most 255
-  // letters.
+  // All registers are 0, except for the first URL, which is that of the description. `name` is the name of
+  // its file, at most 255 characters.
   register_memory(std::string_view name, std::string_view description);
 
-  // What a client may do. A register that does not exist is an invalid address, a read-only one
-  // write-protected, and one that frames depend on is locked (access denied) while they are sent. Whole words
-  // only.
+  // Access of a client, in whole words. INVALID_ADDRESS where there is no register, WRITE_PROTECT for one
+  // that is read only, ACCESS_DENIED for one that cannot be written while frames are sent.
   gige_protocol::status read(register_address from, std::span<std::uint8_t> to) const;
   gige_protocol::status may_write(register_address at) const;
 
-  // What the camera itself does, without rules. The address must be that of a register.
+  // Access of the camera itself, without rules. There must be a register at the address.
   std::uint32_t word(register_address at) const;
   double number(register_address at) const;
   void set_word(register_address at, std::uint32_t value);
   void set_number(register_address at, double value);
-  // Fills the register's `size` bytes with the text, as much of it as fits with a zero at the end.
+  // Fills the register's `size` bytes with the text, cut to leave a terminating zero.
   void set_text(register_address at, std::size_t size, std::string_view text);
-  // Bytes of a register, until the next one is written.
+  // The bytes of a register, valid until the memory is written.
   gige_protocol::byte_view bytes(register_address at, std::size_t size) const;
 
-  // Takes over what clients may set, but for the user's name.
+  // Copies all registers that a client can write, except for the user-defined name.
   void copy_settings(const register_memory& from);
 
   // Whether frames are sent.

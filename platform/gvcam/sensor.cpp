@@ -5,7 +5,7 @@
 namespace gvcam {
 namespace {
 
-bool lies_within(const picture::picture_settings& window, const picture::scene& sensor) {
+bool is_within(const picture::picture_settings& window, const picture::scene& sensor) {
   return window.offsetX + window.width <= sensor.width() && window.offsetY + window.height <= sensor.height();
 }
 
@@ -22,7 +22,7 @@ std::shared_ptr<const pixel_memory> sensor::expose(const frame_settings& setting
 }
 
 void sensor::draw(const frame_settings& settings, std::uint64_t number, pixel_memory& pixels) const {
-  if (!lies_within(settings.picture, scene_)) {
+  if (!is_within(settings.picture, scene_)) {
     return;
   }
   const auto intervalUs = std::chrono::duration<double, std::micro>(settings.interval).count();

@@ -1,4 +1,4 @@
-// What a camera sees.
+// The sensor of a camera.
 #ifndef PLATFORM_GVCAM_SENSOR_H
 #define PLATFORM_GVCAM_SENSOR_H
 
@@ -14,12 +14,12 @@ namespace gvcam {
 // Not for several threads at once.
 class sensor {
  public:
-  // `what` must outlive it. Still: draws the first frame of an acquisition, and repeats it.
-  sensor(const picture::scene& what, bool noise, bool still)
-      : scene_(what), hasNoise_(noise), isStill_(still) {}
+  // `scene` must outlive it. A still sensor draws the first frame of each acquisition and repeats it.
+  sensor(const picture::scene& scene, bool hasNoise, bool isStill)
+      : scene_(scene), hasNoise_(hasNoise), isStill_(isStill) {}
 
-  // The pixels of frame `number`, which is 1 for the first of an acquisition. Black when the window does not
-  // lie within the sensor.
+  // The pixels of frame `number`; the first one of an acquisition is 1. Black when the window is not within
+  // the sensor.
   std::shared_ptr<const pixel_memory> expose(const frame_settings& settings, std::uint64_t number);
 
  private:

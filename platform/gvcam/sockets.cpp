@@ -145,7 +145,7 @@ void udp_socket::send(const endpoint& to, std::span<const frame_packet> packets)
     }
     const int sent = sendmmsg(descriptor_, messages.data(), static_cast<unsigned>(count), 0);
     packets =
-        packets.subspan(static_cast<std::size_t>(std::max(sent, 1)));  // the first of them cannot be sent
+        packets.subspan(static_cast<std::size_t>(std::max(sent, 1)));  // after an error without the first one
   }
 }
 

@@ -21,17 +21,18 @@ struct local_address {
   std::string interface;
 };
 
-// All of this machine, in the system's order.
+// All addresses of this machine, in the order of the system.
 std::vector<local_address> local_addresses();
 
-// Dotted, and back; the way back gives 0 for what is no address.
+// The dotted text of an address, and the address of a text: 0 for one that is not an address.
 std::string text_of(std::uint32_t ip);
 std::uint32_t ip_from(const std::string& text);
 
 class udp_socket {
  public:
-  // Bound to the address; port 0: to any free port. A shared one may be bound by several sockets at once, as
-  // is needed to hear broadcasts, and takes what comes in by that interface only. Raises std::system_error.
+  // Binds to the address; with port 0 to any free port. A socket that is shared on an interface receives what
+  // arrives at that interface, and several such sockets can have the same address; broadcasts need that.
+  // Raises std::system_error.
   explicit udp_socket(const endpoint& bound);
   udp_socket(const endpoint& bound, const std::string& sharedOnInterface);
   ~udp_socket();
@@ -43,18 +44,19 @@ class udp_socket {
   int descriptor() const { return descriptor_; }
   std::uint16_t port() const;
 
-  // What has come, if anything: its size and sender. What is larger than `room` is cut. Never waits.
+  // Receives a datagram without waiting: its size and source, or nothing. One that is larger than `room` is
+  // cut.
   struct arrival {
     std::size_t size = 0;
     endpoint from;
   };
   std::optional<arrival> receive(std::span<std::uint8_t> room) const;
 
-  // Sends; what cannot be sent is as lost as what the network drops. Any thread.
+  // Sends. A datagram that cannot be sent is lost, as if the network had dropped it. Any thread.
   void send(const endpoint& to, gige_protocol::byte_view bytes) const;
   void send(const endpoint& to, std::span<const frame_packet> packets) const;
 
-  // Whether packets that are too large for the path are sent in fragments, or dropped.
+  // Whether datagrams larger than the path's MTU are sent in fragments. Otherwise they are dropped.
   void allow_fragments(bool allowed) const;
 
  private:

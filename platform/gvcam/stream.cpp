@@ -13,13 +13,11 @@ using gige_protocol::resend_request;
 using gige_protocol::status;
 using std::chrono::nanoseconds;
 
-// Of the latest frames, as many are kept as fit into both.
+// The latest frames are kept, up to both of these.
 constexpr std::size_t mostFramesKept = 16;
 constexpr std::size_t mostBytesKept = std::size_t{64} << 20U;
 
-constexpr std::size_t packetsAtOnce = 64;
-constexpr nanoseconds shortestSleep = std::chrono::microseconds(100);
-constexpr nanoseconds lookPeriod = std::chrono::milliseconds(50);  // whether the trigger was switched
+constexpr nanoseconds triggerPeriod = std::chrono::milliseconds(50);  // between looks at TriggerMode
 
 nanoseconds clock_now() {
   return std::chrono::steady_clock::now().time_since_epoch();
@@ -31,11 +29,11 @@ bool has_receiver(const stream_state& now) {
 
 }  // namespace
 
-stream::stream(std::uint32_t ip, sensor view, stream_limits limits, look_up look)
+stream::stream(std::uint32_t ip, sensor source, packet_spacing spacing, state_reader read)
     : socket_(endpoint{ip, 0}),
-      sensor_(std::move(view)),
-      limits_(limits),
-      look_(std::move(look)),
+      sensor_(std::move(source)),
+      spacing_(spacing),
+      read_state_(std::move(read)),
       thread_([this] { run(); }) {}
 
 stream::~stream() {
@@ -71,7 +69,7 @@ void stream::trigger(unsigned count) {
 }
 
 void stream::send_test_packet() {
-  const stream_state now = look_();
+  const stream_state now = read_state_();
   if (!has_receiver(now)) {
     return;
   }
@@ -85,7 +83,7 @@ void stream::send_test_packet() {
 }
 
 void stream::send_again(const resend_request& request) {
-  const stream_state now = look_();
+  const stream_state now = read_state_();
   if (!has_receiver(now) || now.faults.ignoresResends) {
     return;
   }
@@ -103,7 +101,7 @@ void stream::send_again(const resend_request& request) {
   socket_.send(now.settings.destination, packets);
 }
 
-// ---- In the thread
+// ---- In the stream's thread
 
 void stream::run() {
   std::unique_lock lock(mutex_);
@@ -118,13 +116,13 @@ void stream::run() {
 
 void stream::acquire(std::unique_lock<std::mutex>& lock) {
   const std::uint64_t acquisition = acquisition_;
-  const stream_state first = look_();
-  pacer pace(clock_now() + first.settings.exposure());
+  const stream_state first = read_state_();
+  frame_pacer pace(clock_now() + first.settings.exposure());
   for (std::uint64_t id = 1; wait_for_frame(lock, acquisition, pace);
        id = gige_protocol::next_block_id(id, first.settings.ids)) {
     isSending_ = true;
     lock.unlock();
-    const stream_state now = look_();
+    const stream_state now = read_state_();
     const nanoseconds begun = clock_now();
     if (has_receiver(now)) {
       expose_and_send(now, id);
@@ -136,16 +134,16 @@ void stream::acquire(std::unique_lock<std::mutex>& lock) {
   }
 }
 
-// True when a frame is to be made, false when that acquisition has ended.
+// Waits until the next frame is due. False when that acquisition has ended.
 bool stream::wait_for_frame(std::unique_lock<std::mutex>& lock, std::uint64_t acquisition,
-                            const pacer& pace) {
+                            const frame_pacer& pace) {
   while (isRunning_ && acquisition_ == acquisition) {
-    if (look_().settings.isTriggered) {
+    if (read_state_().settings.isTriggered) {
       if (triggers_ > 0) {
         --triggers_;
         return true;
       }
-      wake_.wait_for(lock, lookPeriod);
+      wake_.wait_for(lock, triggerPeriod);
     } else {
       triggers_ = 0;
       if (clock_now() >= pace.next()) {
@@ -180,29 +178,15 @@ stream::frame_pointer stream::kept(std::uint64_t blockId) {
   return found == frames_.end() ? nullptr : *found;
 }
 
-// From the start of one packet to the start of the next.
-nanoseconds stream::packet_distance(const frame_settings& settings) const {
-  constexpr std::uint32_t ethernetBytes = 38;  // preamble, head, checksum and gap of each packet
-  const nanoseconds delay = limits_.keepsPacketDelay ? settings.packetDelay : nanoseconds(0);
-  if (limits_.linkSpeed == 0) {
-    return delay;
-  }
-  const std::uint64_t bits = std::uint64_t{8} * (settings.packetSize + ethernetBytes);
-  return delay + nanoseconds(bits * 1000 / limits_.linkSpeed);
-}
-
 void stream::send(const stream_state& now, const frame& made) {
-  const nanoseconds distance = packet_distance(now.settings);
-  const std::size_t atOnce =
-      distance.count() == 0
-          ? packetsAtOnce
-          : std::clamp<std::size_t>(static_cast<std::size_t>(shortestSleep / distance), 1, packetsAtOnce);
+  const nanoseconds interval = spacing_.interval(now.settings.packetSize, now.settings.packetDelay);
+  const std::size_t atOnce = packet_spacing::packets_at_once(interval);
   const std::vector<std::uint32_t> order = sending_order(now.faults, made.block_id(), made.packet_count());
   const clock::time_point begun = clock::now();
   std::vector<frame_packet> packets;
   packets.reserve(atOnce);
   for (std::size_t at = 0; at < order.size(); at += packets.size()) {
-    wait_until(begun + at * distance);
+    wait_until(begun + at * interval);
     packets.clear();
     for (const std::uint32_t id : std::span(order).subspan(at).first(std::min(atOnce, order.size() - at))) {
       packets.push_back(made.packet(id));
@@ -211,7 +195,7 @@ void stream::send(const stream_state& now, const frame& made) {
   }
 }
 
-// Returns at once when the acquisition has been ended, for who ended it waits.
+// Returns early when the acquisition ends, because `stop` waits for the rest of the frame.
 void stream::wait_until(clock::time_point when) {
   if (clock::now() < when) {
     std::unique_lock lock(mutex_);

@@ -1,4 +1,4 @@
-// The stream of an emulated camera: frames, at their time, as packets to whoever the registers name.
+// The stream of an emulated camera: frames as packets, at their time, to the destination in the registers.
 #ifndef PLATFORM_GVCAM_STREAM_H
 #define PLATFORM_GVCAM_STREAM_H
 
@@ -13,34 +13,29 @@
 
 #include "platform/gige_protocol/gvcp.h"
 #include "platform/gvcam/frame.h"
+#include "platform/gvcam/frame_pacer.h"
 #include "platform/gvcam/impairments.h"
-#include "platform/gvcam/pacer.h"
+#include "platform/gvcam/packet_spacing.h"
 #include "platform/gvcam/sensor.h"
 #include "platform/gvcam/sockets.h"
 
 namespace gvcam {
 
-// What the next frame is made with, and what happens to it.
+// What the stream depends on.
 struct stream_state {
   frame_settings settings;
   impairments faults;
-  std::chrono::steady_clock::time_point clockStart;  // since when timestamps count
+  std::chrono::steady_clock::time_point clockStart;  // when timestamps were 0
 };
 
-// What keeps packets apart, besides the machine.
-struct stream_limits {
-  bool keepsPacketDelay = false;  // the delay that the client asks for
-  std::uint32_t linkSpeed = 0;    // of the camera's link, megabits a second; 0: no limit
-};
-
-// Has a thread of its own that draws and sends. All members are for any one other thread.
+// It has a thread, which draws and sends. Its members may be called by one other thread.
 class stream {
  public:
-  // Tells the state of the moment; called in either thread.
-  using look_up = std::function<stream_state()>;
+  // Returns the current state. Called in both threads.
+  using state_reader = std::function<stream_state()>;
 
-  // Sends from that address. `view` must outlive it. Raises std::system_error when there is no socket.
-  stream(std::uint32_t ip, sensor view, stream_limits limits, look_up look);
+  // Sends from that address. Raises std::system_error when a socket cannot be bound to it.
+  stream(std::uint32_t ip, sensor source, packet_spacing spacing, state_reader read);
   ~stream();
   stream(const stream&) = delete;
   stream& operator=(const stream&) = delete;
@@ -49,14 +44,14 @@ class stream {
 
   // Begins an acquisition with frame 1.
   void start();
-  // Ends it, and returns once the frame under way is sent.
+  // Ends it. Returns when the current frame is sent.
   void stop();
-  // Asks for so many frames by software; they count while the trigger is on.
+  // Requests that many frames. Software triggers count while TriggerMode is on.
   void trigger(unsigned count);
 
-  // One packet of the size of the moment that means nothing.
+  // Sends a test packet of the current packet size.
   void send_test_packet();
-  // Sends packets of one of the latest frames again, or says that they are not available.
+  // Sends packets of one of the latest frames again, or packets that say "not available".
   void send_again(const gige_protocol::resend_request& request);
 
  private:
@@ -65,31 +60,30 @@ class stream {
 
   void run();
   void acquire(std::unique_lock<std::mutex>& lock);
-  bool wait_for_frame(std::unique_lock<std::mutex>& lock, std::uint64_t acquisition, const pacer& pace);
+  bool wait_for_frame(std::unique_lock<std::mutex>& lock, std::uint64_t acquisition, const frame_pacer& pace);
   void expose_and_send(const stream_state& now, std::uint64_t blockId);
   void keep(const frame_pointer& made);
   frame_pointer kept(std::uint64_t blockId);
   void send(const stream_state& now, const frame& made);
-  std::chrono::nanoseconds packet_distance(const frame_settings& settings) const;
   void wait_until(clock::time_point when);
 
   udp_socket socket_;
   sensor sensor_;
-  const stream_limits limits_;
-  look_up look_;
-  std::uint64_t attempts_ = 0;  // packets that were asked for again
+  const packet_spacing spacing_;
+  state_reader read_state_;
+  std::uint64_t attempts_ = 0;  // packets that were requested again
 
   std::mutex mutex_;
-  std::condition_variable wake_;  // the thread
-  std::condition_variable idle_;  // who waits for the thread
+  std::condition_variable wake_;  // wakes the stream's thread
+  std::condition_variable idle_;  // wakes the other one when a frame is sent
   bool isEnding_ = false;
   bool isRunning_ = false;
-  std::uint64_t acquisition_ = 0;  // how many were started
-  bool isSending_ = false;         // a frame is drawn or sent
+  std::uint64_t acquisition_ = 0;  // counts acquisitions
+  bool isSending_ = false;         // the thread draws or sends a frame
   unsigned triggers_ = 0;
-  std::deque<frame_pointer> frames_;  // the latest, to be sent again
+  std::deque<frame_pointer> frames_;  // the latest ones, for resend requests
 
-  std::thread thread_;  // last, for it uses the others
+  std::thread thread_;  // last, because it uses the other members
 };
 
 }  // namespace gvcam

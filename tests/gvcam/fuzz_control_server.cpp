@@ -5,6 +5,7 @@
 
 #include "platform/gvcam/control_server.h"
 #include "platform/gvcam/frame_settings.h"
+#include "platform/gvcam/power_up.h"
 
 namespace {
 
@@ -12,14 +13,6 @@ namespace standard = gige_protocol::registers;
 
 constexpr gvcam::endpoint first{0x7f000001, 5000};
 constexpr gvcam::endpoint second{0x7f000001, 5001};
-
-gvcam::register_memory power_up() {
-  gvcam::register_memory memory("fuzz.xml", "<xml/>");
-  memory.set_word(standard::heartbeatTimeout, 500);
-  memory.set_word(gvcam::features::sensorWidth, 640);
-  memory.set_word(gvcam::features::sensorHeight, 480);
-  return memory;
-}
 
 // What every answer promises.
 void check(const gvcam::outcome& result, const gvcam::register_memory& memory) {
@@ -33,7 +26,7 @@ void check(const gvcam::outcome& result, const gvcam::register_memory& memory) {
   }
   // A frame never takes more memory than the sensor has pixels.
   const std::size_t chunks = gvcam::chunkKinds.size() * 16 + 8;
-  if (gvcam::read_settings(memory).payload_size() > std::size_t{640} * 480 * 2 + chunks) {
+  if (gvcam::read_settings(memory).payload_size() > std::size_t{1280} * 1024 * 2 + chunks) {
     std::abort();
   }
 }
@@ -63,8 +56,9 @@ gige_protocol::message make_command(std::uint8_t kind, std::uint8_t id, gige_pro
 
 // Each datagram stands behind four bytes: who sends it and when, what kind it is, its request id and size.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const gvcam::register_memory powerUp = power_up();
+  static const gvcam::register_memory powerUp = gvcam::power_up_memory({"FUZZ", 0x7f000001, ""}, {});
   gvcam::register_memory memory = powerUp;
+  memory.set_word(standard::heartbeatTimeout, 500);
   gvcam::control_server server(memory, &powerUp);
   gvcam::camera_time now{};
   gige_protocol::byte_view rest(data, size);

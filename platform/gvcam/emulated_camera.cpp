@@ -1,4 +1,4 @@
-#include "platform/gvcam/camera.h"
+#include "platform/gvcam/emulated_camera.h"
 
 #include <stdexcept>
 #include <system_error>
@@ -6,10 +6,11 @@
 
 namespace gvcam {
 
-camera::camera(camera_identity identity, const camera_setup& setup, const picture::scene& scene)
+emulated_camera::emulated_camera(camera_identity identity, const camera_setup& setup,
+                                 const picture::scene& scene)
     : identity_(std::move(identity)), setup_(setup), scene_(scene) {}
 
-void camera::power_on() {
+void emulated_camera::power_on() {
   if (device_) {
     return;
   }
@@ -21,14 +22,14 @@ void camera::power_on() {
   }
 }
 
-void camera::power_off() {
+void emulated_camera::power_off() {
   if (device_) {
     identity_.userName = device_->user_name();
     device_.reset();
   }
 }
 
-void camera::set_faults(const faults& wanted) {
+void emulated_camera::set_faults(const faults& wanted) {
   faults_ = wanted;
   if (device_) {
     device_->set_faults(wanted);

@@ -1,11 +1,9 @@
-// What a client sends, as it is written in tests.
-#ifndef TESTS_GVCAM_COMMANDS_H
-#define TESTS_GVCAM_COMMANDS_H
+// Commands of a client, and what their answers say.
+#ifndef TESTS_GVCAM_CLIENT_COMMANDS_H
+#define TESTS_GVCAM_CLIENT_COMMANDS_H
 
 #include <array>
 #include <cstdint>
-#include <initializer_list>
-#include <span>
 #include <vector>
 
 #include "platform/gige_protocol/gvcp.h"
@@ -28,19 +26,19 @@ inline message read_word(std::uint16_t id, std::uint32_t address) {
   return gige_protocol::make_read_registers(id, {&address, 1});
 }
 
-// The one register of the answer to `read_word`.
-inline std::uint32_t word_of(gige_protocol::byte_view answer) {
-  const auto head = gige_protocol::parse_acknowledge(answer);
-  const auto values = head ? gige_protocol::parse_register_values(head->payload) : gige_protocol::refusal{""};
-  return values && values->size() == 1 ? (*values)[0] : 0xdead'dead;
+// The registers in the answer to a read.
+inline std::vector<std::uint32_t> words_of(gige_protocol::byte_view answer) {
+  const auto values = gige_protocol::parse_register_values(gige_protocol::parse_acknowledge(answer)->payload);
+  std::vector<std::uint32_t> words;
+  for (std::size_t at = 0; at < values->size(); ++at) {
+    words.push_back((*values)[at]);
+  }
+  return words;
 }
 
 inline status status_of(gige_protocol::byte_view answer) {
   const auto head = gige_protocol::parse_acknowledge(answer);
   return head ? head->result : status::error;
-}
-inline status status_of(const message& answer) {
-  return status_of(answer.view());
 }
 
 }  // namespace gvcam_test

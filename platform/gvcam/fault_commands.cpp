@@ -1,4 +1,4 @@
-#include "platform/gvcam/commands.h"
+#include "platform/gvcam/fault_commands.h"
 
 #include <algorithm>
 #include <array>
@@ -23,13 +23,13 @@ number number_from(const std::string& text, number min, number max, const char* 
     result = std::from_chars(text.data(), end, value);
   }
   if (result.ec != std::errc() || result.ptr != end || !(value >= min && value <= max)) {
-    throw std::invalid_argument("'" + text + "' is no " + what);
+    throw std::invalid_argument("'" + text + "' is not " + what);
   }
   return value;
 }
 
 double ratio_from(const std::string& text) {
-  return number_from(text, 0.0, 1.0, "part from 0 to 1");
+  return number_from(text, 0.0, 1.0, "a ratio from 0 to 1");
 }
 
 bool switch_from(const std::string& text) {
@@ -43,33 +43,33 @@ using arguments = std::vector<std::string>;
 
 void set_loss(faults& of, const arguments& given) {
   of.link.loss = ratio_from(given[0]);
-  of.link.burst = given.size() < 2 ? 1 : number_from(given[1], 1U, 64U, "number of packets from 1 to 64");
+  of.link.burst = given.size() < 2 ? 1 : number_from(given[1], 1U, 64U, "a number of packets from 1 to 64");
 }
 
 void set_stall(faults& of, const arguments& given) {
   control_faults& control = of.control;
   control.stall =
-      std::chrono::milliseconds(number_from(given[1], 0U, 3'600'000U, "time from 0 to 3600000 ms"));
+      std::chrono::milliseconds(number_from(given[1], 0U, 3'600'000U, "a time from 0 to 3600000 ms"));
   control.stallsAll = given[0] == "all";
   if (given[0] == "description") {
     control.stallFirst = descriptionAddress;
     control.stallLast = UINT32_MAX;
   } else if (!control.stallsAll) {
     control.stallFirst =
-        number_from(given[0], 0U, UINT32_MAX, "register, as 0xA010, nor 'all' or 'description'");
+        number_from(given[0], 0U, UINT32_MAX, "a register like 0xA010, 'all' or 'description'");
     control.stallLast = control.stallFirst + wordSize - 1;
   }
 }
 
 struct command {
   std::string_view name;
-  std::string_view arguments;  // what they are called in the help; the last may be left out when in brackets
+  std::string_view arguments;  // their names in the help; one in brackets can be left out
   std::string_view help;
-  void (*change)(faults& of, const gvcam::arguments& given);  // nullptr: the command is about something else
-  void (*act)(camera& on) = nullptr;
+  void (*change)(faults& of, const gvcam::arguments& given);  // nullptr: `act` is called instead
+  void (*act)(emulated_camera& on) = nullptr;
 };
 
-// The name of the one fault, the switch or ratio that it is.
+// Commands that set one member.
 template <auto member, auto field>
 void set_switch(faults& of, const arguments& given) {
   of.*member.*field = switch_from(given[0]);
@@ -80,25 +80,28 @@ void set_ratio(faults& of, const arguments& given) {
 }
 
 constexpr std::array commands = {
-    command{"loss", "RATIO [PACKETS]", "loses that part of the stream's packets, so many in a row", set_loss},
-    command{"reorder", "RATIO", "that part of the packets comes up to 8 places late",
+    command{"loss", "RATIO [PACKETS]", "loses that part of the stream's packets, PACKETS in a row", set_loss},
+    command{"reorder", "RATIO", "that part of the packets is sent up to 8 places late",
             set_ratio<&impairments::reorder>},
-    command{"duplicate", "RATIO", "that part of the packets comes twice", set_ratio<&impairments::duplicate>},
-    command{"refuse", "RATIO", "that part of the packets is not available again",
+    command{"duplicate", "RATIO", "that part of the packets is sent twice",
+            set_ratio<&impairments::duplicate>},
+    command{"refuse", "RATIO", "that part of the packets is 'not available' for a resend",
             set_ratio<&impairments::refuse>},
-    command{"ignore-resends", "on|off", "requests for packets are not heard",
+    command{"ignore-resends", "on|off", "does not answer resend requests",
             set_switch<&faults::link, &impairments::ignoresResends>},
-    command{"silent", "on|off", "sends no frames, answers otherwise",
+    command{"silent", "on|off", "sends no frames, but answers commands",
             set_switch<&faults::link, &impairments::isSilent>},
-    command{"busy", "on|off", "another client has control, once nobody else has",
+    command{"busy", "on|off", "another client takes control once nobody has it",
             [](faults& of, const arguments& given) { of.isOccupied = switch_from(given[0]); }},
-    command{"stall", "WHAT MS", "late answers about a register, the description or all", set_stall},
-    command{"pending", "on|off", "PENDING_ACK while an answer is late",
+    command{"stall", "WHAT MS", "answers late: a register, 'description' or 'all'", set_stall},
+    command{"pending", "on|off", "sends PENDING_ACK while an answer is late",
             set_switch<&faults::control, &control_faults::saysPending>},
-    command{"garbage", "on|off", "answers noise", set_switch<&faults::control, &control_faults::isGarbage>},
-    command{"die", "", "stops answering and sending", nullptr, [](camera& on) { on.power_off(); }},
-    command{"back", "", "comes back from the dead, at power-up settings", nullptr,
-            [](camera& on) { on.power_on(); }}};
+    command{"garbage", "on|off", "answers with random bytes",
+            set_switch<&faults::control, &control_faults::isGarbage>},
+    command{"die", "", "switches off: stops answering and sending", nullptr,
+            [](emulated_camera& on) { on.power_off(); }},
+    command{"back", "", "switches on again, with power-up settings", nullptr,
+            [](emulated_camera& on) { on.power_on(); }}};
 
 const command& command_named(const std::string& name) {
   const auto* const found =
@@ -130,7 +133,7 @@ std::string joined(const std::vector<std::string>& words) {
   return line;
 }
 
-// What stands behind the command's name.
+// The words after the command's name. Raises std::invalid_argument when there are too few or too many.
 arguments checked_arguments(const command& wanted, const std::vector<std::string>& words) {
   const std::string names(wanted.arguments);
   const std::size_t most = words_of(names).size();
@@ -143,7 +146,7 @@ arguments checked_arguments(const command& wanted, const std::vector<std::string
   return given;
 }
 
-void apply(const command& wanted, const arguments& given, camera& to) {
+void apply(const command& wanted, const arguments& given, emulated_camera& to) {
   if (wanted.change == nullptr) {
     wanted.act(to);
     return;
@@ -167,8 +170,8 @@ std::string command_help() {
   return text;
 }
 
-void obey(const std::string& line, const camera_list& cameras,
-          const std::function<void(const std::string&)>& tell) {
+void execute_command(const std::string& line, const camera_list& cameras,
+                     const std::function<void(const std::string&)>& report) {
   std::vector<std::string> words = words_of(line);
   if (words.empty()) {
     return;
@@ -183,7 +186,7 @@ void obey(const std::string& line, const camera_list& cameras,
   for (const auto& each : cameras) {
     if (one == cameras.end() || each == *one) {
       apply(wanted, given, *each);
-      tell(each->serial() + " " + joined(words));
+      report(each->serial() + " " + joined(words));
     }
   }
 }
