@@ -26,7 +26,7 @@ using std::chrono::milliseconds;
 
 constexpr std::uint32_t unnamedController = UINT32_MAX;
 
-// An exception becomes an errno, and what it says a line in the log, in the name of the call.
+// An exception becomes an errno, and its text a log line in the name of the call.
 template <class Work>
 int guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
   if (!camera_registry::instance().is_initialized()) {
@@ -44,14 +44,15 @@ int guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
   return -EIO;
 }
 
-// Who controls a camera that was found; until `latest` nobody is asked any more. 0 when it does not say.
-std::uint32_t controller_of(const found_camera& found, gige::connection_state::clock::time_point latest) {
-  if (!found.unreachable.empty() || gige::connection_state::clock::now() >= latest) {
+// The address of the client that controls the camera; 0 when there is none, the camera does not answer, or
+// `deadline` has passed.
+std::uint32_t controller_of(const found_camera& found, gige::connection_state::clock::time_point deadline) {
+  if (!found.unreachable.empty() || gige::connection_state::clock::now() >= deadline) {
     return 0;
   }
   try {
-    const auto asked = std::make_shared<gige::connection_state>(std::string(found.record.serial.view()));
-    gige::control_channel channel(asked, found.ownAddress, found.record.ip,
+    const auto connection = std::make_shared<gige::connection_state>(std::string(found.record.serial.view()));
+    gige::control_channel channel(connection, found.ownAddress, found.record.ip,
                                   {.answer = milliseconds(100), .retries = 0, .pending = milliseconds(100)});
     const gige::controller who = gige::read_controller(channel);
     return !who.held ? 0 : who.address != 0 ? who.address : unnamedController;
@@ -107,11 +108,11 @@ EXTENSION_EXPORT int camera_extension_list(int (*visit)(void* context, const cam
     return -EINVAL;
   }
   return guarded_call([=] {
-    constexpr milliseconds asking(1000);  // for all of them, however many claim to be cameras
+    constexpr milliseconds patience(1000);  // for all answers together, however many are forged
     const auto found = camera_registry::instance().search_networks();
-    const auto latest = gige::connection_state::clock::now() + asking;
+    const auto deadline = gige::connection_state::clock::now() + patience;
     for (const found_camera& each : found) {
-      if (visit_camera(each, controller_of(each, latest), visit, context) != 0) {
+      if (visit_camera(each, controller_of(each, deadline), visit, context) != 0) {
         break;
       }
     }

@@ -16,9 +16,9 @@ bool is_register(std::uint64_t address, std::size_t size) {
   return size == wordSize && address % wordSize == 0 && address <= UINT32_MAX;
 }
 
-// Runs a command; what it raises leaves as an exception that node maps raise.
+// Turns the errors of a command into exceptions of the GenICam tree.
 template <class Command>
-void ask(Command command) {
+void run_command(Command command) {
   using gige_protocol::status;
   try {
     command();
@@ -39,7 +39,7 @@ void ask(Command command) {
 }  // namespace
 
 void channel_port::read(std::uint64_t address, std::span<std::uint8_t> to) {
-  ask([&] { read_words(address, to); });
+  run_command([&] { read_words(address, to); });
 }
 
 void channel_port::read_words(std::uint64_t address, std::span<std::uint8_t> to) {
@@ -51,7 +51,7 @@ void channel_port::read_words(std::uint64_t address, std::span<std::uint8_t> to)
 }
 
 void channel_port::write(std::uint64_t address, std::span<const std::uint8_t> from) {
-  ask([&] {
+  run_command([&] {
     const std::size_t before = address % wordSize;
     const std::size_t after = (wordSize - (before + from.size()) % wordSize) % wordSize;
     if (before == 0 && after == 0) {

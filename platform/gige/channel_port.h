@@ -1,4 +1,4 @@
-// A camera's registers for its description, over the control channel.
+// The port of a camera's description: its registers, over the control channel.
 #ifndef PLATFORM_GIGE_CHANNEL_PORT_H
 #define PLATFORM_GIGE_CHANNEL_PORT_H
 
@@ -7,15 +7,15 @@
 
 namespace gige {
 
-// Turns accesses into commands, and what commands raise into exceptions of the GenICam tree. One register is
-// read and written by READREG and WRITEREG, which every camera has; more, by READMEM and WRITEMEM.
+// Turns accesses into commands, and their errors into exceptions of the GenICam tree. One register takes
+// READREG or WRITEREG, which every camera has; anything else takes READMEM or WRITEMEM.
 class channel_port final : public register_port {
  public:
-  // The channel outlives it.
+  // `channel` outlives this object.
   explicit channel_port(control_channel& channel) : channel_(channel) {}
 
   void read(std::uint64_t address, std::span<std::uint8_t> to) override;
-  // What is no whole number of words is written together with the bytes around it, which are read before.
+  // A write of parts of words reads the words first, and writes them with the new bytes.
   void write(std::uint64_t address, std::span<const std::uint8_t> from) override;
 
  private:

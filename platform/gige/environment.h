@@ -1,5 +1,5 @@
-// What the surroundings of a process decide about its network cameras. Read from environment variables once
-// per initialisation; README.md lists them.
+// What environment variables say about network cameras. README.md lists them. Each initialisation reads them
+// once.
 #ifndef PLATFORM_GIGE_ENVIRONMENT_H
 #define PLATFORM_GIGE_ENVIRONMENT_H
 
@@ -13,15 +13,15 @@
 namespace gige {
 
 struct environment {
-  std::vector<std::string> interfaces{};     // names of network interfaces; none: all, or only the addresses
-  std::vector<std::uint32_t> addresses{};    // cameras that are asked directly, host byte order
-  std::chrono::milliseconds discovery{100};  // a search lasts no longer
+  std::vector<std::string> interfaces{};     // names of network interfaces to search, see discovery.h
+  std::vector<std::uint32_t> addresses{};    // of cameras to ask directly, host byte order
+  std::chrono::milliseconds discovery{100};  // longest time of a search
   transport_choice transport = transport_choice::automatic;
-  std::uint32_t socketBufferBytes = 0;  // of the stream's socket or ring; 0: the stream's own choice
-  std::string descriptionDirectory{};   // whose files a camera may name as its description; empty: none
+  std::uint32_t socketBufferBytes = 0;  // of the socket or packet ring of a stream; 0: by the frames
+  std::string descriptionDirectory{};   // with the only files that a camera may name; empty: none
 };
 
-// Raises std::invalid_argument, whose text names the variable and what would be right.
+// Raises std::invalid_argument; the text names the variable and the right values.
 environment read_environment();
 
 }  // namespace gige

@@ -1,4 +1,4 @@
-// The C API over cameras on the network. Each call checks what it was given, then is one call of the camera.
+// The C API over cameras on the network. Each call checks its arguments, then is one call of the camera.
 #include <gevapi.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace {
 using gige::camera_registry;
 using gige::network_camera;
 
-// What a camera that could not be opened means to the caller.
+// The status of a camera that could not be opened.
 GEV_STATUS status_of(const gige::control_error& error) {
   if (dynamic_cast<const gige::control_denied*>(&error) != nullptr) {
     return GEVLIB_ERROR_ACCESS_DENIED;
@@ -34,7 +34,7 @@ GEV_STATUS status_of(const gige::control_error& error) {
   return GEVLIB_ERROR_GENERIC;
 }
 
-// An exception becomes a status, and what it says a line in the log, in the name of the call.
+// An exception becomes a status, and its text a log line in the name of the call.
 template <class Work>
 GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) {
   return gev::status_of_call([&]() -> GEV_STATUS {
@@ -53,7 +53,7 @@ GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) 
   });
 }
 
-// A call for an open camera, which `work` gets.
+// A call for an open camera, which is the argument of `work`.
 template <class Work>
 GEV_STATUS camera_call(GEV_CAMERA_HANDLE handle, Work work, Zavik::caller where = Zavik::caller::here()) {
   const auto find_and_work = [&]() -> GEV_STATUS {

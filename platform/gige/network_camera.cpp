@@ -20,9 +20,6 @@ namespace protocol = gige_protocol;
 namespace registers = gige_protocol::registers;
 using std::chrono::milliseconds;
 
-// Closing a camera takes 0.1 s at most. The difference is for threads that have to be scheduled.
-constexpr milliseconds closingBudget(80);
-
 access_mode mode_of(GevAccessMode mode) {
   return mode == GevMonitorMode     ? access_mode::monitor
          : mode == GevExclusiveMode ? access_mode::exclusive

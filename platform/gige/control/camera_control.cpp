@@ -16,20 +16,17 @@ namespace protocol = gige_protocol;
 namespace registers = gige_protocol::registers;
 namespace privilege = gige_protocol::control_privilege;
 
-// A camera that is gone is noticed within a second: an interval, then all tries.
+// Together less than a second, in which the loss of a camera is noticed: one interval, then all tries.
 constexpr milliseconds heartbeatInterval(250);
 constexpr patience heartbeatPatience{.answer = milliseconds(200), .retries = 2};
 
-// The shortest heartbeat time-out that the standard allows: a camera that heard from us since has not freed
-// itself.
+// The shortest heartbeat time-out that the standard allows. A camera keeps the control of a client that sent
+// a command within that time.
 constexpr milliseconds shortestHeartbeatTimeout(500);
 
-// What is left of 0.1 s is for threads to be scheduled.
-constexpr milliseconds closingBudget(80);
-
-// By READMEM, since there are cameras that take a READREG of the privilege, whoever sends it, for the
-// heartbeat of who has control, and so never free themselves of a client that is gone. Nothing when that
-// client lets nobody read; 0 when the camera has no such register.
+// Some cameras take a READREG of the privilege for a heartbeat of the client in control, whoever sends it,
+// and so would never free themselves of a dead client. READMEM has no such effect. Returns nothing when the
+// client in control has exclusive access; 0 when the camera has no such register.
 std::optional<std::uint32_t> read_by_memory(control_channel& camera, std::uint32_t address) {
   std::array<std::uint8_t, 4> bytes{};
   try {
@@ -107,7 +104,7 @@ void camera_control::take_control() {
   try {
     channel_.write_register(registers::controlChannelPrivilege, wanted);
   } catch (const refused&) {
-    check_access();  // somebody may have been quicker
+    check_access();  // another client may have been quicker
     throw;
   }
   if ((channel_.read_register(registers::controlChannelPrivilege) & wanted) == 0) {
@@ -146,35 +143,35 @@ control_channel::clock::time_point camera_control::last_sign_of_life() const {
 }
 
 void camera_control::send_heartbeat(bool denied) {
-  const bool mayBeOfAnother =
+  const bool checksOwner =
       denied || control_channel::clock::now() - channel_.last_sign_of_life() >= shortestHeartbeatTimeout;
   try {
-    probe_camera(mayBeOfAnother);
+    probe_camera(checksOwner);
   } catch (const not_answered&) {
     if (!connection_->is_hurried()) {
       connection_->lose("it does not answer any more");
     }
-  } catch (const control_error&) {  // refused: it is there; lost: whoever found out has told
+  } catch (const control_error&) {  // refused: the camera is there; lost: `lose` was called already
   }
 }
 
-void camera_control::probe_camera(bool mayBeOfAnother) {
+void camera_control::probe_camera(bool checksOwner) {
   const std::uint32_t question =
       mode_ == access_mode::monitor ? registers::version : registers::controlChannelPrivilege;
   const auto answer = channel_.read_register_if_idle(question, heartbeatPatience);
   if (!answer) {
     probe_.read_register(registers::version);
   } else if (mode_ != access_mode::monitor) {
-    check_control(*answer, mayBeOfAnother);
+    check_control(*answer, checksOwner);
   }
 }
 
-void camera_control::check_control(std::uint32_t bits, bool mayBeOfAnother) {
+void camera_control::check_control(std::uint32_t bits, bool checksOwner) {
   if ((bits & (privilege::control | privilege::exclusive)) == 0) {
     connection_->lose("control was taken away, nobody has it");
     return;
   }
-  if (!mayBeOfAnother) {
+  if (!checksOwner) {
     return;
   }
   const controller who = read_controller(probe_);

@@ -1,4 +1,4 @@
-// Access to a camera: who controls it, taking control, keeping it, and noticing when it is gone.
+// Access to a camera: taking control, keeping it with heartbeats, and noticing its loss.
 #ifndef PLATFORM_GIGE_CONTROL_CAMERA_CONTROL_H
 #define PLATFORM_GIGE_CONTROL_CAMERA_CONTROL_H
 
@@ -14,42 +14,43 @@
 
 namespace gige {
 
-// Who controls a camera, as it tells anybody who asks.
+// The client that has control of a camera, by the camera's registers.
 struct controller {
-  bool held = false;          // somebody does
-  bool exclusive = false;     // and nobody else may even read
-  std::uint32_t address = 0;  // of who does; 0 when the camera does not name it
+  bool held = false;          // a client has control
+  bool exclusive = false;     // and no other client may read
+  std::uint32_t address = 0;  // of the client; 0: the camera does not say
   std::uint16_t port = 0;
 };
 
-// Asks the camera, without having control or taking any. Raises what commands raise.
+// Needs no control of the camera. Raises what commands raise.
 controller read_controller(control_channel& camera);
 // "nobody", "192.168.0.5 port 4711", or "another client, the camera does not say which".
 std::string text_of(const controller& who);
 
 enum class access_mode {
-  monitor,   // read only
+  monitor,   // read only, without control
   control,   // others may read
-  exclusive  // nobody else may read
+  exclusive  // others may not even read
 };
 
-// Has access to a camera, from the construction to the end. A thread of its own sees that the camera is there
-// and stays ours. Any command that is answered is a sign of life; where there was none for a quarter of a
-// second, the thread sends a heartbeat. So a camera that is asked something with every frame is asked no more
-// for this. Frames are no such sign: the camera frees itself of a client that sends no commands.
+// Access to a camera, from the construction to the destruction. Each answered command is a sign of life.
+// After a quarter of a second without one, the thread of this object sends a heartbeat: it reads the
+// privilege register. With a command for every frame, there is no heartbeat. Frames are no sign of life,
+// because a camera frees itself of a client that sends no commands.
 //
-// The link is lost within a second when the camera answers nothing at all, and soon after control was taken
-// away: the reason says by whom. While a command waits for its answer, the camera is asked through a second
-// socket whether it is there, so that one silent register is told from a camera that is gone.
+// The connection is lost within a second after the camera stopped answering, and soon after another client
+// took control, which the reason names. While a command waits for its answer, the heartbeat goes through a
+// second socket. So a silent register is not taken for a lost camera.
 class camera_control {
  public:
-  // Checks that the camera is free for that mode, and takes control unless the mode is `monitor`. Raises
-  // control_denied when another client has it, or the camera does not give it, and what commands raise. The
-  // channel must outlive this; who calls sets its patience.
+  // Takes control unless the mode is `monitor`. Raises control_denied when another client has it or the
+  // camera does not give it, and what commands raise. `channel` outlives this object; the caller sets its
+  // patience.
   camera_control(std::shared_ptr<connection_state> connection, control_channel& channel, access_mode mode);
   camera_control(const camera_control&) = delete;
   camera_control& operator=(const camera_control&) = delete;
-  // Hurries the link, and gives control back. Takes 0.1 s at most, from an earlier `hurry` if there was one.
+  // Hurries the connection and gives control back. Takes 0.1 s at most, from an earlier `hurry` if there was
+  // one.
   ~camera_control();
 
  private:
@@ -58,16 +59,16 @@ class camera_control {
   [[noreturn]] void raise_denied(const std::string& why) const;
   void release_control();
 
-  // On the thread.
+  // On the heartbeat's thread.
   void run();
   control_channel::clock::time_point last_sign_of_life() const;
   void send_heartbeat(bool denied);
-  void probe_camera(bool mayBeOfAnother);
-  void check_control(std::uint32_t bits, bool mayBeOfAnother);
+  void probe_camera(bool checksOwner);
+  void check_control(std::uint32_t bits, bool checksOwner);
 
   const std::shared_ptr<connection_state> connection_;
   control_channel& channel_;
-  control_channel probe_;  // for questions while a command is under way
+  control_channel probe_;  // for heartbeats while a command waits in channel_
   const access_mode mode_;
   std::mutex mutex_;
   std::condition_variable end_;

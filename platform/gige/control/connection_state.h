@@ -12,6 +12,10 @@
 
 namespace gige {
 
+// For `hurry` at the closing of a camera, which takes 0.1 s at most. The difference is for threads that have
+// to be scheduled.
+constexpr std::chrono::milliseconds closingBudget(80);
+
 // Everything that waits for one camera shares one of these: the control channel, the download of the
 // description, the consumer of frames. It exists before the first command, so that opening a camera can be
 // cancelled, too. A lost connection stays lost: the camera has to be closed and opened again.

@@ -23,7 +23,7 @@ namespace protocol = gige_protocol;
 constexpr std::uint64_t addressSpace = std::uint64_t{1} << 32U;
 constexpr std::uint64_t wordSize = 4;
 
-// Of the last write: tries follow each other quickly, since closing does not wait for long.
+// For the write when closing, which has closingBudget for all tries.
 constexpr patience closingPatience{.answer = milliseconds(25), .retries = 3, .pending = milliseconds(0)};
 constexpr patience noPatience{.answer = milliseconds(0), .retries = 0, .pending = milliseconds(0)};
 
@@ -134,7 +134,7 @@ void control_channel::write_in_turn(std::uint32_t address, std::uint32_t value, 
 
 void control_channel::read_memory(std::uint64_t address, std::span<std::uint8_t> to) {
   check_range(address, to.size());
-  // What is read ends where the caller's range does, or up to three bytes later.
+  // The last word may reach up to three bytes beyond the range.
   for (std::uint64_t at = address / wordSize * wordSize; at < address + to.size();) {
     const std::uint64_t skipped = address > at ? address - at : 0;
     const std::uint64_t left = address + to.size() - at;
@@ -218,11 +218,11 @@ void control_channel::send(const request& what) {
   }
   commands_.fetch_add(1, std::memory_order_relaxed);
   if (::send(socket_.get(), what.datagram.data(), what.datagram.size(), MSG_NOSIGNAL) < 0) {
-    lastErrno_ = errno;  // as good as a datagram that got lost
+    lastErrno_ = errno;  // counts as a lost datagram: a retry follows
   }
 }
 
-// `pending` when no answer came, but the camera said that it is at it.
+// Returns `pending` when the camera was busy and no answer came.
 control_channel::outcome control_channel::await_answer(const request& what, const patience& with,
                                                        clock::time_point pendingLimit, const reader& read) {
   auto deadline = clock::now() + with.answer;
@@ -245,13 +245,13 @@ control_channel::outcome control_channel::await_answer(const request& what, cons
   return last;
 }
 
-// False when none came in time.
+// False when none arrived in time.
 bool control_channel::await_datagram(const request& what, clock::time_point deadline) {
   for (;;) {
     if (!what.evenWhenLost) {
       connection_->raise_if_lost();
     }
-    // The event has nothing more to tell who knows that it hurries.
+    // Once hurried, the descriptor is readable for good, and poll() would not wait.
     const bool waitsForWake = !what.evenWhenLost && !connection_->is_hurried();
     const auto left =
         std::chrono::ceil<milliseconds>(std::min(deadline, connection_->deadline()) - clock::now()).count();

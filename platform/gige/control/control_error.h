@@ -1,5 +1,5 @@
-// Why a camera did not do what it was asked to. The text of each says in words what was asked, of whom, and
-// what came of it: "READREG of 0x00000a00 at 192.168.0.10: refused, access denied".
+// Why a command failed. Each text names the command, the camera and the reason: "READREG of 0x00000a00 at
+// 192.168.0.10: refused, access denied".
 #ifndef PLATFORM_GIGE_CONTROL_CONTROL_ERROR_H
 #define PLATFORM_GIGE_CONTROL_CONTROL_ERROR_H
 
@@ -10,19 +10,19 @@
 
 namespace gige {
 
-// Itself when none of the others fits: no way to the camera, or a range of memory that cannot be.
+// The base of the others. By itself: no route to the camera, or a range beyond its address space.
 class control_error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// No answer came in time, or the camera was still busy when the limit for that had passed.
+// No answer came in time, or the camera was busy for longer than it may be.
 class not_answered : public control_error {
  public:
   using control_error::control_error;
 };
 
-// The camera answered that it will not.
+// The camera answered with an error status.
 class refused : public control_error {
  public:
   refused(const std::string& text, gige_protocol::status why) : control_error(text), why_(why) {}
@@ -32,7 +32,7 @@ class refused : public control_error {
   gige_protocol::status why_;
 };
 
-// Another client controls the camera; the text names it, as far as the camera does.
+// Another client controls the camera. The text names the client if the camera does.
 class control_denied : public control_error {
  public:
   using control_error::control_error;
@@ -44,7 +44,7 @@ class camera_lost : public control_error {
   using control_error::control_error;
 };
 
-// Somebody asked for all waiting to end.
+// connection_state::cancel was called.
 class wait_cancelled : public camera_lost {
  public:
   using camera_lost::camera_lost;

@@ -15,21 +15,21 @@ namespace {
 using std::chrono::milliseconds;
 namespace protocol = gige_protocol;
 
-// From the question on: cameras answer within a millisecond or two unless they are set up to be slow.
+// From the first DISCOVERY on. Cameras answer within a millisecond or two, unless they are set up to be slow.
 constexpr milliseconds settleTime(10);
 
-// What a search has found so far. What an answer costs does not grow with how many came before, beyond the
-// most that are kept.
+// The cameras that a search has found so far. At most `mostCameras` and the preferred ones are kept, so the
+// cost of an answer is bounded.
 class collection {
  public:
   explicit collection(const search& what)
       : preferred_(what.preferred),
-        named_(!what.addresses.empty() || !what.preferred.empty()),
-        unheardAddresses_(what.addresses),
-        unheardSerials_(what.preferred),
+        hasNames_(!what.addresses.empty() || !what.preferred.empty()),
+        missingAddresses_(what.addresses),
+        missingSerials_(what.preferred),
         kept_(what.preferred.size() + 1) {}
 
-  // Takes what is a camera's answer, drops what is none.
+  // Drops what is no camera's answer.
   void add(const inquiry::answer& came) {
     if (came.content.code != protocol::acknowledge_code::discovery ||
         came.content.result != protocol::status::success) {
@@ -45,8 +45,8 @@ class collection {
   }
 
   bool empty() const { return found_.empty(); }
-  // Whether all who were named have answered; never when nobody was.
-  bool complete() const { return named_ && unheardAddresses_.empty() && unheardSerials_.empty(); }
+  // True when all named cameras have answered; never without any.
+  bool complete() const { return hasNames_ && missingAddresses_.empty() && missingSerials_.empty(); }
 
   std::vector<found_camera> in_order() && {
     std::ranges::sort(found_, {}, [this](const found_camera& each) {
@@ -66,8 +66,8 @@ class collection {
 
   void keep(found_camera&& camera) {
     if (camera.unreachable.empty()) {
-      std::erase(unheardAddresses_, camera.record.ip);
-      std::erase(unheardSerials_, camera.record.serial.view());
+      std::erase(missingAddresses_, camera.record.ip);
+      std::erase(missingSerials_, camera.record.serial.view());
     }
     const auto known = std::ranges::find_if(
         found_, [&](const found_camera& other) { return other.record == camera.record; });
@@ -82,25 +82,25 @@ class collection {
     }
   }
 
-  // Its place among the preferred; behind all of them for the others.
+  // The place among the preferred serial numbers; their count for other cameras.
   std::size_t preference(const found_camera& camera) const {
     return static_cast<std::size_t>(std::ranges::find(preferred_, camera.record.serial.view()) -
                                     preferred_.begin());
   }
 
   const std::vector<std::string>& preferred_;
-  const bool named_;
-  std::vector<std::uint32_t> unheardAddresses_;
-  std::vector<std::string> unheardSerials_;
+  const bool hasNames_;
+  std::vector<std::uint32_t> missingAddresses_;
+  std::vector<std::string> missingSerials_;
   std::vector<std::size_t> kept_;  // by preference
   std::vector<found_camera> found_;
 };
 
-void explain_none(const inquiry& asked, const search& what) {
-  if (asked.networks().empty()) {
+void log_empty_search(const inquiry& networks, const search& what) {
+  if (networks.networks().empty()) {
     LOG(2, "fail: no network to search, no interface is up with an IPv4 address");
   }
-  for (const auto& each : asked.networks()) {
+  for (const auto& each : networks.networks()) {
     LOG(2, "fail: no camera answered within %lld ms, asked twice (%s)",
         static_cast<long long>(what.patience.count()), text_of(each).c_str());
   }
@@ -110,25 +110,25 @@ void explain_none(const inquiry& asked, const search& what) {
 
 std::vector<found_camera> find_cameras(const search& what) {
   const auto start = inquiry::clock::now();
-  const inquiry asked(what.interfaces, what.addresses);
-  const auto question = protocol::make_discovery(asked.id(), true);
+  const inquiry networks(what.interfaces, what.addresses);
+  const auto discovery = protocol::make_discovery(networks.id(), true);
   collection found(what);
   const auto untilComplete = [&](const inquiry::answer& came) {
     found.add(came);
     return !found.complete();
   };
-  asked.send(question);
-  asked.gather(start + what.patience / 2, untilComplete);
+  networks.send(discovery);
+  networks.gather(start + what.patience / 2, untilComplete);
   if (!found.complete()) {
-    asked.send(question);
-    asked.gather(start + what.patience, untilComplete);
+    networks.send(discovery);
+    networks.gather(start + what.patience, untilComplete);
   }
-  asked.gather(start + std::min(settleTime, what.patience), [&](const inquiry::answer& came) {
+  networks.gather(start + std::min(settleTime, what.patience), [&](const inquiry::answer& came) {
     found.add(came);
     return true;
   });
   if (found.empty()) {
-    explain_none(asked, what);
+    log_empty_search(networks, what);
   }
   auto cameras = std::move(found).in_order();
   for (const found_camera& each : cameras) {

@@ -14,13 +14,13 @@ using std::chrono::milliseconds;
 namespace protocol = gige_protocol;
 
 constexpr milliseconds patienceForAll(2000);
-constexpr milliseconds patienceForOne(200);  // then it is asked again
+constexpr milliseconds patienceForOne(200);  // then both are sent again
 
-// What was heard of the camera so far.
+// What the camera has answered so far.
 struct progress {
   const protocol::forced_ip& wanted;
   bool acknowledged = false;
-  std::optional<std::uint32_t> address{};  // that it answered from last
+  std::optional<std::uint32_t> address{};  // of its latest answer
 
   void take(const inquiry::answer& came) {
     if (came.content.code == protocol::acknowledge_code::force_ip) {
@@ -33,7 +33,7 @@ struct progress {
       }
     }
   }
-  // A camera need not acknowledge an address of 0, nor does anybody know which one it takes.
+  // With an address of 0 the camera need not acknowledge, and its new address is not known before.
   bool done() const { return wanted.ip == 0 ? acknowledged || address.has_value() : address == wanted.ip; }
 
   std::string text() const {
@@ -56,24 +56,24 @@ struct progress {
 }  // namespace
 
 void set_address(const protocol::forced_ip& wanted, const std::vector<std::string>& interfaces) {
-  const inquiry asked(interfaces, {});
-  const auto order = protocol::make_force_ip(asked.id(), wanted, true);
-  const auto question = protocol::make_discovery(asked.id(), true);
-  progress so{.wanted = wanted};
+  const inquiry networks(interfaces, {});
+  const auto forceIp = protocol::make_force_ip(networks.id(), wanted, true);
+  const auto discovery = protocol::make_discovery(networks.id(), true);
+  progress reached{.wanted = wanted};
   const auto end = inquiry::clock::now() + patienceForAll;
-  while (!so.done() && inquiry::clock::now() < end) {
-    if (!so.acknowledged) {
-      asked.send(order);
+  while (!reached.done() && inquiry::clock::now() < end) {
+    if (!reached.acknowledged) {
+      networks.send(forceIp);
     }
-    asked.send(question);
-    asked.gather(inquiry::clock::now() + patienceForOne, [&](const inquiry::answer& came) {
-      so.take(came);
-      return !so.done();
+    networks.send(discovery);
+    networks.gather(inquiry::clock::now() + patienceForOne, [&](const inquiry::answer& came) {
+      reached.take(came);
+      return !reached.done();
     });
   }
-  if (!so.done()) {
+  if (!reached.done()) {
     throw not_answered("camera " + mac_text(wanted.mac) + ", asked to take the address " +
-                       address_text(wanted.ip) + ", " + so.text());
+                       address_text(wanted.ip) + ", " + reached.text());
   }
 }
 

@@ -19,15 +19,15 @@ namespace {
 using std::chrono::milliseconds;
 namespace protocol = gige_protocol;
 
-// Datagrams that one socket hands over before it is another one's turn.
+// The most datagrams that are read from one socket before the next socket.
 constexpr int mostInARow = 64;
 
 bool is_direct(const inquiry::network& one) {
   return one.own.mask == 0;
 }
 
-// To everybody, and to everybody of the subnet: some cameras and some routes take only one of them. A network
-// of one or two addresses has no broadcast address.
+// The limited broadcast and that of the subnet, since some cameras and routers take only one of them. A
+// subnet of one or two addresses has no broadcast address.
 std::vector<std::uint32_t> broadcast_addresses(const interface_address& own) {
   constexpr std::uint32_t hostBitsOfTwo = 1;
   std::vector<std::uint32_t> all{INADDR_BROADCAST};
@@ -40,7 +40,7 @@ std::vector<std::uint32_t> broadcast_addresses(const interface_address& own) {
 descriptor open_socket() {
   descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int on = 1;
-  // Without the permission sending fails, and says so.
+  // A failure shows when sending.
   setsockopt(made.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
   return made;
 }
@@ -48,7 +48,7 @@ descriptor open_socket() {
 }  // namespace
 
 std::string text_of(const inquiry::network& one) {
-  return is_direct(one) ? address_text(one.asked.front()) + " directly"
+  return is_direct(one) ? address_text(one.destinations.front()) + " directly"
                         : one.own.name + " " + address_text(one.own.address);
 }
 
@@ -71,12 +71,12 @@ void inquiry::add_interfaces(const std::vector<std::string>& wanted) {
   }
   for (const interface_address& each : all) {
     if (wanted.empty() || std::ranges::find(wanted, each.name) != wanted.end()) {
-      networks_.push_back({.own = each, .asked = broadcast_addresses(each), .socket = open_socket()});
+      networks_.push_back({.own = each, .destinations = broadcast_addresses(each), .socket = open_socket()});
     }
   }
 }
 
-// Connected, so that the routes tell which of our addresses leads there.
+// A connected socket has the own address that the routing table chooses.
 void inquiry::add_camera(std::uint32_t address) {
   descriptor made = open_socket();
   const sockaddr_in camera = internet_address(address, protocol::controlPort);
@@ -89,12 +89,12 @@ void inquiry::add_camera(std::uint32_t address) {
   const auto all = interface_addresses();
   const auto known = std::ranges::find(all, own.address, &interface_address::address);
   own.name = known == all.end() ? "" : known->name;
-  networks_.push_back({.own = own, .asked = {address}, .socket = std::move(made)});
+  networks_.push_back({.own = own, .destinations = {address}, .socket = std::move(made)});
 }
 
 void inquiry::send(const protocol::message& command) const {
   for (const network& each : networks_) {
-    for (const std::uint32_t to : each.asked) {
+    for (const std::uint32_t to : each.destinations) {
       const bool sent = is_direct(each)
                             ? ::send(each.socket.get(), command.data(), command.size(), MSG_NOSIGNAL) >= 0
                             : send_from(each.socket.get(), each.own,
@@ -123,7 +123,7 @@ void inquiry::gather(clock::time_point until, const std::function<bool(const ans
   }
 }
 
-// False when `take` wants no more.
+// False when `take` returned false.
 bool inquiry::take_from(const network& one, const std::function<bool(const answer&)>& take) const {
   for (int taken = 0; taken < mostInARow; ++taken) {
     std::array<std::uint8_t, protocol::largestMessage + 1> bytes{};  // one more shows what is too large

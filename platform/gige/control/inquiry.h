@@ -1,4 +1,4 @@
-// A question to whoever is on the networks, for finding cameras and for giving them addresses.
+// Commands to all cameras of the networks at once, and their answers: for DISCOVERY and FORCEIP.
 #ifndef PLATFORM_GIGE_CONTROL_INQUIRY_H
 #define PLATFORM_GIGE_CONTROL_INQUIRY_H
 
@@ -14,37 +14,36 @@
 
 namespace gige {
 
-// Has a socket for each of our addresses, which asks by broadcast, and one for each camera that is asked
-// directly. Each has a port of its own, so that a flood of answers to one leaves room in the others. One
-// thread at a time.
+// Has a socket for each of our addresses, which sends by broadcast, and one for each camera that is addressed
+// directly. Each socket has its own port and receive buffer, so that a flood of answers to one leaves room in
+// the others. Used by one thread at a time.
 class inquiry {
  public:
   using clock = std::chrono::steady_clock;
 
-  // One of the sockets, and whom it asks.
+  // A socket and its destinations.
   struct network {
-    interface_address own;  // its mask is 0 where a camera is asked directly
-    std::vector<std::uint32_t> asked;
+    interface_address own;  // with a mask of 0 when the destination is one camera
+    std::vector<std::uint32_t> destinations;
     descriptor socket;
   };
   struct answer {
     const gige_protocol::acknowledge& content;
-    std::uint32_t from;  // the address that it came from
+    std::uint32_t from;  // address of the sender
     const network& over;
   };
 
-  // By broadcast over those interfaces (none: all, if no address is given), and directly. What cannot be
-  // asked is left out, and the log (level 2) says why.
+  // Broadcasts over those interfaces (none: over all, if there are no addresses), and sends to those
+  // addresses. Leaves out what cannot be reached, with a log line (level 2).
   inquiry(const std::vector<std::string>& interfaces, const std::vector<std::uint32_t>& addresses);
 
-  // The request id of all that is asked: not to be foreseen.
+  // The request id of all commands, which is random.
   std::uint16_t id() const { return id_; }
   const std::vector<network>& networks() const { return networks_; }
 
-  // Sends the command to everybody.
+  // Sends the command to all destinations.
   void send(const gige_protocol::message& command) const;
-  // Calls `take` for each acknowledge with our id, until it returns false, or at the latest until then,
-  // whatever comes in.
+  // Calls `take` for each acknowledge with our id until it returns false or the time has come.
   void gather(clock::time_point until, const std::function<bool(const answer&)>& take) const;
 
  private:

@@ -1,4 +1,4 @@
-// The first request id of whoever sends commands.
+// The first request id of a client.
 #ifndef PLATFORM_GIGE_CONTROL_REQUEST_ID_H
 #define PLATFORM_GIGE_CONTROL_REQUEST_ID_H
 
@@ -9,8 +9,8 @@
 
 namespace gige {
 
-// Never 0, and not to be foreseen: an answer to somebody who had the same port before, or one that is forged,
-// most likely bears another one.
+// Random, never 0. So an answer to an earlier client with the same port, or a forged one, most likely has
+// another id.
 inline std::uint16_t random_request_id() {
   return gige_protocol::next_request_id(static_cast<std::uint16_t>(std::random_device{}()));
 }
