@@ -1,19 +1,19 @@
-// What our camera libraries offer beside `gevapi.h`: every camera of a network in any order, temporary
-// addresses, features with their limits, figures of the stream, and an end to waiting.
+// What our camera libraries offer beside `gevapi.h`: a list of all cameras of a network, temporary addresses,
+// features with their limits, figures of the stream, and an end to all waits.
 //
-// Both `libGevApi.so.2` of this tree have these functions; a framework's own library has none of them. A host
-// therefore finds them with dlsym in the camera library that it opened, and does without where they are
+// Both `libGevApi.so.2` of this tree have these functions; a framework's own library has none of them. So a
+// host looks them up with dlsym in the camera library that it opened, and works without them where they are
 // absent.
 //
-// Every function may be called on any thread, also while another one waits for the same camera. All but the
-// version return 0 or a negative errno:
-//   -EINVAL   an argument is null or cannot be
-//   -ENODEV   no camera with that serial number or hardware address is known, or open where it must be
+// Every function may be called on any thread, also while another thread waits for the same camera. All but
+// the version return 0 or a negative errno:
+//   -EINVAL   an argument is null or out of range
+//   -ENODEV   no camera with that serial number is open, or was open where that is enough
 //   -ENOTSUP  the library cannot do that
 //   -ENOMEM, -EIO  memory ran out; the camera did not answer or refused
 //   -ENOTCONN the library is not initialized (GevApiInitialize)
-// A camera is named by its serial number. Texts are UTF-8, NUL-terminated and without control characters;
-// those that a callback gets are valid during the call only.
+// The argument `serial` is a camera's serial number. Texts are UTF-8, NUL-terminated and without control
+// characters. Texts for a callback are valid during its call only.
 #ifndef CAMERA_EXTENSION_H
 #define CAMERA_EXTENSION_H
 
@@ -41,18 +41,18 @@ typedef struct {
   const char* model;
   const char* serial;
   const char* version;
-  const char* user_name;       // what somebody called it; often empty
-  const char* interface_name;  // of this machine, over which it answered: "eth1"
-  const char* unreachable;     // null, or why the camera cannot be opened as it is, in words
+  const char* user_name;       // DeviceUserID; often empty
+  const char* interface_name;  // of this machine, which received the answer: "eth1"
+  const char* unreachable;     // why the camera cannot be opened as it is; null: it can
   uint64_t mac;                // hardware address, 48 bits
   uint32_t address;            // IPv4, host byte order, as the three below
   uint32_t mask;
   uint32_t gateway;     // 0: none
-  uint32_t controller;  // who controls it; 0: nobody, all bits set: somebody whom the camera does not name
+  uint32_t controller;  // address of the client in control; 0: none, all bits set: one without a name
 } camera_extension_camera;
 
-// Searches for cameras and calls `visit` for each, by address, within the call. A `visit` that returns other
-// than 0 ends it. GevGetCameraList's limit does not apply.
+// Searches for cameras and calls `visit` for each, in the order of addresses. A `visit` that does not return
+// 0 is the last one. The number of cameras has no limit as with GevGetCameraList.
 int camera_extension_list(int (*visit)(void* context, const camera_extension_camera* camera), void* context);
 
 // Gives the camera with that hardware address (48 bits) an IPv4 configuration until it is switched off
@@ -86,7 +86,7 @@ typedef struct {
 } camera_extension_feature;
 
 // Calls `visit` for each feature of a camera that is open in this process, in the order of its description,
-// also while frames are transferred. A `visit` that returns other than 0 ends it. `visit` calls nothing of
+// also while frames are transferred. A `visit` that does not return 0 is the last one. `visit` must not call
 // this library.
 int camera_extension_features(const char* serial,
                               int (*visit)(void* context, const camera_extension_feature* feature),
@@ -98,8 +98,8 @@ typedef enum {
   camera_extension_packet_ring = 2
 } camera_extension_transport;
 
-// How the stream of a camera is doing. Counters rise from the camera's opening on, over restarts of the
-// transfer, and can be read until it is opened again.
+// The state of a camera's stream. Counters start at the opening of the camera and go on over restarts of the
+// transfer. They can be read until the camera is opened again.
 typedef struct {
   uint32_t size;  // set by the caller: sizeof of the record that it was built with
 
@@ -111,13 +111,13 @@ typedef struct {
   uint64_t frames_refused;     // of a geometry or format that was not set up
   uint64_t frames_dropped;     // no buffer was free for it: the consumer took too long
 
-  uint64_t packets_received;   // each counted once, whether it came at first or on request
-  uint64_t packets_lost;       // had not arrived by the time their frame ended; expected = received + lost
-  uint64_t packets_requested;  // asked for again
-  uint64_t packets_received_again;  // that came on request
+  uint64_t packets_received;        // each counted once, whether requested or not
+  uint64_t packets_lost;            // missing when their frame ended; expected = received + lost
+  uint64_t packets_requested;       // requested again (PACKETRESEND)
+  uint64_t packets_received_again;  // arrived on request
   uint64_t packets_duplicate;
-  uint64_t packets_foreign;  // not from the camera, or not of its stream
-  uint64_t kernel_drops;     // packets that the system dropped before the receiver could take them
+  uint64_t packets_foreign;  // not of the camera's stream
+  uint64_t kernel_drops;     // packets that the kernel dropped before the receiver read them
 
   uint64_t frame_id;  // of the frame handed over last, as the camera counts; 0 before the first one. Read
                       // between the wait that delivered a frame and the next wait, it is that frame's
@@ -132,8 +132,8 @@ typedef struct {
 // Fills as much of the record as its size says.
 int camera_extension_health(const char* serial, camera_extension_health_record* record);
 
-// Ends what any call is waiting for on this camera, opening it included, within 0.1 s and with an error. The
-// camera is lost to whoever has it open: it is to be closed, and may be opened again.
+// Ends all waits for this camera within 0.1 s, with an error, also the wait of an opening. An open camera is
+// then lost: it has to be closed, and may be opened again.
 int camera_extension_cancel(const char* serial);
 
 #ifdef __cplusplus

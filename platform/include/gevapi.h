@@ -1,14 +1,14 @@
 // The GigE Vision camera library as the bundle and a host use it: find cameras, open one, set the
 // stream options, start and stop the transfer, take frames.
 //
-// This header stands for a deployment's own `gevapi.h` and declares only what is used of it, under the
-// same names, so that the same sources compile against either. Two libraries implement it here, both
+// This header stands for a deployment's own `gevapi.h` and declares what the bundle uses of it, under
+// the same names, so that the same sources compile against either. Two libraries implement it here, both
 // called `libGevApi.so.2`: simulated cameras (`platform/sim`) and cameras on the network
-// (`platform/gige`). Which of them is used is decided by the process that loads the bundle.
+// (`platform/gige`). The process that loads the bundle chooses one of them.
 //
-// Threads: calls for different cameras may run at the same time. Of the calls for one camera only
-// `GevAbortTransfer` may run beside another one (it wakes a waiting `GevWaitForNextFrame`); the node
-// map's nodes count as calls for their camera.
+// Threads: calls for different cameras may run at the same time. Calls for one camera, and accesses to
+// its nodes, come one after the other. The exception is `GevAbortTransfer`, which wakes a waiting
+// `GevWaitForNextFrame`.
 #ifndef GEVAPI_H
 #define GEVAPI_H
 
@@ -27,14 +27,14 @@ enum {
   GEVLIB_ERROR_NOT_INITIALIZED = -2,       // GevApiInitialize has not been called, or failed
   GEVLIB_ERROR_INVALID_HANDLE = -3,        // null, or not a handle of an open camera
   GEVLIB_ERROR_PARAMETER_NULL = -4,        // a required pointer is null
-  GEVLIB_ERROR_PARAMETER_INVALID = -5,     // a size, an option or a count that cannot be
+  GEVLIB_ERROR_PARAMETER_INVALID = -5,     // a size, an option or a count out of range
   GEVLIB_ERROR_DEVICE_NOT_FOUND = -6,      // no camera answers to that record
   GEVLIB_ERROR_ACCESS_DENIED = -7,         // another client controls the camera
   GEVLIB_ERROR_FEATURE_NOT_FOUND = -8,     // the camera has no feature of that name
   GEVLIB_ERROR_FEATURE_REFUSED = -9,       // read-only, out of range, or no such entry
   GEVLIB_ERROR_TRANSFER_ACTIVE = -10,      // not while frames are being transferred
   GEVLIB_ERROR_TRANSFER_NOT_ACTIVE = -11,  // only while frames are being transferred
-  GEVLIB_ERROR_TIME_OUT = -12,             // no frame came within the time asked for
+  GEVLIB_ERROR_TIME_OUT = -12,             // no frame came within the given time
   GEVLIB_ERROR_ABORTED = -13,              // the transfer was aborted while waiting
   GEVLIB_ERROR_NO_MEMORY = -14,            // the buffers exceed streamMemoryLimitMax or the machine
   GEVLIB_ERROR_DEVICE_LOST = -15,          // the camera stopped answering, or control was taken away

@@ -10,7 +10,7 @@ namespace gige {
 namespace {
 
 constexpr std::string_view beginOfArchive = "PK";
-constexpr zip_int64_t mostFiles = 64;  // in the archive; there should be one
+constexpr zip_int64_t mostFiles = 64;  // cameras have one
 
 struct discard {
   void operator()(zip_t* archive) const { zip_discard(archive); }
@@ -44,7 +44,7 @@ bool is_xml(std::string_view name) {
   return end == ".xml" || end == ".XML" || end == ".Xml";
 }
 
-// The first one that is called so.
+// The first file with that ending.
 zip_uint64_t find_xml(zip_t* archive) {
   const zip_int64_t count = zip_get_num_entries(archive, 0);
   if (count > mostFiles) {
@@ -59,7 +59,7 @@ zip_uint64_t find_xml(zip_t* archive) {
   refuse("holds no file NAME.xml");
 }
 
-// What it declares of its size may be a lie.
+// Counts the bytes as they come: the declared size may be wrong.
 std::string read(zip_t* archive, zip_uint64_t file) {
   const zip_content content(zip_fopen_index(archive, file, 0));
   if (content == nullptr) {

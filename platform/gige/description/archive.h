@@ -9,13 +9,13 @@
 
 namespace gige {
 
-// The largest description there may be, unpacked or as it is transferred. Those of cameras have some hundred
-// KiB to a few MiB unpacked.
+// The largest description in bytes, both transferred and unpacked. Those of cameras have some hundred KiB to
+// a few MiB unpacked. (libxml2 refuses XML beyond 10 MB.)
 constexpr std::size_t largestDescription = 16U << 20;
 
-// The XML: the text itself, without what fills it up to a round size, or what the zip archive holds. Raises
-// description_error for an archive that is damaged, holds no XML or more than `largestDescription`, whatever
-// size it declares.
+// The XML of a transferred description: the text without its padding of NULs, or the XML file in the zip
+// archive. Raises description_error for an archive that is damaged, or holds no XML or more than
+// `largestDescription` bytes, whatever size it declares.
 std::string unpack(std::string transferred);
 
 }  // namespace gige

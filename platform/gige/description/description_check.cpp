@@ -19,19 +19,20 @@
 namespace gige {
 namespace {
 
-// Bytes. Numbers are 8 at most, texts some hundred; blocks (look-up tables, files) are read by no feature.
+// Bytes. Registers of numbers have at most 8, those of texts some hundred. No feature reads a block (look-up
+// table, file).
 constexpr std::int64_t longestRegister = 65'536;
 constexpr std::int64_t longestBlock = 16 << 20;
 constexpr std::int64_t longestPolling = 86'400'000;  // milliseconds
 constexpr std::size_t longestName = 256;
-constexpr std::size_t excerpt = 32;  // characters of what is wrong, in a message
+constexpr std::size_t excerpt = 32;  // characters of a wrong text that a message shows
 
-// From a feature down to its registers it is some ten nodes, and some hundred in all where formulas take
-// many.
+// Descriptions of cameras have some ten nodes from a feature down to its registers, and some hundred nodes in
+// all for a feature with many formulas.
 constexpr std::size_t deepest = 40;
-constexpr std::uint64_t mostWork = 10'000;               // nodes looked at for one value
-constexpr std::uint64_t mostWorkInAll = 100 * mostWork;  // for every value once
-constexpr std::size_t charactersAsNode = 16;             // of a formula: what takes as long as one node
+constexpr std::uint64_t mostWork = 10'000;               // nodes to visit for one value
+constexpr std::uint64_t mostWorkInAll = 100 * mostWork;  // for all values together
+constexpr std::size_t charactersAsNode = 16;             // of a formula take as long as one node
 
 struct free_document {
   void operator()(xmlDoc* document) const { xmlFreeDoc(document); }
@@ -60,7 +61,7 @@ std::string attribute(const xmlNode* element, const char* name) {
   return std::string(view(value.get()));
 }
 
-// Of the element itself, not of those in it.
+// The text of the element itself, without that of its children.
 std::string text_in(const xmlNode* element) {
   std::string text;
   for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
@@ -89,7 +90,8 @@ std::string printable(std::string_view text) {
 
 // ---- Parsing
 
-// Descriptions that are no UTF-8 are of Western Europe, whatever they say: degrees and micrometres.
+// A description that is no UTF-8 counts as ISO 8859-1, whatever it declares: the odd characters are degrees
+// and micrometres.
 const char* encoding_of(const std::string& xml) {
   return xmlCheckUTF8(reinterpret_cast<const unsigned char*>(xml.c_str())) != 0 ? "UTF-8" : "ISO-8859-1";
 }
@@ -120,14 +122,14 @@ std::string written(xmlDoc* document) {
   return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)};
 }
 
-// ---- What nodes and links there are
+// ---- Nodes and links
 
 constexpr std::array<std::string_view, 19> nodeTypes = {
     "Boolean",      "Category",  "Command",     "Converter",     "Enumeration",  "Float", "FloatReg",
     "IntConverter", "IntReg",    "Integer",     "IntSwissKnife", "MaskedIntReg", "Port",  "Register",
     "String",       "StringReg", "StructEntry", "StructReg",     "SwissKnife"};
 
-// Links by which ArvGc goes from one value to the next, without an end where they come round. Limits, locks
+// The links that ArvGc follows from one value to the next. In a circle of them it never ends. Limits, locks
 // and availability lead to values, but not from one limit to another.
 constexpr std::array<std::string_view, 8> valueLinks = {"pValue",    "pValueIndexed", "pValueDefault",
                                                         "pIndex",    "pAddress",      "pLength",
@@ -145,7 +147,7 @@ bool computes_integers(std::string_view type) {
 
 class node_check {
  public:
-  // Raises what is wrong; guards the formulas.
+  // Raises description_error for the first fault, and rewrites formulas that could trap.
   void check(xmlNode* root) {
     collect(root, {});
     link();
@@ -163,12 +165,12 @@ class node_check {
   struct node {
     std::string name;
     std::uint64_t ownWork = 1;
-    std::vector<std::pair<node*, unsigned>> sources;  // and how often each is asked for one value
+    std::vector<std::pair<node*, unsigned>> sources;  // with the number of visits for one value
     enum { unseen, open, done } state = unseen;
     std::size_t height = 1;  // nodes down to its registers
     std::uint64_t work = 0;
   };
-  // The element that others stand in, and its node.
+  // An element that holds others, and its node.
   struct node_element {
     std::string_view type;
     node* of = nullptr;
@@ -183,7 +185,7 @@ class node_check {
     throw description_error("node " + which.name + ": " + what);
   }
 
-  // Nodes stand in groups, in registers (formulas of their addresses) and in structures.
+  // Groups, registers (with the formula of their address) and structures hold nodes.
   void collect(xmlNode* element, node_element owner) {
     const std::string_view type = view(element->name);
     check_prefix(element);
@@ -199,7 +201,7 @@ class node_check {
     }
   }
 
-  // ArvGc knows no name spaces, and would take it for an element of another name.
+  // ArvGc ignores name spaces: it would take the element for one of another name.
   static void check_prefix(const xmlNode* element) {
     if (element->ns != nullptr && element->ns->prefix != nullptr) {
       const std::string name(view(element->name));
@@ -210,7 +212,7 @@ class node_check {
 
   node* add(const xmlNode* element, std::string_view type, node* owner) {
     node* const added = named(name_of(element));
-    if (owner != nullptr && type == "StructEntry") {  // it is a part of its register
+    if (owner != nullptr && type == "StructEntry") {  // a part of its register
       added->sources.emplace_back(owner, 1U);
     } else if (owner != nullptr) {
       owner->sources.emplace_back(added, 1U);
@@ -218,7 +220,7 @@ class node_check {
     return added;
   }
 
-  // Names are printed and logged.
+  // Names appear in messages and in the log.
   static std::string name_of(const xmlNode* element) {
     std::string name = attribute(element, "Name");
     if (name.size() > longestName || std::any_of(name.begin(), name.end(), is_space_or_control)) {
@@ -229,7 +231,7 @@ class node_check {
     return name;
   }
 
-  // Nodes of one name count as one, since ArvGc would take any of them.
+  // Nodes of the same name count as one, since a link may lead ArvGc to any of them.
   node* named(const std::string& name) {
     if (node* const known = find(name)) {
       return known;
@@ -250,7 +252,7 @@ class node_check {
   void check_property(xmlNode* element, std::string_view type, const node_element& owner) {
     node& of = *owner.of;
     if (contains(valueLinks, type)) {
-      // A converter asks for the limits of its value with the value.
+      // With its value, a converter reads the limits of that value.
       const unsigned times = type == "pValue" && converts(owner.type) ? 2 : 1;
       links_.push_back({&of, std::string(trimmed(text_in(element))), times});
       links_.push_back({&of, attribute(element, "pOffset"), 1});
@@ -310,7 +312,7 @@ class node_check {
     }
   }
 
-  // How much there is to look at for the node's value.
+  // The number of nodes to visit for the node's value.
   std::uint64_t measure(node& of) {
     if (of.state == node::done) {
       return of.work;
@@ -341,7 +343,7 @@ class node_check {
     }
   }
 
-  // "A -> B -> A", from where it begins to come round.
+  // "A -> B -> A": the circle at the end of the path.
   std::string path() const {
     std::string names;
     auto each = std::find(path_.begin(), path_.end(), path_.back());
@@ -354,7 +356,7 @@ class node_check {
   std::deque<node> nodes_;
   std::unordered_map<std::string_view, node*> byName_;
   std::vector<named_link> links_;
-  std::vector<const node*> path_;  // from the node that is measured to where it is looked at
+  std::vector<const node*> path_;  // from the measured node to the present one
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What ArvGc may be given to read: it trusts what a description says.
+// Keeps from ArvGc what it would not survive: ArvGc trusts every description.
 #ifndef PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_CHECK_H
 #define PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_CHECK_H
 
@@ -9,13 +9,13 @@
 
 namespace gige {
 
-// The description as ArvGc is to read it: the same elements, written anew from what the check saw, with
-// formulas that cannot trap. Raises description_error, with the name of the node that is wrong, for what
-// ArvGc would not survive or not come to an end with: nodes whose values lead back to themselves or to far
-// too many others, lengths and polling times beyond any camera's, lengths that the camera may choose,
-// document types and entities, and whatever is too deep, too long or too many.
+// The description for ArvGc: the same elements, with formulas that cannot trap. It is written from the parsed
+// document, so that ArvGc reads exactly what was checked. Raises description_error, with the name of the
+// node, for what would crash or block ArvGc: values that lead back to themselves or to far too many others,
+// lengths and polling times beyond any camera's, lengths that the camera chooses at run time, document types
+// and entities, and anything too deep, too long or too many.
 //
-// Links to no node and elements that nobody knows pass: ArvGc refuses the feature when it is used.
+// Accepts links to missing nodes and unknown elements: ArvGc refuses such a feature at its use.
 std::string checked_description(std::string_view xml);
 
 }  // namespace gige

@@ -6,7 +6,7 @@
 
 namespace gige {
 
-// The text says what is wrong, with the node or the address it is wrong with, and what would be right.
+// The text names the fault with its node or address, and what would be right.
 class description_error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using clock = std::chrono::steady_clock;
 
 constexpr std::size_t longestUrl = 512;  // the registers have no more
-constexpr std::size_t piece = 512;       // bytes read of the camera at once: one command of its protocol
+constexpr std::size_t piece = 512;       // bytes of a read from the camera: one command of the protocol
 
 [[noreturn]] void refuse(std::string_view url, const std::string& what) {
   throw description_error("the description's URL '" + std::string(url) + "' " + what);
@@ -32,7 +32,7 @@ bool is_printable(char c) {
 
 // ---- Reading URLs
 
-// Takes what stands before the separator, or all.
+// Removes and returns the text before the separator, or all of it.
 std::string_view take_until(std::string_view& text, std::string_view separator) {
   const std::size_t end = text.find(separator);
   const std::string_view taken = text.substr(0, end);
@@ -128,7 +128,7 @@ bool is_below(const fs::path& directory, const fs::path& file) {
   return std::mismatch(directory.begin(), directory.end(), file.begin(), file.end()).first == directory.end();
 }
 
-// Where it is once links are followed; within the directory, or it is refused.
+// The path without symbolic links. Raises description_error for one outside of the directory.
 fs::path allowed_file(const std::string& path, const std::string& directory) {
   if (directory.empty()) {
     throw description_error("the camera's description is the file '" + path +

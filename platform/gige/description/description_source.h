@@ -1,4 +1,4 @@
-// Where a camera's GenICam description is, and getting it from there.
+// The place of a camera's GenICam description, and fetching it.
 #ifndef PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_SOURCE_H
 #define PLATFORM_GIGE_DESCRIPTION_DESCRIPTION_SOURCE_H
 
@@ -14,11 +14,11 @@
 
 namespace gige {
 
-// What the text of a URL register says.
+// A URL of a description, as a camera's URL registers hold it.
 struct description_source {
   enum class place { camera, file, http };
   place where = place::camera;
-  std::string path;  // the file's name on the camera, its path, or what is asked of the host ("/cam.zip")
+  std::string path;  // name on the camera, path of the file, or path of the HTTP request ("/cam.zip")
   std::uint64_t address = 0;  // in the camera's memory, with `camera` only
   std::uint64_t size = 0;     // bytes there
   std::uint32_t host = 0;     // IPv4 address in host byte order, with `http` only
@@ -30,22 +30,21 @@ struct description_source {
 // end. Raises description_error.
 description_source parse_source(std::string_view text);
 
-// What a camera may lead us to, and for how long.
+// The limits for fetching a description.
 struct source_access {
-  std::uint32_t camera = 0;  // its IPv4 address, host byte order: the only host that `http` may name
-  std::string directory;     // the only one whose files `file` may name; empty: no file at all
-  // For all of a transfer, however it trickles in.
+  std::uint32_t camera = 0;  // IPv4 address, host byte order: the only host that an `http` URL may name
+  std::string directory;     // the only directory whose files a `file` URL may name; empty: none
+  // For the whole transfer.
   std::chrono::milliseconds patience = std::chrono::seconds(30);
-  int cancelled = -1;  // a descriptor that becomes readable when waiting shall end; -1: it never shall
+  int cancelled = -1;  // a descriptor that is readable when the wait has to end; -1: none
 };
 
-// Gets what the source says, as it is there: XML, or a zip archive of it. Raises description_error, and what
-// the camera's port raises.
+// Fetches the bytes of the description: XML, or a zip archive of it. Raises description_error, and what the
+// port raises.
 std::string fetch(const description_source& from, register_port& camera, const source_access& allowed);
 
-// The description's XML from the first of these URL register texts that leads to one. Empty texts are passed
-// over. Raises description_error with the reason of each when none does; the port's TimeoutException comes
-// through.
+// The XML of the first URL that leads to a description. Skips empty texts. If none does, raises
+// description_error with the reasons of all. Raises the port's TimeoutException at once.
 std::string load_description(std::span<const std::string> urls, register_port& camera,
                              const source_access& allowed);
 

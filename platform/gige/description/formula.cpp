@@ -11,17 +11,17 @@ bool is_space(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-// Of a number or a name.
+// A character of a number or a name.
 bool is_word(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '.';
 }
 
-// Finds where the operand of a division ends.
+// Finds the end of the divisor of a division.
 class operand_scanner {
  public:
   operand_scanner(std::string_view formula, std::size_t begin) : formula_(formula), at_(begin) {}
 
-  // Signs, an operand, and what it is raised to.
+  // Signs, an operand, and its exponents.
   std::size_t end() {
     take_factor();
     while (takes("**")) {
@@ -56,7 +56,7 @@ class operand_scanner {
     skip_space();
     const std::size_t begin = at_;
     take_word();
-    if (takes("(")) {  // in brackets, or the arguments of a function
+    if (takes("(")) {  // an expression in brackets, or the arguments of a function
       take_rest_of_brackets();
     }
     if (at_ == begin) {
@@ -90,7 +90,7 @@ class operand_scanner {
   std::size_t at_;
 };
 
-// A number that stands for itself is never -1, unless it is one of 64 bits.
+// A literal is never -1, except one of 64 bits.
 bool is_plain_number(std::string_view operand) {
   constexpr std::size_t shorter = 16;
   while (!operand.empty() && is_space(operand.front())) {

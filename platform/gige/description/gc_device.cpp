@@ -25,7 +25,7 @@ struct gc_device::object {
     });
   }
 
-  // As numbers in this machine's order, for cameras that declare the order of their registers wrongly.
+  // Converts from big endian, the byte order of all GigE Vision registers.
   static gboolean read_register(ArvDevice* device, guint64 address, guint32* to, GError** error) {
     std::array<std::uint8_t, sizeof *to> bytes{};
     const gboolean read = read_memory(device, address, bytes.size(), bytes.data(), error);

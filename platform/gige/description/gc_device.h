@@ -1,4 +1,4 @@
-// The device that ArvGc reads a description for: it hands each access of a register to a port.
+// The device of a description in ArvGc. It passes each register access to a port.
 #ifndef PLATFORM_GIGE_DESCRIPTION_GC_DEVICE_H
 #define PLATFORM_GIGE_DESCRIPTION_GC_DEVICE_H
 
@@ -16,10 +16,10 @@ class gc_device {
   gc_device(const gc_device&) = delete;
   gc_device& operator=(const gc_device&) = delete;
 
-  // To read a description for. It must not be used after this object's end.
+  // For arv_gc_new; valid as long as this object.
   ArvDevice* get() const { return object_.get(); }
 
-  // Exceptions cannot pass ArvGc. What the port raised since this was called last is raised here.
+  // Exceptions cannot pass through ArvGc. Raises the latest one that the port raised since the last call.
   void rethrow();
 
  private:

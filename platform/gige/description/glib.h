@@ -1,4 +1,4 @@
-// GLib's objects and errors as C++ holds them.
+// Owners of GLib's objects and errors.
 #ifndef PLATFORM_GIGE_DESCRIPTION_GLIB_H
 #define PLATFORM_GIGE_DESCRIPTION_GLIB_H
 
@@ -15,7 +15,7 @@ struct unreference {
 template <class Object>
 using owned = std::unique_ptr<Object, unreference>;
 
-// Where a call of ArvGc leaves its error.
+// Receives the error of a call of ArvGc.
 class glib_error {
  public:
   glib_error() = default;
@@ -23,15 +23,15 @@ class glib_error {
   glib_error& operator=(const glib_error&) = delete;
   ~glib_error() { g_clear_error(&error_); }
 
-  // To be passed to one call.
+  // The argument of one call.
   GError** out() {
     g_clear_error(&error_);
     return &error_;
   }
   bool is(GQuark domain, int code) const { return g_error_matches(error_, domain, code) != 0; }
 
-  // Raises the exception of the GenICam tree that stands for the error, about the feature; returns when
-  // there is none.
+  // Raises the exception of the GenICam tree that stands for the error, with the name of the feature. Returns
+  // if there is no error.
   void raise_if_set(const std::string& feature) const;
 
  private:

@@ -25,9 +25,9 @@ constexpr std::string_view endOfHead = "\r\n\r\n";
   refuse(what + ": " + std::strerror(error));
 }
 
-class connection {
+class http_connection {
  public:
-  explicit connection(const http_request& request)
+  explicit http_connection(const http_request& request)
       : request_(request), socket_(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     sockaddr_in to{};
     to.sin_family = AF_INET;
@@ -42,9 +42,9 @@ class connection {
       refuse_errno("cannot be reached", error);
     }
   }
-  connection(const connection&) = delete;
-  connection& operator=(const connection&) = delete;
-  ~connection() { close(socket_); }
+  http_connection(const http_connection&) = delete;
+  http_connection& operator=(const http_connection&) = delete;
+  ~http_connection() { close(socket_); }
 
   void send(std::string_view text) {
     while (!text.empty()) {
@@ -57,7 +57,7 @@ class connection {
     }
   }
 
-  // All until the server closes.
+  // Reads until the server closes the connection.
   std::string receive(std::size_t most) {
     std::string received;
     std::array<char, 65'536> piece{};
@@ -97,14 +97,14 @@ class connection {
 }  // namespace
 
 std::string http_get(const http_request& request) {
-  connection server(request);
+  http_connection server(request);
   server.send("GET " + request.path + " HTTP/1.0\r\nConnection: close\r\n\r\n");
   return std::string(content_of(server.receive(request.most + mostHead)));
 }
 
 std::string_view content_of(std::string_view answer) {
   const std::size_t end = answer.find(endOfHead);
-  const std::string_view head = answer.substr(0, end);  // all of it where that is nowhere
+  const std::string_view head = answer.substr(0, end);  // the whole answer if it has no end of head
   if (end > mostHead || !head.starts_with("HTTP/1.")) {
     refuse("does not answer by HTTP");
   }

@@ -1,4 +1,4 @@
-// Getting one file by HTTP.
+// Fetching one file by HTTP.
 #ifndef PLATFORM_GIGE_DESCRIPTION_HTTP_H
 #define PLATFORM_GIGE_DESCRIPTION_HTTP_H
 
@@ -18,14 +18,14 @@ struct http_request {
   std::string path;      // "/camera.zip", without spaces and control characters
   std::size_t most = 0;  // bytes of content
   std::chrono::steady_clock::time_point deadline;
-  int cancelled = -1;  // a descriptor that becomes readable when waiting shall end; -1: it never shall
+  int cancelled = -1;  // a descriptor that is readable when the wait has to end; -1: none
 };
 
-// The content. Follows no redirection and speaks HTTP 1.0, by which the answer ends with the connection.
-// Raises description_error.
+// The content of the file, by HTTP 1.0, where the end of the connection ends the answer. Follows no
+// redirection. Raises description_error.
 std::string http_get(const http_request& request);
 
-// The content of a server's whole answer. Raises description_error for every answer but 200.
+// The content in a server's whole answer. Raises description_error for every status but 200.
 std::string_view content_of(std::string_view answer);
 
 }  // namespace gige

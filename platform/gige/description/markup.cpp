@@ -10,16 +10,16 @@ namespace {
 
 // The largest descriptions of cameras have some ten thousand elements, of two or three attributes.
 constexpr std::size_t mostElements = 200'000;
-constexpr std::size_t mostAttributes = 32;  // of one element: the parser compares each with each
+constexpr std::size_t mostAttributes = 32;  // of one element; the parser compares each with all others
 
-// What is no element: how it begins and ends.
+// Markup that is no element, with its first and last characters.
 struct section {
   std::string_view begin;
   std::string_view end;
 };
 constexpr section sections[] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}};
 
-// Where what begins there ends; past the text where it never does, which the parser will refuse.
+// The position behind `end`; the end of the text where there is none, which the parser will refuse.
 std::size_t after(std::string_view end, std::string_view xml, std::size_t at) {
   const std::size_t found = xml.find(end, at);
   return found == std::string_view::npos ? xml.size() : found + end.size();
@@ -40,7 +40,7 @@ std::size_t after_tag(std::string_view xml, std::size_t at) {
   return at;
 }
 
-// Comments and the like are passed over as one.
+// Skips an element's tag, or a whole comment, CDATA section or processing instruction.
 std::size_t after_markup(std::string_view xml, std::size_t at) {
   for (const section& each : sections) {
     if (xml.substr(at).starts_with(each.begin)) {

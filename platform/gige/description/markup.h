@@ -1,4 +1,4 @@
-// A first look at XML, before a parser builds anything from it.
+// Limits for XML that hold before a parser allocates anything for it.
 #ifndef PLATFORM_GIGE_DESCRIPTION_MARKUP_H
 #define PLATFORM_GIGE_DESCRIPTION_MARKUP_H
 
@@ -6,8 +6,8 @@
 
 namespace gige {
 
-// Raises description_error for a text with more elements or attributes than a parser should be asked to hold,
-// and for one with a document type, which could define entities. Takes one pass and no memory.
+// Raises description_error for more elements or attributes than a parser should hold, and for a document
+// type, which could define entities. Takes one pass and no memory.
 void check_markup(std::string_view xml);
 
 }  // namespace gige

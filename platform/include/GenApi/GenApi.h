@@ -1,11 +1,11 @@
 // A camera's features as a GenICam node map, GenApi 3.0.
 //
 // This header stands for a deployment's own `GenApi/GenApi.h` and declares only what the bundle uses of
-// it, under the same names. The classes are implemented in `platform/genapi`, which is part of each of
-// our `libGevApi.so.2`.
+// it, under the same names. The classes are implemented in `platform/gev`, which is part of each of our
+// `libGevApi.so.2`.
 //
-// Nodes belong to the node map, the node map to the open camera. A node is reached by name from the
-// node map and cast (`dynamic_cast`) to the interface of its kind. Every operation that reaches the
+// The node map owns its nodes, and the open camera owns the node map. A caller gets a node by name and
+// casts it (`dynamic_cast`) to the interface of its kind. Every operation that reaches the
 // camera may raise an exception of the GenICam::GenericException tree, which is no std::exception.
 #ifndef GENAPI_GENAPI_H
 #define GENAPI_GENAPI_H
@@ -15,7 +15,7 @@
 #include <cstring>
 #include <string>
 
-// Everything here is shared across library borders: type information must be one in the process.
+// Classes are shared by libraries, so their type information must exist once in the process.
 #define GENAPI_EXPORT __attribute__((visibility("default")))
 
 extern "C" {
@@ -116,8 +116,8 @@ class GENAPI_EXPORT INode : virtual public IBase {
   virtual GenICam::gcstring GetName() const = 0;
 };
 
-// Of every operation below: `verify` checks access and limits, reads check what was read as well;
-// `ignoreCache` reads from the camera even what the node map knows.
+// Arguments of all operations below: `verify` checks access and limits, of values that are read, too.
+// `ignoreCache` reads from the camera, also when the node map knows the value.
 
 // Anything that has a value which can be written as text.
 class GENAPI_EXPORT IValue : virtual public IBase {
@@ -165,7 +165,7 @@ class GENAPI_EXPORT IEnumeration : virtual public IValue {
   ~IEnumeration() override;
   // Null when there is no entry of that name. An entry that the camera does not offer is NI.
   virtual IEnumEntry* GetEntryByName(const GenICam::gcstring& name) = 0;
-  // Null when the camera's value belongs to no entry.
+  // Null when the camera's value is that of no entry.
   virtual IEnumEntry* GetCurrentEntry(bool verify = false, bool ignoreCache = false) = 0;
 };
 
