@@ -22,7 +22,7 @@
 #include "platform/gige/stream/frame_stream.h"
 #include "platform/gvcam/device.h"
 #include "platform/picture/picture.h"
-#include "tests/gige/stream/sending_camera.h"
+#include "tests/own_network.h"
 #include "tests/wire/forging_host.h"
 
 namespace {

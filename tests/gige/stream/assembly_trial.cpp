@@ -6,9 +6,9 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <sstream>
 
 #include "platform/gige/stream/frame_assembler.h"
+#include "tests/gige/stream/assembly_model.h"
 
 namespace gige {
 namespace {
@@ -18,6 +18,28 @@ using gige_protocol::id_mode;
 using gige_protocol::packet_format;
 using gige_protocol::payload_type;
 using gige_protocol::status;
+
+struct trial_event {
+  enum class kind {
+    packet,       // arrives, together with those before it since the last event of another kind
+    pause,        // of that many tenths of a millisecond
+    deadline,     // the assembler is called when it wants to be
+    answer,       // the camera sends the oldest packet that was asked for
+    unavailable,  // or says that it does not have it
+    starve,       // no memory is lent from here on
+    feed,         // or is lent again
+    restart,      // a new acquisition
+  };
+  kind what = kind::packet;
+  sent_packet packet{};
+  unsigned tenths = 0;
+};
+
+struct trial {
+  sent_stream camera;
+  bool predicted = false;  // bodies are received where the assembler says, as recvmmsg does
+  std::vector<trial_event> events{};
+};
 
 constexpr std::array states = {status::packet_unavailable, status::packet_and_previous_removed,
                                status::packet_temporarily_unavailable, status::packet_resend, status::error};
@@ -90,8 +112,6 @@ trial_event other_event(const choices& choose) {
   return {.what = kinds[choose(kinds.size())], .tenths = choose(choose(10) == 0 ? 100 : 4)};
 }
 
-}  // namespace
-
 trial make_trial(const choices& choose) {
   trial made{.camera = {make_setup(choose), types[choose(imageTypes)]}, .predicted = choose(2) == 0};
   const impairments each{choose(2) * choose(12), choose(2) * choose(10), choose(2) * choose(10),
@@ -129,28 +149,6 @@ trial make_trial(const choices& choose) {
   return made;
 }
 
-namespace {
-
-struct counter {
-  const char* name;
-  std::uint64_t assembly_counters::*value;
-};
-// clang-format off
-constexpr std::array allCounters = {
-    counter{"whole frames", &assembly_counters::framesWhole},
-    counter{"incomplete frames", &assembly_counters::framesIncomplete},
-    counter{"missing frames", &assembly_counters::framesMissing},
-    counter{"refused frames", &assembly_counters::framesRefused},
-    counter{"dropped frames", &assembly_counters::framesDropped},
-    counter{"packets received", &assembly_counters::packetsReceived},
-    counter{"packets lost", &assembly_counters::packetsLost},
-    counter{"packets requested", &assembly_counters::packetsRequested},
-    counter{"packets received again", &assembly_counters::packetsReceivedAgain},
-    counter{"duplicate packets", &assembly_counters::packetsDuplicate},
-    counter{"foreign packets", &assembly_counters::packetsForeign},
-};
-// clang-format on
-
 // Runs the assembler and the model, and is the owner of the former.
 class both final : public frame_owner {
  public:
@@ -163,9 +161,6 @@ class both final : public frame_owner {
   std::optional<std::string> run() {
     for (const trial_event& event : trial_.events) {
       happen(event);
-      if (!difference_.empty()) {
-        return difference_;
-      }
     }
     accept_all();
     assembler_.reset();
@@ -204,32 +199,23 @@ class both final : public frame_owner {
 
  private:
   void happen(const trial_event& event) {
-    if (event.what == trial_event::kind::packet) {
+    using kind = trial_event::kind;
+    if (event.what == kind::packet) {
       batch_.push_back(event.packet);
       return;
     }
     accept_all();
-    switch (event.what) {
-      case trial_event::kind::pause:
-        pass(now_ + event.tenths * 100us);
-        break;
-      case trial_event::kind::deadline:
-        pass(std::max(now_, assembler_.deadline().value_or(now_)));
-        break;
-      case trial_event::kind::answer:
-        answer(true);
-        break;
-      case trial_event::kind::unavailable:
-        answer(false);
-        break;
-      case trial_event::kind::starve:
-        starved_ = !trial_.predicted;
-        break;  // otherwise memory is lent ahead
-      case trial_event::kind::feed:
-        starved_ = false;
-        break;
-      default:
-        assembler_.reset(), model_.reset();
+    if (event.what == kind::pause) {
+      pass(now_ + event.tenths * 100us);
+    } else if (event.what == kind::deadline) {
+      pass(std::max(now_, assembler_.deadline().value_or(now_)));
+    } else if (event.what == kind::answer || event.what == kind::unavailable) {
+      answer(event.what == kind::answer);
+    } else if (event.what == kind::starve || event.what == kind::feed) {
+      starved_ = event.what == kind::starve && !trial_.predicted;  // otherwise memory is lent ahead
+    } else {
+      assembler_.reset();
+      model_.reset();
     }
     compare();
   }
@@ -287,9 +273,7 @@ class both final : public frame_owner {
   void compare() {
     note(ended_ == model_.ended, "other frames ended");
     note(requests_ == model_.requests, "other packets were asked for");
-    for (const counter& each : allCounters) {
-      note(assembler_.counters().*each.value == model_.counters.*each.value, each.name);
-    }
+    note(assembler_.counters() == model_.counters, "other counts");
     note(assembler_.deadline() == model_.deadline(), "another deadline");
   }
 
@@ -316,47 +300,40 @@ class both final : public frame_owner {
 std::string text_of(const trial_event& event) {
   constexpr std::array names = {"packet",      "pause",  "deadline", "answer",
                                 "unavailable", "starve", "feed",     "restart"};
-  std::ostringstream text;
-  text << names[static_cast<std::size_t>(event.what)];
-  if (event.what == trial_event::kind::pause) {
-    text << " of " << event.tenths << "/10 ms";
-  } else if (event.what == trial_event::kind::packet) {
-    const sent_packet& packet = event.packet;
-    text << ' ' << packet.head.blockId << ':' << packet.head.packetId << ' ' << name_of(packet.head.format)
-         << ", " << packet.bytes << " bytes, cut by " << packet.cut << ", " << name_of(packet.leader.type)
-         << ", " << gige_protocol::text_of(packet.head.state);
-  }
-  return text.str();
+  const gige_protocol::packet_head& head = event.packet.head;
+  return names[static_cast<std::size_t>(event.what)] + (' ' + std::to_string(event.tenths)) +
+         "/10 ms, packet " + std::to_string(head.blockId) + ':' + std::to_string(head.packetId) + ' ' +
+         name_of(head.format) + ", " + gige_protocol::text_of(head.state) + '\n';
 }
 
-}  // namespace
-
-std::optional<std::string> run_trial(const trial& what) {
-  return both(what).run();
-}
-
+// Leaves out events as long as what is left still fails, and says what they are.
 std::string shrink(trial failing) {
   for (std::size_t length = failing.events.size(); length > 0; length /= 2) {
     for (std::size_t first = 0; first + length <= failing.events.size();) {
       trial less = failing;
       const auto from = less.events.begin() + static_cast<std::ptrdiff_t>(first);
       less.events.erase(from, from + static_cast<std::ptrdiff_t>(length));
-      if (run_trial(less)) {
+      if (both(less).run()) {
         failing = std::move(less);
       } else {
         first += length;
       }
     }
   }
-  std::ostringstream text;
-  text << *run_trial(failing) << " with frames of " << failing.camera.setup.width << " x "
-       << failing.camera.setup.height << ", " << failing.camera.setup.payloadBytes << " bytes, in packets of "
-       << failing.camera.setup.packetBytes << ", " << failing.camera.setup.maxPacketResends << " resends"
-       << (failing.predicted ? ", predicted" : "") << ":\n";
+  const assembly_setup& setup = failing.camera.setup;
+  std::string text = *both(failing).run() + " with " + std::to_string(setup.payloadBytes) +
+                     " bytes in packets of " + std::to_string(setup.packetBytes) + ":\n";
   for (const trial_event& event : failing.events) {
-    text << "  " << text_of(event) << '\n';
+    text += text_of(event);
   }
-  return text.str();
+  return text;
+}
+
+}  // namespace
+
+std::string difference_in_trial(const choices& choose) {
+  const trial made = make_trial(choose);
+  return both(made).run() ? shrink(made) : "";
 }
 
 }  // namespace gige

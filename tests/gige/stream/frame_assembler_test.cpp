@@ -4,12 +4,31 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "tests/gige/stream/allocation_count.h"
 #include "tests/gige/stream/stream_packets.h"
+
+namespace {
+std::atomic<std::size_t> allocations = 0;
+}
+
+// In place of the standard library's, for the whole program.
+void* operator new(std::size_t size) {
+  ++allocations;
+  void* const memory = std::malloc(std::max(size, std::size_t{1}));
+  return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace gige {
 namespace {
@@ -20,7 +39,6 @@ using gige_protocol::payload_type;
 using gige_protocol::status;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 // Frames of 64 x 32 pixels, Mono8: a leader, 25 full packets, one of 48 bytes, and a trailer.
 constexpr std::uint32_t trailerNumber = 27;
@@ -79,17 +97,6 @@ class frame_assembly : public testing::Test, public frame_owner {
   frame_assembler assembler_{camera_.setup, *this};
 };
 
-TEST_F(frame_assembly, DeliversAFrameWithItsLastMissingPacket) {
-  send(1, 0, 4);
-  send(1, 6, trailerNumber);
-  EXPECT_EQ(lastRequest_, (resend_request{1, 5, 5}));
-  EXPECT_THAT(ended(), IsEmpty());
-  send(1, 5, 5);
-  EXPECT_THAT(ended(), ElementsAre(frame_end(1, frame_outcome::whole)));
-  EXPECT_EQ(ended_[0].timestamp, 1000);
-  EXPECT_EQ(ended_[0].bytes, 2048);
-}
-
 TEST_F(frame_assembly, LosesOneFrameWithOnePacket) {
   send(1, 0, 4);
   send(1, 6, trailerNumber);
@@ -140,17 +147,6 @@ TEST_F(frame_assembly, IsMovedByTwoPacketsInARowButNotByOne) {
                                    frame_end(9000, frame_outcome::whole)));
 }
 
-TEST_F(frame_assembly, FollowsFramesWithoutMemoryToTheirEnd) {
-  memoryLeft_ = 0;
-  std::array<std::uint8_t*, 64> places{};
-  EXPECT_EQ(assembler_.predict(places), trailerNumber + 1);
-  EXPECT_THAT(places, testing::Each(nullptr));
-  send(1, 0, trailerNumber);
-  memoryLeft_ = 1;
-  send(2, 0, trailerNumber);
-  EXPECT_THAT(ended(), ElementsAre(frame_end(1, frame_outcome::dropped), frame_end(2, frame_outcome::whole)));
-}
-
 TEST_F(frame_assembly, AsksSoonerOnceItKnowsHowFastTheCameraAnswers) {
   for (std::uint64_t frame = 1; frame < 4; ++frame) {
     const moment start = moment{} + frame * 10ms;
@@ -174,7 +170,7 @@ TEST_F(frame_assembly, AllocatesNothing) {
   for (const auto& packet : packets) {
     batch.push_back({packet.data(), packet.data() + gige_protocol::standardHeadSize, packet.size()});
   }
-  const std::size_t before = allocation_count();
+  const std::size_t before = allocations;
   for (std::size_t done = 0; done < batch.size();) {
     std::array<std::uint8_t*, 16> places{};
     const std::size_t count = std::min(assembler_.predict(places), batch.size() - done);
@@ -182,7 +178,7 @@ TEST_F(frame_assembly, AllocatesNothing) {
     done += count;
   }
   assembler_.expire(moment{} + 5s);
-  EXPECT_EQ(allocation_count(), before);
+  EXPECT_EQ(allocations, before);
   EXPECT_EQ(assembler_.counters().framesWhole, 6);
 }
 
