@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "platform/gige_protocol/gvcp.h"
 #include "platform/gige_protocol/gvsp.h"
-#include "tests/gige_protocol/pcap.h"
 #include "tests/gige_protocol/samples.h"
 
 namespace gige_protocol {
@@ -14,19 +16,14 @@ namespace {
 
 using ::testing::HasSubstr;
 
-TEST(Protocol, writes_every_message_again_as_it_was_read) {
+TEST(Protocol, takes_whole_messages_only_and_writes_them_again) {
   for (const sample& each : every_message()) {
     const auto again = each.rewrite(each.bytes);
-    ASSERT_TRUE(again) << each.name << ": " << again.reason();
-    EXPECT_EQ(*again, each.bytes) << each.name;
-  }
-}
-
-TEST(Protocol, refuses_every_message_that_was_cut_off) {
-  for (const sample& each : every_message()) {
+    ASSERT_TRUE(again) << each.filter << ": " << again.reason();
+    EXPECT_EQ(*again, each.bytes) << each.filter;
     for (std::size_t size = 0; size < each.bytes.size(); ++size) {
       EXPECT_FALSE(each.rewrite(byte_view(each.bytes).first(size)))
-          << each.name << " of " << size << " bytes";
+          << each.filter << " of " << size << " bytes";
     }
   }
 }
@@ -40,43 +37,52 @@ TEST(Protocol, reads_nothing_behind_a_message_that_is_too_short) {
       byte_vector brief(each.bytes.begin(), each.bytes.begin() + static_cast<std::ptrdiff_t>(size));
       store(brief, 4, static_cast<std::uint16_t>(size - messageHeadSize));
       const auto again = each.rewrite(brief);
-      EXPECT_TRUE(!again || *again == brief) << each.name << " of " << size << " bytes";
+      EXPECT_TRUE(!again || *again == brief) << each.filter << " of " << size << " bytes";
     }
   }
 }
 
-// The capture holds one of each message between Debian's Aravis tools and its camera (captures/record).
+struct captured {
+  std::uint16_t sourcePort;
+  std::uint16_t destinationPort;
+  byte_vector payload;
+};
+
+// The UDP datagrams of a capture on Ethernet: one of each message between Debian's Aravis tools and its
+// camera (captures/record).
+std::vector<captured> read_capture() {
+  constexpr std::size_t fileHead = 24;
+  constexpr std::size_t recordHead = 16;
+  constexpr std::size_t udp = 14 + ipHeadSize;
+  std::ifstream in(CAPTURES "/arv-tools.pcap", std::ios::binary);
+  const byte_vector bytes{std::istreambuf_iterator<char>(in), {}};
+  std::vector<captured> result;
+  for (std::size_t place = fileHead; place + recordHead <= bytes.size();) {
+    std::uint32_t size = 0;
+    std::memcpy(&size, &bytes[place + 8], sizeof size);
+    const byte_view packet = byte_view(bytes).subspan(place + recordHead, size);
+    const byte_view payload = packet.subspan(udp + udpHeadSize);
+    result.push_back({load<std::uint16_t>(packet, udp),
+                      load<std::uint16_t>(packet, udp + 2),
+                      {payload.begin(), payload.end()}});
+    place += recordHead + size;
+  }
+  return result;
+}
+
 TEST(Protocol, reads_and_writes_what_others_sent_each_other) {
   const auto rewrite = [](const captured& each) {
     return each.destinationPort == controlPort ? rewrite_command(each.payload)
            : each.sourcePort == controlPort    ? rewrite_acknowledge(each.payload)
                                                : rewrite_packet(each.payload);
   };
-  const auto datagrams = read_pcap(CAPTURES "/arv-tools.pcap");
+  const auto datagrams = read_capture();
   EXPECT_EQ(datagrams.size(), 12U);
   for (const captured& each : datagrams) {
     const auto again = rewrite(each);
     ASSERT_TRUE(again) << again.reason();
     EXPECT_EQ(*again, each.payload);
   }
-}
-
-TEST(Protocol, takes_others_messages_for_what_they_are) {
-  const auto datagrams = read_pcap(CAPTURES "/arv-tools.pcap");
-  const auto camera = parse_discovery(parse_acknowledge(datagrams[7].payload)->payload);
-  EXPECT_EQ(camera->manufacturer.view(), "Aravis");
-  EXPECT_EQ(camera->serial.view(), "GV1");
-  EXPECT_EQ(camera->ip, 0x7f00'0001U);
-  const auto url = parse_memory(parse_acknowledge(datagrams[1].payload)->payload);
-  EXPECT_EQ(url->address, registers::firstUrl);
-  EXPECT_EQ(url->bytes.size(), registers::urlSize);
-  const auto lost = parse_packet_resend(*parse_command(datagrams[10].payload));
-  EXPECT_EQ(lost->ids, id_mode::standard);
-  EXPECT_EQ(lost->blockId, 65401U);
-  EXPECT_EQ(lost->firstPacket, lost->lastPacket);
-  const auto start = parse_leader(byte_view(datagrams[8].payload).subspan(standardHeadSize));
-  EXPECT_EQ(start->image, (image_geometry{.pixelFormat = 0x0108'0001, .width = 256, .height = 256}));
-  EXPECT_EQ(payload_per_packet(576, id_mode::standard), datagrams[9].payload.size() - standardHeadSize);
 }
 
 struct bad_message {
@@ -170,13 +176,9 @@ TEST(Protocol, packs_a_frame_into_packets) {
 }
 
 TEST(Protocol, names_what_it_does_not_handle) {
-  EXPECT_STREQ(name_of(payload_type::multi_part), "multi-part data");
   EXPECT_STREQ(name_of(payload_type{0x4006}), "JPEG image with chunks");
-  EXPECT_STREQ(name_of(payload_type{0x8001}), "device-specific payload");
   EXPECT_STREQ(name_of(payload_type{0x0777}), "unknown payload");
-  EXPECT_STREQ(name_of(packet_format::all_in), "all-in packet");
   EXPECT_STREQ(name_of(packet_format{15}), "unknown format");
-  EXPECT_STREQ(text_of(status::access_denied), "access denied");
   EXPECT_STREQ(text_of(status{0x9000}), "unknown status");
 }
 

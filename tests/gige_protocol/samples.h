@@ -2,16 +2,25 @@
 #ifndef TESTS_GIGE_PROTOCOL_SAMPLES_H
 #define TESTS_GIGE_PROTOCOL_SAMPLES_H
 
+#include <cstdint>
 #include <vector>
 
+#include "platform/gige_protocol/bytes.h"
 #include "platform/gige_protocol/parsed.h"
-#include "tests/gige_protocol/rewrite.h"
 
 namespace gige_protocol {
 
+using byte_vector = std::vector<std::uint8_t>;
+
+// Reads a datagram and writes it again: what comes out must be what went in, but for reserved bits. Gives the
+// parser's refusal.
+using rewriter = parsed<byte_vector> (*)(byte_view);
+parsed<byte_vector> rewrite_command(byte_view bytes);
+parsed<byte_vector> rewrite_acknowledge(byte_view bytes);
+parsed<byte_vector> rewrite_packet(byte_view bytes);
+
 struct sample {
-  const char* name;  // for the messages of a failing test
-  parsed<byte_vector> (*rewrite)(byte_view);
+  rewriter rewrite;
   byte_vector bytes;
   const char* filter;  // Wireshark's display filter that is true for it
 };
