@@ -228,7 +228,15 @@ void camera_runner::close_device() {
   std::exchange(device_, nullptr)->destroy();
 }
 
-// What to do about the failure that was last.
+// Why the attempt that was last failed.
+std::string camera_runner::failure_text() const {
+  if (!refusal_.lines.empty()) {
+    return refusal_.lines.front();
+  }
+  return silenceAdvice_.empty() ? take_failures() : camera_silent().what();
+}
+
+// What to do about it.
 std::string camera_runner::failure_advice() const {
   if (!refusal_.lines.empty()) {
     return advice_of(refusal_);
@@ -239,7 +247,7 @@ std::string camera_runner::failure_advice() const {
 // Logs the failure and waits before the next attempt. False when there is to be none.
 bool camera_runner::report_failure() {
   const std::uint64_t inRow = slot_.status.now().failuresInRow;
-  const std::string reasons = refusal_.lines.empty() ? take_failures() : refusal_.lines.front();
+  const std::string reasons = failure_text();
   const std::string advice = failure_advice();
   LOG(1, "the device failed (%lu in a row): %s", inRow, reasons.c_str());
   if (!limits_.restart) {

@@ -115,6 +115,7 @@ class camera_runner final : private Zavik::Support::MediaGrabber::device_handler
   void read_health();
   void report_losses(std::uint64_t nowUs);
   failure_reason reason_of_failure() const;
+  std::string failure_text() const;
   std::string failure_advice() const;
   bool report_failure();
   void pause(std::chrono::milliseconds length);
