@@ -22,6 +22,9 @@ namespace host {
 namespace {
 
 constexpr std::string_view kBearer = "Bearer ";
+constexpr const char* kNeedsToken =
+    "this needs the token of the link that was printed at start, as 'Authorization: Bearer TOKEN'";
+constexpr const char* kReadOnly = "nothing can be changed here: the program runs with --web-read-only";
 constexpr std::string_view kTokenCharacters =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";  // 64: a byte's six lowest bits
 
@@ -37,6 +40,11 @@ std::string host_of(const std::string& text) {
     return lower(text.substr(1, text.find(']') - 1));
   }
   return lower(text.substr(0, text.find(':')));
+}
+
+std::string unknown_host_text(const web_request& request) {
+  return fmt::format("this server does not answer to the name '{}'; --web-host adds one",
+                     host_of(request.header("host")).substr(0, 64));
 }
 
 // Takes as long for any text of the same length, so that the time tells nothing of the secret.
@@ -96,22 +104,17 @@ std::optional<access_refusal> access_rules::refuse(const web_request& request, a
   const bool isTrusted = has_token(request);
   const bool needsToken = need == access_need::change || !settings_.isLoopback;
   if (!isTrusted && (needsToken || !request.header("authorization").empty())) {
-    return access_refusal{
-        401,
-        "this needs the token of the link that was printed at start, as 'Authorization: Bearer "
-        "TOKEN'"};
+    return access_refusal{401, kNeedsToken};
   }
   if (!is_known_host(request) && (!isTrusted || need == access_need::change)) {
-    return access_refusal{403,
-                          fmt::format("this server does not answer to the name '{}'; --web-host adds one",
-                                      host_of(request.header("host")).substr(0, 64))};
+    return access_refusal{403, unknown_host_text(request)};
   }
   return need == access_need::change ? refuse_change(request) : std::nullopt;
 }
 
 std::optional<access_refusal> access_rules::refuse_change(const web_request& request) const {
   if (settings_.isReadOnly) {
-    return access_refusal{403, "nothing can be changed here: the program runs with --web-read-only"};
+    return access_refusal{403, kReadOnly};
   }
   const std::string origin = lower(request.header("origin"));
   const std::string own = (settings_.isTls ? "https://" : "http://") + lower(request.header("host"));
@@ -124,8 +127,14 @@ std::optional<access_refusal> access_rules::refuse_change(const web_request& req
   return std::nullopt;
 }
 
-bool access_rules::may_change(const web_request& request) const {
-  return !settings_.isReadOnly && has_token(request) && is_known_host(request);
+std::string access_rules::look_only_reason(const web_request& request) const {
+  if (settings_.isReadOnly) {
+    return kReadOnly;
+  }
+  if (!has_token(request)) {
+    return kNeedsToken;
+  }
+  return is_known_host(request) ? "" : unknown_host_text(request);
 }
 
 std::string random_token() {

@@ -49,8 +49,8 @@ class access_rules {
 
   /// Why this request is refused; none when it is allowed.
   std::optional<access_refusal> refuse(const web_request& request, access_need need) const;
-  /// Whether this request could change something, for a page to show its controls or not.
-  bool may_change(const web_request& request) const;
+  /// Why whoever sends this request may only look, for a page to say so; empty when changes are allowed.
+  std::string look_only_reason(const web_request& request) const;
 
  private:
   bool has_token(const web_request& request) const;

@@ -346,7 +346,9 @@ web_answer live_api::dispatch(const web_request& request) {
 
 web_answer live_api::access(const web_request& request, const path_words&) {
   const bool mayLook = !rules_.refuse(request, access_need::look);
-  return json_answer(ordered_json{{"may_look", mayLook}, {"may_change", rules_.may_change(request)}}.dump());
+  const std::string why = rules_.look_only_reason(request);
+  return json_answer(
+      text_of({{"may_look", mayLook}, {"may_change", why.empty()}, {"look_only_reason", why}}));
 }
 
 web_answer live_api::cameras(const web_request&, const path_words&) {

@@ -86,7 +86,7 @@ TEST_F(access_rules, let_nobody_change_anything_when_read_only) {
   const host::access_settings settings = {
       .token = kToken, .hosts = {"10.0.0.5"}, .isLoopback = false, .isReadOnly = true};
   expect(settings, {{"the token", {{"authorization", bearer}}, 0, 403}});
-  EXPECT_FALSE(host::access_rules(settings).may_change(request({{"authorization", bearer}})));
+  EXPECT_NE(host::access_rules(settings).look_only_reason(request({{"authorization", bearer}})), "");
 }
 
 TEST_F(access_rules, compare_the_origin_with_the_scheme_that_is_spoken) {

@@ -42,10 +42,16 @@ function closeDetail() {
   askForPictures();
 }
 
+// What of a failure does not change with every second, so that a screen reader says it once.
+function failureWords(camera) {
+  const state = { down: "down", given_up: "given up", silent: "silent" }[camera.state];
+  return camera.reason ? `${state}: ${camera.reason}` : state;
+}
+
 function showFailures(cameras) {
   const failing = cameras.filter((camera) => ["down", "given_up", "silent"].includes(camera.state));
   const place = byId("failures");
-  const texts = failing.map((camera) => [camera.camera, camera.words, camera.advice]);
+  const texts = failing.map((camera) => [camera.camera, failureWords(camera), camera.advice]);
   if (place.dataset.shown === JSON.stringify(texts)) {
     return;
   }
@@ -116,7 +122,8 @@ async function start() {
     byId("gate-token").focus();
     return;
   }
-  byId("read-only").hidden = access.may_change;
+  byId("look-only").hidden = access.may_change;
+  byId("look-only").textContent = `Only looking: ${access.look_only_reason}`;
   openEvents(viewer, onEvent, onEventState);
   openPictures(viewer, onPicture, onPictureState);
 }
