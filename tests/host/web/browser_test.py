@@ -211,12 +211,25 @@ class LivePage(unittest.TestCase):
         self.apply("gain_db", "3")
         self.wait("the gain read back", lambda: re.search(r"^gain 3 dB.*read back", self.text("entries"), re.M))
 
-    def test_a_camera_that_is_down_shows_its_reason(self):
-        self.start(serials=("SIM00001", "SIM00002"), cameras="serial=SIM00001 sensor=640x480")
-        self.wait("the reason", lambda: "SIM00002" in self.text("failures") and
-                  "did not answer" in self.text("failures"))
+    def test_cameras_that_fail_show_the_reason_and_what_to_do(self):
+        self.start(serials=("SIM00001", "SIM00002", "SIM00003"),
+                   cameras="serial=SIM00001 sensor=640x480; serial=SIM00003 sensor=640x480 fault=frame:_silent_@20")
+        self.wait("the reasons", lambda: re.search(
+            r"SIM00002 down: camera 'SIM00002' did not answer.*\ndid you mean.*\n"
+            r"SIM00003 down: the camera sends no frames\nlook for a firewall", self.text("failures")))
         self.wait("the other's picture", lambda: self.frame(".card canvas"))
         self.shoot("down")
+
+    def test_missed_frames_are_those_of_the_run(self):
+        self.start(cameras="serial=SIM00001 sensor=640x480 fault=frame:_lost_@60_x6")
+        self.open_camera()
+
+        def is_same():
+            run = re.search(r"(\d+) missed", self.text("detail-words"))
+            plot = re.search(r"(\d+) frames missed", self.element("intervals").get_attribute("aria-label") or "")
+            return run and plot and int(run[1]) >= 6 and run[1] == plot[1]
+
+        self.wait("the missed frames in the plot", is_same)
 
     def test_a_phone_scrolls_one_way_only(self):
         self.start(serials=("SIM00001", "SIM00002"),

@@ -73,6 +73,7 @@ export class Plots {
   showPicture(head) {
     const kept = this.#means.get(head.camera);
     this.#plots.means?.setData([kept.times, kept.values]);
+    this.#places.means.setAttribute("aria-label", `Mean grey ${Math.round(kept.values[0])} at first, ${Math.round(head.mean)} now`);
     if (head.histogram) {
       const logarithms = head.histogram.map((count) => Math.log10(count + 1));
       this.#plots.histogram?.setData([head.histogram.map((_, grey) => grey), logarithms]);
@@ -101,7 +102,11 @@ export class Plots {
     }
     const times = kept.times.slice(1);
     const gaps = times.map((time, at) => (time - kept.times[at]) / 1000);
-    const marks = gaps.map((gap, at) => (kept.missed[at + 1] > 0 ? gap : null));
+    const missed = kept.missed.slice(1);
+    const marks = gaps.map((gap, at) => (missed[at] > 0 ? gap : null));
+    const sum = missed.reduce((all, each) => all + each, 0);
+    this.#places.intervals.setAttribute(
+      "aria-label", `${gaps.length} frame intervals, longest ${Math.round(Math.max(0, ...gaps))} ms, ${sum} frames missed`);
     this.#plots.intervals.setData([times.map((time) => (time - kept.nowUs) / 1e6), gaps, marks]);
   }
 
