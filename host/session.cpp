@@ -123,10 +123,10 @@ session::~session() = default;
 
 void session::serve() {
   web_ = std::make_unique<web_server>(
-      *options_.metrics,
-      std::vector<web_route>{{"GET", "/metrics", [this](const std::string&) {
-                                return web_response{metrics_text(snapshots()), "text/plain; version=0.0.4"};
-                              }}});
+      *options_.metrics, std::vector<web_route>{{"GET", "/metrics", [this](const web_request&) {
+                                                   return web_answer{.type = "text/plain; version=0.0.4",
+                                                                     .body = metrics_text(snapshots())};
+                                                 }}});
   LOG(3, "metrics are served at http://%s:%d/metrics", options_.metrics->address.c_str(), web_->port());
 }
 

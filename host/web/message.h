@@ -56,7 +56,7 @@ class web_stream {
 struct web_answer {
   int status = 200;
   std::string type = "application/json";
-  std::string body;
+  std::string body = {};
   std::vector<std::pair<std::string, std::string>> headers = {};
   std::shared_ptr<web_stream> stream = nullptr;  ///< in place of `body`
 };

@@ -108,8 +108,7 @@ web_handler handler_of(std::vector<web_route> routes) {
     std::string allowed;
     for (const web_route& route : routes) {
       if (route.path == request.path && route.method == request.method) {
-        const web_response made = route.answer(request.body);
-        return web_answer{static_cast<int>(made.status), made.type, made.body};
+        return route.answer(request);
       }
       if (route.path == request.path) {
         allowed += (allowed.empty() ? "" : ", ") + route.method;

@@ -19,24 +19,15 @@ struct endpoint {
   int port = 0;         ///< 0: any that is free
 };
 
-struct web_response {
-  std::string body;
-  std::string type = "text/plain; charset=utf-8";
-  unsigned status = 200;
-};
+/// Answers requests on the server's thread. Meanwhile all other clients wait. An exception is the status 500.
+using web_handler = std::function<web_answer(const web_request& request)>;
 
-/// Answers the requests of one path.
+/// The requests of one path.
 struct web_route {
   std::string method;  ///< "GET" (which answers HEAD as well), "POST" and so on
   std::string path;    ///< all of it, without a query: "/metrics"
-  /// Called on the server's thread, with the request's body; meanwhile all other clients wait. An exception
-  /// is the status 500.
-  std::function<web_response(const std::string& body)> answer;
+  web_handler answer;
 };
-
-/// Answers every request, on the server's thread; meanwhile all other clients wait. An exception is the
-/// status 500.
-using web_handler = std::function<web_answer(const web_request& request)>;
 
 /// A certificate (with its chain) and its key, as the contents of PEM files. Empty: no TLS.
 struct web_tls {

@@ -24,13 +24,14 @@ class web : public testing::Test {
     server = std::make_unique<host::web_server>(
         host::endpoint{"127.0.0.1", 0},
         std::vector<host::web_route>{
-            {"GET", "/text", [](const std::string&) { return host::web_response{"hello"}; }},
+            {"GET", "/text", [](const auto&) { return host::web_answer{.body = "hello"}; }},
             {"POST", "/length",
-             [](const std::string& body) { return host::web_response{std::to_string(body.size())}; }},
+             [](const auto& request) {
+               return host::web_answer{.body = std::to_string(request.body.size())};
+             }},
             {"GET", "/large",
-             [](const std::string&) { return host::web_response{std::string(16 << 20, 'x')}; }},
-            {"GET", "/broken",
-             [](const std::string&) -> host::web_response { throw std::runtime_error("no"); }}},
+             [](const auto&) { return host::web_answer{.body = std::string(16 << 20, 'x')}; }},
+            {"GET", "/broken", [](const auto&) -> host::web_answer { throw std::runtime_error("no"); }}},
         limits);
   }
   host::descriptor connect() const {
