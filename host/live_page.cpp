@@ -202,30 +202,30 @@ std::shared_ptr<preview_source> live_page::preview(const std::string& serial) {
   return found;
 }
 
-wish_answer live_page::with_slot(const std::string& serial,
-                                 const std::function<queue_answer(camera_slot&)>& ask) {
+queue_answer live_page::with_slot(const std::string& serial,
+                                  const std::function<queue_answer(camera_slot&)>& ask) {
   queue_answer answer{0, {"the camera is no longer configured"}};
   session_.visitCameras([&](const live_source& source) {
     if (source.slot.serial == serial) {
       answer = ask(source.slot);
     }
   });
-  return {answer.id, fmt::format("{}", fmt::join(answer.reasons, "; "))};
+  return answer;
 }
 
-wish_answer live_page::apply(const std::string& serial, const light_settings& settings,
-                             const std::string& author) {
+queue_answer live_page::apply(const std::string& serial, const light_settings& settings,
+                              const std::string& author) {
   return with_slot(serial, [&](camera_slot& slot) { return slot.manual.apply(author, settings); });
 }
 
-wish_answer live_page::wish(const std::string& serial, camera_wish what, const std::string& author) {
+queue_answer live_page::command(const std::string& serial, settings_command what, const std::string& author) {
   return with_slot(serial, [&](camera_slot& slot) -> queue_answer {
     switch (what) {
-      case camera_wish::undo:
+      case settings_command::undo:
         return slot.manual.undo(author);
-      case camera_wish::configuration:
+      case settings_command::configuration:
         return slot.manual.restore(author);
-      case camera_wish::resume:
+      case settings_command::resume:
         break;
     }
     slot.manual.resume();

@@ -62,14 +62,14 @@ class live_page final : private live_run {
  private:
   std::vector<live_camera> cameras() override;
   std::shared_ptr<preview_source> preview(const std::string& serial) override;
-  wish_answer apply(const std::string& serial, const light_settings& settings,
-                    const std::string& author) override;
-  wish_answer wish(const std::string& serial, camera_wish what, const std::string& author) override;
+  queue_answer apply(const std::string& serial, const light_settings& settings,
+                     const std::string& author) override;
+  queue_answer command(const std::string& serial, settings_command what, const std::string& author) override;
   std::string metrics() override { return session_.metrics(); }
   const log_tail& log() override { return session_.log; }
   std::string config_name() override { return session_.configName; }
 
-  wish_answer with_slot(const std::string& serial, const std::function<queue_answer(camera_slot&)>& ask);
+  queue_answer with_slot(const std::string& serial, const std::function<queue_answer(camera_slot&)>& ask);
 
   const live_options chosen_;
   const live_session session_;

@@ -24,11 +24,9 @@ namespace {
 using json = nlohmann::json;
 using ordered_json = nlohmann::ordered_json;
 
-constexpr std::uint64_t kFrameAgeMaxUs = 3'000'000;
 constexpr std::size_t kNameMax = 40;  // bytes of a person's name
 constexpr std::size_t kViewerMax = 64;
 constexpr int kPictureQuality = 90;
-constexpr int kPixelMax = 65'535;  // of a coordinate
 constexpr const char* kViewers = "viewers are connected";
 constexpr const char* kJson = "application/json";
 constexpr const char* kToml = "application/toml; charset=utf-8";
@@ -111,7 +109,7 @@ bool matches(const std::vector<std::string>& pattern, const std::vector<std::str
 }
 
 // A whole number of the query; `otherwise` when it is left out.
-int number(const web_request& request, const char* name, int otherwise, int most = kPixelMax) {
+int number(const web_request& request, const char* name, int otherwise, int most = kCoordinateMax) {
   const std::string text = request.parameter(name);
   int value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -127,14 +125,13 @@ int number(const web_request& request, const char* name, int otherwise, int most
 rectangle part_of(const web_request& request, const grey_image& image) {
   const int x = number(request, "x", 0);
   const int y = number(request, "y", 0);
-  const rectangle asked = {x, y, number(request, "width", image.width - x),
-                           number(request, "height", image.height - y)};
-  if (asked.width < 1 || asked.height < 1 || x + asked.width > image.width ||
-      y + asked.height > image.height) {
+  const rectangle part = {x, y, number(request, "width", image.width - x),
+                          number(request, "height", image.height - y)};
+  if (part.width < 1 || part.height < 1 || x + part.width > image.width || y + part.height > image.height) {
     throw api_error{422, fmt::format("x, y, width and height must lie in the picture of {} x {}", image.width,
                                      image.height)};
   }
-  return asked;
+  return part;
 }
 
 json body_of(const web_request& request) {
@@ -213,11 +210,11 @@ std::optional<std::string> refusal_of(const setting_control& control, double val
                      limits.max);
 }
 
-web_answer queued(const wish_answer& wish) {
-  if (!wish.refusal.empty()) {
-    throw api_error{422, wish.refusal};
+web_answer entry_answer(const queue_answer& answer) {
+  if (!answer.reasons.empty()) {
+    throw api_error{422, fmt::format("{}", fmt::join(answer.reasons, "; "))};
   }
-  return json_answer(ordered_json{{"entry", wish.entry}}.dump(), 202);
+  return json_answer(ordered_json{{"entry", answer.id}}.dump(), 202);
 }
 
 std::vector<std::pair<std::string, std::string>> picture_texts(const std::string& serial,
@@ -241,7 +238,7 @@ std::string jpeg_file(const stored_frame& frame, int width) {
 
 std::string region_json(const std::string& serial, const stored_frame& frame, const rectangle& part) {
   const grey_image image = image_of(frame);
-  const grey_histogram histogram(image, part);
+  const image_histogram histogram(image, part);
   return text_of({{"camera", serial},
                   {"frame", frame.number},
                   {"part", {part.x, part.y, part.width, part.height}},
@@ -296,9 +293,9 @@ const std::vector<live_api::route>& live_api::routes() {
       {"POST", {"api", "v1", "views"}, look, &live_api::views},
       {"GET", {"metrics"}, look, &live_api::metrics},
       {"POST", {"api", "v1", "cameras", "*", "settings"}, change, &live_api::apply},
-      {"POST", {"api", "v1", "cameras", "*", "undo"}, change, &live_api::wish},
-      {"POST", {"api", "v1", "cameras", "*", "configuration"}, change, &live_api::wish},
-      {"POST", {"api", "v1", "cameras", "*", "resume"}, change, &live_api::wish}};
+      {"POST", {"api", "v1", "cameras", "*", "undo"}, change, &live_api::command},
+      {"POST", {"api", "v1", "cameras", "*", "configuration"}, change, &live_api::command},
+      {"POST", {"api", "v1", "cameras", "*", "resume"}, change, &live_api::command}};
   return all;
 }
 
@@ -374,10 +371,10 @@ shared_frame live_api::frame_of(const std::string& serial) {
   if (!source) {
     throw api_error{404, fmt::format("no camera '{}' is running", serial.substr(0, kViewerMax))};
   }
-  source->watch();
-  shared_frame frame = source->newest(kFrameAgeMaxUs);
+  source->request_copies();
+  shared_frame frame = source->newest();
   if (!frame) {
-    throw api_error{503, "no frame came since this was asked; ask again in a second", true};
+    throw api_error{503, "no frame was copied yet; ask again in a second", true};
   }
   return frame;
 }
@@ -425,16 +422,16 @@ web_answer live_api::apply(const web_request& request, const path_words& path) {
   if (const std::string beyond = beyond_limits(find(path[3]).controls, settings); !beyond.empty()) {
     throw api_error{422, beyond};
   }
-  return queued(run_.apply(path[3], settings, author));
+  return entry_answer(run_.apply(path[3], settings, author));
 }
 
-web_answer live_api::wish(const web_request& request, const path_words& path) {
+web_answer live_api::command(const web_request& request, const path_words& path) {
   const std::string author = author_of(request, body_of(request));
-  const camera_wish what = path[4] == "undo"     ? camera_wish::undo
-                           : path[4] == "resume" ? camera_wish::resume
-                                                 : camera_wish::configuration;
+  const settings_command what = path[4] == "undo"     ? settings_command::undo
+                                : path[4] == "resume" ? settings_command::resume
+                                                      : settings_command::configuration;
   find(path[3]);
-  return queued(run_.wish(path[3], what, author));
+  return entry_answer(run_.command(path[3], what, author));
 }
 
 web_answer live_api::log(const web_request& request, const path_words&) {

@@ -48,7 +48,7 @@ class live_api {
   web_answer region(const web_request& request, const path_words& path);
   web_answer keep(const web_request& request, const path_words& path);
   web_answer apply(const web_request& request, const path_words& path);
-  web_answer wish(const web_request& request, const path_words& path);
+  web_answer command(const web_request& request, const path_words& path);
   web_answer log(const web_request& request, const path_words& path);
   web_answer access(const web_request& request, const path_words& path);
   web_answer events(const web_request& request, const path_words& path);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/acquire/camera_status.h"
+#include "host/acquire/settings_queue.h"
 #include "host/config/config.h"
 #include "host/report/log_tail.h"
 #include "host/web/live/preview.h"
@@ -80,14 +81,8 @@ struct live_camera {
   std::vector<setting_entry> entries;  ///< the last ones, oldest first
 };
 
-/// What became of a wish: the number of the entry that was queued, or why there is none.
-struct wish_answer {
-  std::uint64_t entry = 0;
-  std::string refusal;  ///< empty when it was queued
-};
-
-/// What somebody wants of a camera beside new settings.
-enum class camera_wish : std::uint8_t {
+/// What can be done with settings that were applied by hand.
+enum class settings_command : std::uint8_t {
   undo,           ///< back to what was in force before the last settings by hand
   configuration,  ///< back to the configuration
   resume          ///< the sweeps go on
@@ -99,10 +94,11 @@ class live_run {
   virtual std::vector<live_camera> cameras() = 0;
   /// Null when there is no such camera.
   virtual std::shared_ptr<preview_source> preview(const std::string& serial) = 0;
-  /// Queues settings, or refuses values beyond the limits. `author` is for people.
-  virtual wish_answer apply(const std::string& serial, const light_settings& settings,
-                            const std::string& author) = 0;
-  virtual wish_answer wish(const std::string& serial, camera_wish what, const std::string& author) = 0;
+  /// Queues settings, or refuses values beyond the camera's limits. `author` is for people.
+  virtual queue_answer apply(const std::string& serial, const light_settings& settings,
+                             const std::string& author) = 0;
+  virtual queue_answer command(const std::string& serial, settings_command what,
+                               const std::string& author) = 0;
   /// What Prometheus reads.
   virtual std::string metrics() = 0;
   virtual const log_tail& log() = 0;

@@ -39,13 +39,13 @@ class fake_run final : public host::live_run {
   std::shared_ptr<host::preview_source> preview(const std::string& serial) override {
     return serial == "A" ? source : nullptr;
   }
-  host::wish_answer apply(const std::string& serial, const host::light_settings& settings,
-                          const std::string& author) override {
-    return noted(serial + ": " + host::settings_text(settings) + " by " + author);
+  host::queue_answer apply(const std::string& serial, const host::light_settings& settings,
+                           const std::string& author) override {
+    return record(serial + ": " + host::settings_text(settings) + " by " + author);
   }
-  host::wish_answer wish(const std::string& serial, host::camera_wish what,
-                         const std::string& author) override {
-    return noted(serial + ": wish " + std::to_string(static_cast<int>(what)) + " by " + author);
+  host::queue_answer command(const std::string& serial, host::settings_command what,
+                             const std::string& author) override {
+    return record(serial + ": command " + std::to_string(static_cast<int>(what)) + " by " + author);
   }
   std::string metrics() override { return "figures"; }
   const host::log_tail& log() override { return lines; }
@@ -54,13 +54,13 @@ class fake_run final : public host::live_run {
   host::live_camera camera = some_camera();
   std::shared_ptr<host::preview_source> source = std::make_shared<host::preview_source>();
   host::log_tail lines;
-  std::vector<std::string> notes;
-  std::string refusal;
+  std::vector<std::string> commands;
+  std::vector<std::string> refusal;
 
  private:
-  host::wish_answer noted(const std::string& note) {
-    notes.push_back(note);
-    return {notes.size(), refusal};
+  host::queue_answer record(const std::string& command) {
+    commands.push_back(command);
+    return {commands.size(), refusal};
   }
 };
 
@@ -85,7 +85,7 @@ class live_api : public testing::Test {
     return api.answer(request);
   }
   void offer_frame(std::uint8_t grey = 100) {
-    run.source->watch();
+    run.source->request_copies();
     host::stored_frame frame = tests::frame_of(32, 16);
     std::fill(frame.pixels.begin(), frame.pixels.end(), grey);
     run.source->offer(frame.info, ++frames, frame.pixels);
@@ -153,12 +153,12 @@ TEST_F(live_api, refuses_with_a_reason) {
     EXPECT_EQ(answer.status, status) << path << " " << body << answer.body;
     EXPECT_NE(error_of(answer).find(reason), std::string::npos) << answer.body;
   }
-  EXPECT_TRUE(run.notes.empty()) << run.notes[0];
+  EXPECT_TRUE(run.commands.empty()) << run.commands[0];
   EXPECT_EQ(post(settings, R"({"gain_db":1})", "wrong").status, 401);
   EXPECT_EQ(get(settings).status, 401) << "what is refused does not tell what there is";
 }
 
-TEST_F(live_api, queues_what_is_asked_for_in_the_name_of_who_asks) {
+TEST_F(live_api, queues_settings_in_the_name_of_their_author) {
   const host::web_answer answer =
       post("/api/v1/cameras/A/settings", R"({"exposure_us":33000,"ir_level":1,"by":"Anna"})");
   EXPECT_EQ(answer.status, 202) << answer.body;
@@ -166,16 +166,16 @@ TEST_F(live_api, queues_what_is_asked_for_in_the_name_of_who_asks) {
   post("/api/v1/cameras/A/undo", R"({"by":""})");
   post("/api/v1/cameras/A/configuration", "");
   post("/api/v1/cameras/A/resume", "{}");
-  EXPECT_EQ(run.notes, (std::vector<std::string>{"A: exposure 33000 us, IR level 1 by Anna (10.0.0.9)",
-                                                 "A: wish 0 by 10.0.0.9", "A: wish 1 by 10.0.0.9",
-                                                 "A: wish 2 by 10.0.0.9"}));
-  run.refusal = "64 requests wait already";
-  EXPECT_EQ(error_of(post("/api/v1/cameras/A/undo", "{}")), run.refusal);
+  EXPECT_EQ(run.commands, (std::vector<std::string>{"A: exposure 33000 us, IR level 1 by Anna (10.0.0.9)",
+                                                    "A: command 0 by 10.0.0.9", "A: command 1 by 10.0.0.9",
+                                                    "A: command 2 by 10.0.0.9"}));
+  run.refusal = {"64 requests wait already"};
+  EXPECT_EQ(error_of(post("/api/v1/cameras/A/undo", "{}")), "64 requests wait already");
 }
 
 TEST_F(live_api, gives_pictures_and_regions_of_the_newest_frame) {
   const host::web_answer early = get("/api/v1/cameras/A/picture");
-  EXPECT_EQ(early.status, 503) << "nobody watched, so nothing was copied";
+  EXPECT_EQ(early.status, 503) << "nobody looked, so nothing was copied";
   offer_frame(100);
   const host::web_answer png = get("/api/v1/cameras/A/picture");
   EXPECT_EQ(png.type, "image/png");
@@ -230,7 +230,7 @@ TEST_F(live_api, streams_events_and_pictures_of_what_is_in_view) {
   const std::string news = read_until(
       *events, [](const std::string& all) { return all.find("event: arrivals") != std::string::npos; });
   EXPECT_EQ(news.find("event: cameras\ndata: [{\"camera\":\"A\""), 0U) << news;
-  EXPECT_EQ(news.find("it failed"), news.rfind("it failed")) << "a line is told once";
+  EXPECT_EQ(news.find("it failed"), news.rfind("it failed")) << "a line comes once";
 }
 
 TEST_F(live_api, sends_a_viewer_that_stops_reading_nothing_old_afterwards) {

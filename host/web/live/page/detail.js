@@ -47,8 +47,8 @@ export class Detail {
       event.preventDefault();
       this.#try(() => this.#apply());
     });
-    for (const wish of ["undo", "configuration", "resume"]) {
-      byId(wish).addEventListener("click", () => this.#try(() => this.#post(`/${wish}`, {})));
+    for (const command of ["undo", "configuration", "resume"]) {
+      byId(command).addEventListener("click", () => this.#try(() => this.#post(`/${command}`, {})));
     }
   }
 
