@@ -11,8 +11,8 @@
 
 namespace host {
 
-/// What a path needs. The page's own files are open, as they contain nothing of the installation: without
-/// the token the page says that it needs one.
+/// What a path needs. The page's own files are open, as they contain nothing of the installation. Without the
+/// token the page says that it needs one.
 enum class access_need : std::uint8_t {
   open,
   look,   ///< says something about the cameras
@@ -33,21 +33,20 @@ struct access_settings {
   bool isReadOnly = false;  ///< nobody may change anything
 };
 
-/// Stateless; on any thread.
+/// Decides by the request alone; on any thread.
 ///
-/// - Looking: the token; on loopback it may be left out if "Host" is one of `hosts` (else a foreign page
-/// could
-///   read cameras through a name that it lets point to this machine).
-/// - Changing: the token, a "Host" of `hosts`, no "Origin" but this server's own, a body of JSON. Programs
-/// send
-///   no "Origin", browsers always do.
+/// Looking needs the token. On loopback it needs the token or a "Host" of `hosts`: a foreign page could else
+/// read cameras through a name of its own that points to this machine.
+///
+/// Changing needs the token, a "Host" of `hosts`, no "Origin" but this server's own, and a body of JSON.
+/// Browsers always send an "Origin", programs none.
 class access_rules {
  public:
   static constexpr std::size_t kBodyMax = 8192;  ///< bytes of a request
 
   explicit access_rules(access_settings settings) : settings_(std::move(settings)) {}
 
-  /// Why this request is refused; none when it is allowed.
+  /// None when the request is allowed.
   std::optional<access_refusal> refuse(const web_request& request, access_need need) const;
   /// Why whoever sends this request may only look, for a page to say so; empty when changes are allowed.
   std::string look_only_reason(const web_request& request) const;

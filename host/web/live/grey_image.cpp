@@ -68,7 +68,7 @@ std::optional<std::uint8_t> grey_at(const grey_image& image, const point& where)
   return image.row({where.x, where.y, 1, 1}, 0).front();
 }
 
-grey_histogram::grey_histogram(const grey_image& image, const rectangle& part)
+image_histogram::image_histogram(const grey_image& image, const rectangle& part)
     : pixels_(static_cast<double>(part.width) * part.height) {
   for (int line = 0; line < part.height; ++line) {
     for (const std::uint8_t grey : image.row(part, line)) {
@@ -77,7 +77,7 @@ grey_histogram::grey_histogram(const grey_image& image, const rectangle& part)
   }
 }
 
-double grey_histogram::mean() const {
+double image_histogram::mean() const {
   double sum = 0;
   for (std::size_t grey = 0; grey < counts_.size(); ++grey) {
     sum += static_cast<double>(grey) * counts_[grey];
@@ -85,7 +85,7 @@ double grey_histogram::mean() const {
   return sum / pixels_;
 }
 
-double grey_histogram::share(std::uint8_t grey) const {
+double image_histogram::share(std::uint8_t grey) const {
   return counts_[grey] / pixels_;
 }
 

@@ -15,6 +15,8 @@ namespace host {
 inline constexpr std::uint8_t kBlack = 0;
 inline constexpr std::uint8_t kWhite = 255;
 
+inline constexpr int kCoordinateMax = 65'535;  ///< pixels, of what clients ask for
+
 /// A part of an image, in pixels from its upper left corner.
 struct rectangle {
   int x = 0;
@@ -52,10 +54,10 @@ rectangle clipped(const rectangle& part, const grey_image& image);
 std::optional<std::uint8_t> grey_at(const grey_image& image, const point& where);
 
 /// How many pixels of a part have each grey value.
-class grey_histogram {
+class image_histogram {
  public:
   /// `part` lies in the image.
-  grey_histogram(const grey_image& image, const rectangle& part);
+  image_histogram(const grey_image& image, const rectangle& part);
 
   const std::array<std::uint32_t, 256>& counts() const { return counts_; }
   double mean() const;

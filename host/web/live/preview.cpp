@@ -47,18 +47,18 @@ std::shared_ptr<stored_frame> preview_source::borrow(const std::shared_ptr<copy_
 void preview_source::record_arrival(std::uint64_t nowUs) {
   const std::uint64_t missed = missed_ ? missed_() : 0;
   const std::uint64_t before = std::exchange(missedSoFar_, missed);
-  const std::uint64_t arrived = arrived_.load(std::memory_order_relaxed);
+  const std::uint64_t arrived = arrivalCount_.load(std::memory_order_relaxed);
   arrivalUs_[arrived % kArrivals].store(nowUs, std::memory_order_relaxed);
   missedBefore_[arrived % kArrivals].store(static_cast<std::uint32_t>(missed - before),
                                            std::memory_order_relaxed);
-  arrived_.store(arrived + 1, std::memory_order_release);
+  arrivalCount_.store(arrived + 1, std::memory_order_release);
 }
 
 void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
                            std::span<const std::uint8_t> pixels) {
   const std::uint64_t nowUs = nowUs_();
   record_arrival(nowUs);
-  if (nowUs >= watchedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
+  if (nowUs >= wantedUntilUs_.load(std::memory_order_relaxed) || nowUs < nextCopyUs_) {
     return;
   }
   nextCopyUs_ = nowUs + kCopyEveryUs;
@@ -80,13 +80,13 @@ void preview_source::offer(const cam_frame_info& info, std::uint64_t number,
   }
 }
 
-shared_frame preview_source::newest(std::uint64_t ageMaxUs) const {
+shared_frame preview_source::newest() const {
   const std::lock_guard lock(mutex_);
-  return newest_ && nowUs_() - newestUs_ <= ageMaxUs ? newest_ : nullptr;
+  return newest_ && nowUs_() - newestUs_ <= kFreshUs ? newest_ : nullptr;
 }
 
 frame_arrivals preview_source::arrivals_since(std::uint64_t from) const {
-  const std::uint64_t end = arrived_.load(std::memory_order_acquire);
+  const std::uint64_t end = arrivalCount_.load(std::memory_order_acquire);
   const std::uint64_t oldest = end > kArrivals ? end - kArrivals : 0;
   frame_arrivals result;
   result.from = std::min(std::max(from, oldest), end);
@@ -99,7 +99,7 @@ frame_arrivals preview_source::arrivals_since(std::uint64_t from) const {
 
 double preview_source::rate_hz() const {
   const std::uint64_t nowUs = nowUs_();
-  const std::uint64_t end = arrived_.load(std::memory_order_acquire);
+  const std::uint64_t end = arrivalCount_.load(std::memory_order_acquire);
   const std::uint64_t kept = std::min<std::uint64_t>(end, kArrivals);
   for (std::uint64_t back = 1; back <= kept; ++back) {
     const std::uint64_t timeUs = arrivalUs_[(end - back) % kArrivals].load(std::memory_order_relaxed);

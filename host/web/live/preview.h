@@ -36,13 +36,14 @@ struct frame_arrivals {
   std::vector<frame_arrival> all;
 };
 
-/// Offered every frame of one camera by its acquisition thread. Copies one of them, at most ten times a
-/// second and only while somebody watches; a frame that is not copied costs a few atomic accesses. All other
-/// functions may be called on any thread.
+/// Gets every frame of one camera from its acquisition thread. Copies a frame at most ten times a second, and
+/// only while somebody looks. A frame that is not copied costs two readings of a clock and a few atomic
+/// accesses. All functions but `offer` may be called on any thread.
 class preview_source final : public frame_taker {
  public:
   static constexpr std::uint64_t kCopyEveryUs = 100'000;
-  static constexpr std::uint64_t kWatchUs = 3'000'000;
+  static constexpr std::uint64_t kRequestUs = 3'000'000;
+  static constexpr std::uint64_t kFreshUs = 3'000'000;
   static constexpr std::size_t kArrivals = 16'384;  ///< a minute at 270 Hz
 
   using counter = std::function<std::uint64_t()>;
@@ -54,11 +55,11 @@ class preview_source final : public frame_taker {
 
   void offer(const cam_frame_info& info, std::uint64_t number, std::span<const std::uint8_t> pixels) override;
 
-  /// Somebody looks, for the next `kWatchUs`; who goes on looking says so again.
-  void watch() { watchedUntilUs_.store(nowUs_() + kWatchUs, std::memory_order_relaxed); }
+  /// Has frames copied for the next `kRequestUs`. Whoever looks for longer calls it again.
+  void request_copies() { wantedUntilUs_.store(nowUs_() + kRequestUs, std::memory_order_relaxed); }
 
-  /// The frame that was copied last, if that is not longer ago than `ageMaxUs`; else null.
-  shared_frame newest(std::uint64_t ageMaxUs) const;
+  /// The frame that was copied last. Null when that is longer ago than `kFreshUs`.
+  shared_frame newest() const;
 
   /// Frames a second over the last two seconds, or since the last frame but one where frames come more
   /// slowly.
@@ -81,8 +82,8 @@ class preview_source final : public frame_taker {
 
   const counter missed_;
   std::uint64_t (*const nowUs_)();
-  std::atomic<std::uint64_t> watchedUntilUs_{0};
-  std::atomic<std::uint64_t> arrived_{0};
+  std::atomic<std::uint64_t> wantedUntilUs_{0};
+  std::atomic<std::uint64_t> arrivalCount_{0};
   std::array<std::atomic<std::uint64_t>, kArrivals> arrivalUs_{};  // a ring
   std::array<std::atomic<std::uint32_t>, kArrivals> missedBefore_{};
 

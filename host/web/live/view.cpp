@@ -17,18 +17,17 @@ using ordered_json = nlohmann::ordered_json;
 constexpr int kJpegQuality = 80;
 constexpr const char* kViewShape =
     "a view is an object with 'camera' (text), 'width' (whole number), 'part', 'focus', 'pointer', "
-    "'clipping' "
-    "and 'details'";
-constexpr int kPixelMax = 65'535;  // of a coordinate
+    "'clipping' and 'details'";
 
 // The whole numbers from 0 to 65535 of an array of `count` of them.
 std::vector<int> numbers(const json& value, const char* key, std::size_t count) {
   const bool isArray = value.is_array() && value.size() == count &&
                        std::all_of(value.begin(), value.end(), [](const json& each) {
-                         return each.is_number_unsigned() && each.get<std::uint64_t>() <= kPixelMax;
+                         return each.is_number_unsigned() && each.get<std::uint64_t>() <= kCoordinateMax;
                        });
   if (!isArray) {
-    throw request_error(fmt::format("'{}' must be {} whole numbers from 0 to {}", key, count, kPixelMax));
+    throw request_error(
+        fmt::format("'{}' must be {} whole numbers from 0 to {}", key, count, kCoordinateMax));
   }
   return value.get<std::vector<int>>();
 }
@@ -95,7 +94,7 @@ std::string picture_maker::make(const camera_view& view, const stored_frame& fra
   const rectangle whole = {0, 0, image.width, image.height};
   const rectangle part = view.part ? clipped(*view.part, image) : whole;
   const std::string& jpeg = jpeg_of(view, frame, part);
-  const grey_histogram& histogram = histogram_of(view, frame);
+  const image_histogram& histogram = histogram_of(view, frame);
   ordered_json head = {{"camera", view.serial},
                        {"frame", frame.number},
                        {"timestamp_us", frame.info.timestampUs},
@@ -134,7 +133,7 @@ const std::string& picture_maker::jpeg_of(const camera_view& view, const stored_
   return found->second;
 }
 
-const grey_histogram& picture_maker::histogram_of(const camera_view& view, const stored_frame& frame) {
+const image_histogram& picture_maker::histogram_of(const camera_view& view, const stored_frame& frame) {
   const grey_image image = image_of(frame);
   return histograms_
       .try_emplace({view.serial, frame.number}, image, rectangle{0, 0, image.width, image.height})

@@ -52,10 +52,10 @@ class picture_maker {
   using jpeg_key = std::tuple<std::string, std::uint64_t, int, int, int, int, int, bool>;
 
   const std::string& jpeg_of(const camera_view& view, const stored_frame& frame, const rectangle& part);
-  const grey_histogram& histogram_of(const camera_view& view, const stored_frame& frame);
+  const image_histogram& histogram_of(const camera_view& view, const stored_frame& frame);
 
   std::map<jpeg_key, std::string> jpegs_;
-  std::map<std::pair<std::string, std::uint64_t>, grey_histogram> histograms_;
+  std::map<std::pair<std::string, std::uint64_t>, image_histogram> histograms_;
 };
 
 }  // namespace host

@@ -17,18 +17,17 @@ namespace {
 using namespace std::chrono_literals;
 using json = nlohmann::ordered_json;
 
-constexpr auto kPicturesEvery = 25ms;  // how long a new frame waits to be seen, at most
+constexpr auto kPicturesEvery = 25ms;  // a new frame waits so long at most
 constexpr auto kEventsEvery = 500ms;
 constexpr std::uint64_t kMinuteUs = 60'000'000;
-constexpr std::uint64_t kFrameAgeMaxUs = 3'000'000;  // what is older is no live picture
 
 std::string event(const char* name, const std::string& data) {
   return fmt::format("event: {}\ndata: {}\n\n", name, data);
 }
 
-// Of the streams, those that nobody reads any more.
+// Those that nobody reads any more.
 template <class Streams>
-void drop_gone(Streams& streams) {
+void drop_left(Streams& streams) {
   std::erase_if(streams, [](const auto& each) { return each->out.expired(); });
 }
 
@@ -60,7 +59,7 @@ std::shared_ptr<web_stream> live_viewers::open(stream_list<Stream>& streams, std
   auto out = std::make_shared<outbox>();
   fresh->out = out;
   const std::lock_guard lock(mutex_);
-  drop_gone(streams);
+  drop_left(streams);
   if (isEnding_ || streams.size() >= kViewersMax) {
     return nullptr;
   }
@@ -70,22 +69,22 @@ std::shared_ptr<web_stream> live_viewers::open(stream_list<Stream>& streams, std
 }
 
 std::shared_ptr<web_stream> live_viewers::open_events(const std::string& viewer) {
-  auto fresh = std::make_shared<events>();
+  auto fresh = std::make_shared<event_stream>();
   fresh->viewer = viewer;
   return open(events_, std::move(fresh));
 }
 
 std::shared_ptr<web_stream> live_viewers::open_pictures(const std::string& viewer,
                                                         std::vector<camera_view> views) {
-  auto fresh = std::make_shared<pictures>();
+  auto fresh = std::make_shared<picture_stream>();
   fresh->viewer = viewer;
-  fresh->views = std::move(views);
+  fresh->wanted = std::move(views);
   return open(pictures_, std::move(fresh));
 }
 
 bool live_viewers::set_views(const std::string& viewer, std::vector<camera_view> views) {
   const std::lock_guard lock(mutex_);
-  drop_gone(pictures_);
+  drop_left(pictures_);
   const auto found = std::find_if(pictures_.begin(), pictures_.end(), [&](const auto& each) {
     return !viewer.empty() && each->viewer == viewer;
   });
@@ -93,7 +92,7 @@ bool live_viewers::set_views(const std::string& viewer, std::vector<camera_view>
     return false;
   }
   const std::lock_guard viewsLock((*found)->mutex);
-  (*found)->views = std::move(views);
+  (*found)->wanted = std::move(views);
   return true;
 }
 
@@ -103,52 +102,53 @@ void live_viewers::work(const std::stop_token& stop) {
   std::unique_lock lock(mutex_);
   while (!stop.stop_requested()) {
     wake_.wait(lock, stop, [this] { return !events_.empty() || !pictures_.empty(); });
-    drop_gone(events_);
-    drop_gone(pictures_);
-    const stream_list<events> listening = events_;
-    const stream_list<pictures> looking = pictures_;
-    lock.unlock();
+    drop_left(events_);
+    drop_left(pictures_);
     try {
-      fill_pictures(looking);
+      currentEvents_ = events_;
+      currentPictures_ = pictures_;
+      lock.unlock();
+      fill_pictures();
       if (const auto now = std::chrono::steady_clock::now(); now >= nextEvents) {
         nextEvents = now + kEventsEvery;
-        fill_events(listening, looking);
+        fill_events();
       }
     } catch (const std::exception& error) {  // no memory, or no JPEG: the next round may have more luck
       LOG(2, "fail: viewers get nothing: %s", error.what());
     }
-    lock.lock();
+    if (!lock.owns_lock()) {
+      lock.lock();
+    }
     wake_.wait_for(lock, stop, kPicturesEvery, [] { return false; });
   }
 }
 
-void live_viewers::fill_events(const stream_list<events>& all, const stream_list<pictures>& looking) {
-  if (all.empty()) {
+void live_viewers::fill_events() {
+  if (currentEvents_.empty()) {
     return;
   }
   const std::string cameras = event("cameras", cameras_json(run_.cameras()));
-  for (const auto& viewer : all) {
-    const auto out = viewer->out.lock();
+  for (const auto& stream : currentEvents_) {
+    const auto out = stream->out.lock();
     if (out && out->is_empty()) {
-      out->put(news_for(*viewer, cameras, looking));
+      out->put(news_for(*stream, cameras));
     }
   }
 }
 
-std::string live_viewers::news_for(events& viewer, const std::string& cameras,
-                                   const stream_list<pictures>& looking) {
+std::string live_viewers::news_for(event_stream& stream, const std::string& cameras) {
   std::string news = cameras;
-  const std::vector<tail_line> lines = run_.log().since(viewer.logged);
+  const std::vector<tail_line> lines = run_.log().since(stream.lastLine);
   if (!lines.empty()) {
-    viewer.logged = lines.back().number;
+    stream.lastLine = lines.back().number;
     news += event("log", log_json(lines));
   }
-  for (const auto& each : looking) {
-    if (viewer.viewer.empty() || each->viewer != viewer.viewer) {
+  for (const auto& each : currentPictures_) {
+    if (stream.viewer.empty() || each->viewer != stream.viewer) {
       continue;
     }
-    for (const camera_view& view : each->seen) {
-      news += view.wantsDetails ? arrivals_for(viewer.arrivals, view.serial) : "";
+    for (const camera_view& view : each->views) {
+      news += view.wantsDetails ? arrivals_for(stream.arrivals, view.serial) : "";
     }
   }
   return news;
@@ -178,40 +178,42 @@ std::string live_viewers::arrivals_for(known_arrivals& known, const std::string&
   return event("arrivals", data.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
-void live_viewers::fill_pictures(const stream_list<pictures>& all) {
+void live_viewers::fill_pictures() {
   picture_maker maker;
-  for (const auto& viewer : all) {
-    const auto out = viewer->out.lock();
+  for (const auto& stream : currentPictures_) {
+    const auto out = stream->out.lock();
     if (!out || !out->is_empty()) {
       continue;
     }
-    if (std::string next = next_picture(*viewer, maker); !next.empty()) {
+    take_wanted_views(*stream);
+    if (std::string next = next_picture(*stream, maker); !next.empty()) {
       out->put(std::move(next));
     }
   }
 }
 
-// The cameras in view take turns. All are watched, so that there is a frame when the turn comes.
-std::string live_viewers::next_picture(pictures& viewer, picture_maker& maker) {
-  {
-    const std::lock_guard lock(viewer.mutex);
-    if (viewer.seen != viewer.views) {
-      viewer.seen = viewer.views;
-      viewer.sent.assign(viewer.seen.size(), 0);  // what is wanted now is another picture of the same frame
+void live_viewers::take_wanted_views(picture_stream& stream) {
+  const std::lock_guard lock(stream.mutex);
+  if (stream.views != stream.wanted) {
+    stream.views = stream.wanted;
+    stream.numbers.assign(stream.views.size(), 0);  // another picture of the same frame is wanted
+  }
+}
+
+// The cameras in view take turns. Copies are requested of all, so that there is a frame when the turn comes.
+std::string live_viewers::next_picture(picture_stream& stream, picture_maker& maker) {
+  std::string picture;
+  const std::size_t first = stream.next;
+  for (std::size_t step = 0; step < stream.views.size(); ++step) {
+    const std::size_t at = (first + step) % stream.views.size();
+    const shared_frame frame = fresh_frame(stream.views[at]);
+    if (frame && picture.empty() && stream.numbers[at] != frame->number) {
+      picture = maker.make(stream.views[at], *frame);
+      stream.numbers[at] = frame->number;
+      stream.next = at + 1;
     }
   }
-  std::string made;
-  const std::size_t first = viewer.next;
-  for (std::size_t step = 0; step < viewer.seen.size(); ++step) {
-    const std::size_t at = (first + step) % viewer.seen.size();
-    const shared_frame frame = fresh_frame(viewer.seen[at]);
-    if (frame && made.empty() && viewer.sent[at] != frame->number) {
-      made = maker.make(viewer.seen[at], *frame);
-      viewer.sent[at] = frame->number;
-      viewer.next = at + 1;
-    }
-  }
-  return made;
+  return picture;
 }
 
 shared_frame live_viewers::fresh_frame(const camera_view& view) {
@@ -219,8 +221,8 @@ shared_frame live_viewers::fresh_frame(const camera_view& view) {
   if (!source) {
     return nullptr;
   }
-  source->watch();
-  return source->newest(kFrameAgeMaxUs);
+  source->request_copies();
+  return source->newest();
 }
 
 }  // namespace host

@@ -19,8 +19,8 @@
 
 namespace host {
 
-/// The streams, and the thread that fills them. It runs at a low priority, so that no number of viewers takes
-/// processor time from acquisition and recording; it sleeps while there is no viewer.
+/// The streams, and the thread that fills them. The thread has a low priority, so that no number of viewers
+/// takes processor time from acquisition and recording. It sleeps while there is no viewer.
 ///
 /// Events ("text/event-stream") come twice a second: "cameras" (see cameras_json), "log" (see log_json) when
 /// there are lines, and "arrivals" for each camera in view with details:
@@ -39,32 +39,33 @@ class live_viewers {
   live_viewers(const live_viewers&) = delete;
   live_viewers& operator=(const live_viewers&) = delete;
 
-  /// A stream for the viewer of that name, which names what belongs together; null when there are too many.
+  /// A stream for the viewer of that name, by which the two streams of one page find each other. Null when
+  /// there are `kViewersMax` of its kind.
   std::shared_ptr<web_stream> open_events(const std::string& viewer);
   std::shared_ptr<web_stream> open_pictures(const std::string& viewer, std::vector<camera_view> views);
   /// What a viewer wants to see from now on. False when it has no stream of pictures.
   bool set_views(const std::string& viewer, std::vector<camera_view> views);
 
  private:
-  // By serial number, the number of arrivals that a viewer knows.
+  // By serial number, how many arrivals a viewer has.
   using known_arrivals = std::map<std::string, std::uint64_t>;
 
-  struct events {
+  struct event_stream {
     std::string viewer;
     std::weak_ptr<outbox> out;
     // The thread's.
-    std::uint64_t logged = 0;
+    std::uint64_t lastLine = 0;  // number of the last log line that the viewer has
     known_arrivals arrivals;
   };
-  struct pictures {
+  struct picture_stream {
     std::string viewer;
     std::weak_ptr<outbox> out;
-    std::mutex mutex;  // guards `views`
-    std::vector<camera_view> views;
+    std::mutex mutex;  // guards `wanted`
+    std::vector<camera_view> wanted;
     // The thread's.
-    std::vector<camera_view> seen;    // the views that the two below belong to
-    std::vector<std::uint64_t> sent;  // number of the frame, by view
-    std::size_t next = 0;             // the view whose turn it is
+    std::vector<camera_view> views;      // as they were wanted last
+    std::vector<std::uint64_t> numbers;  // of the frame that was sent last, by view
+    std::size_t next = 0;                // the view whose turn it is
   };
   template <class Stream>
   using stream_list = std::vector<std::shared_ptr<Stream>>;
@@ -72,19 +73,24 @@ class live_viewers {
   template <class Stream>
   std::shared_ptr<web_stream> open(stream_list<Stream>& streams, std::shared_ptr<Stream> fresh);
   void work(const std::stop_token& stop);
-  void fill_events(const stream_list<events>& all, const stream_list<pictures>& looking);
-  void fill_pictures(const stream_list<pictures>& all);
-  std::string news_for(events& viewer, const std::string& cameras, const stream_list<pictures>& looking);
+  void fill_events();
+  std::string news_for(event_stream& stream, const std::string& cameras);
   std::string arrivals_for(known_arrivals& known, const std::string& serial);
-  std::string next_picture(pictures& viewer, picture_maker& maker);
+  void fill_pictures();
+  static void take_wanted_views(picture_stream& stream);
+  std::string next_picture(picture_stream& stream, picture_maker& maker);
   shared_frame fresh_frame(const camera_view& view);
 
   live_run& run_;
   std::mutex mutex_;
   std::condition_variable_any wake_;
-  stream_list<events> events_;
-  stream_list<pictures> pictures_;
+  stream_list<event_stream> events_;
+  stream_list<picture_stream> pictures_;
   bool isEnding_ = false;
+
+  // The thread's copies of the lists, so that it fills them without the lock.
+  stream_list<event_stream> currentEvents_;
+  stream_list<picture_stream> currentPictures_;
   std::jthread thread_;
 };
 

@@ -18,8 +18,8 @@
 
 namespace {
 
-using host::grey_histogram;
 using host::grey_image;
+using host::image_histogram;
 using host::rectangle;
 
 using bytes = std::vector<std::uint8_t>;
@@ -28,26 +28,26 @@ TEST(grey_image, tells_histogram_mean_and_shares_of_a_part) {
   const bytes pixels = {0, 0, 10, 255,  //
                         9, 9, 20, 255};
   const grey_image image{pixels, 4, 2};
-  const grey_histogram all(image, {0, 0, 4, 2});
+  const image_histogram all(image, {0, 0, 4, 2});
   EXPECT_DOUBLE_EQ(all.mean(), 558.0 / 8);
   EXPECT_DOUBLE_EQ(all.share(host::kBlack), 0.25);
   EXPECT_DOUBLE_EQ(all.share(host::kWhite), 0.25);
   EXPECT_EQ(all.counts()[9], 2U);
-  EXPECT_DOUBLE_EQ(grey_histogram(image, {2, 0, 1, 2}).mean(), 15);
+  EXPECT_DOUBLE_EQ(image_histogram(image, {2, 0, 1, 2}).mean(), 15);
   EXPECT_EQ(host::grey_at(image, {2, 1}), 20);
   EXPECT_FALSE(host::grey_at(image, {4, 0}) || host::grey_at(image, {0, 2}) || host::grey_at(image, {-1, 0}));
 }
 
-TEST(grey_image, clips_what_is_asked_of_it) {
+TEST(grey_image, clips_parts_to_the_image) {
   const grey_image image{{}, 100, 50};
   const rectangle whole = {0, 0, 100, 50};
-  for (const auto& [asked, given] : {std::pair{rectangle{10, 10, 20, 20}, rectangle{10, 10, 20, 20}},
-                                     {{90, 40, 65'535, 65'535}, {90, 40, 10, 10}},
-                                     {{100, 0, 5, 5}, whole},
-                                     {{5, 5, 0, 5}, whole},
-                                     {{-5, -5, 15, 15}, {0, 0, 10, 10}},
-                                     {{2'147'483'647, 0, 2'147'483'647, 1}, whole}}) {
-    EXPECT_EQ(host::clipped(asked, image), given) << asked.x << " " << asked.width;
+  for (const auto& [part, expected] : {std::pair{rectangle{10, 10, 20, 20}, rectangle{10, 10, 20, 20}},
+                                       {{90, 40, 65'535, 65'535}, {90, 40, 10, 10}},
+                                       {{100, 0, 5, 5}, whole},
+                                       {{5, 5, 0, 5}, whole},
+                                       {{-5, -5, 15, 15}, {0, 0, 10, 10}},
+                                       {{2'147'483'647, 0, 2'147'483'647, 1}, whole}}) {
+    EXPECT_EQ(host::clipped(part, image), expected) << part.x << " " << part.width;
   }
 }
 
@@ -106,7 +106,7 @@ struct sent_picture {
   std::uint8_t middle = 0;
 };
 
-sent_picture taken_apart(const std::string& sent) {
+sent_picture parse_sent(const std::string& sent) {
   const auto end = sent.find('\n');
   sent_picture result;
   result.head = nlohmann::json::parse(sent.substr(0, end));
@@ -130,19 +130,19 @@ TEST(picture_maker, sends_what_a_view_asks_for_of_the_frame_itself) {
   frame.pixels[480 / 2 * 640 + 10] = 200;
   host::picture_maker maker;
   const auto all =
-      taken_apart(maker.make({.serial = "A", .width = 320, .pointer = host::point{10, 240}}, frame));
+      parse_sent(maker.make({.serial = "A", .width = 320, .pointer = host::point{10, 240}}, frame));
   EXPECT_EQ(all.head["frame"], 9);
   EXPECT_EQ(all.head["pointer"], nlohmann::json({10, 240, 200}));
   EXPECT_FALSE(all.head.contains("histogram") || all.head.contains("sharpness"));
   EXPECT_EQ(all.width, 320);
   EXPECT_EQ(all.height, 240);
   EXPECT_NEAR(all.middle, 77, 2);
-  const auto part = taken_apart(maker.make({.serial = "A",
-                                            .width = 2048,
-                                            .part = rectangle{600, 0, 100, 10},
-                                            .focus = rectangle{0, 200, 40, 80},
-                                            .wantsDetails = true},
-                                           frame));
+  const auto part = parse_sent(maker.make({.serial = "A",
+                                           .width = 2048,
+                                           .part = rectangle{600, 0, 100, 10},
+                                           .focus = rectangle{0, 200, 40, 80},
+                                           .wantsDetails = true},
+                                          frame));
   EXPECT_EQ(part.head["part"], nlohmann::json({600, 0, 40, 10}));
   EXPECT_EQ(part.width, 40) << "never scaled up";
   EXPECT_EQ(part.head["histogram"][200], 1);
@@ -176,7 +176,7 @@ class preview : public testing::Test {
       nowUs += everyUs;
       ++number;
       source.offer(tests::info_of(2, 2), number, bytes(4, static_cast<std::uint8_t>(number)));
-      const host::shared_frame newest = source.newest(1'000'000);
+      const host::shared_frame newest = source.newest();
       if (newest && (seen.empty() || seen.back() != newest->number)) {
         seen.push_back(newest->number);
       }
@@ -189,25 +189,26 @@ class preview : public testing::Test {
   host::preview_source source{[this] { return missed; }, [] { return nowUs; }};
 };
 
-TEST_F(preview, copies_ten_frames_a_second_and_only_while_somebody_watches) {
+TEST_F(preview, copies_ten_frames_a_second_and_only_while_they_are_requested) {
   nowUs = 1'000'000'000;
   frames(100, 10'000);
   EXPECT_TRUE(seen.empty());
-  source.watch();
+  source.request_copies();
   frames(100, 10'000);
   EXPECT_EQ(seen.size(), 10U);
   frames(300, 10'000);
-  EXPECT_EQ(seen.size(), 30U) << "nobody said again that he watches";
-  EXPECT_FALSE(source.newest(500'000)) << "too old";
+  EXPECT_EQ(seen.size(), 30U) << "the request is over after three seconds";
+  nowUs += 3'000'000;
+  EXPECT_FALSE(source.newest()) << "too old";
 }
 
 TEST_F(preview, leaves_a_frame_that_a_viewer_has_as_it_is) {
   nowUs = 1'000'000'000;
-  source.watch();
+  source.request_copies();
   std::vector<host::shared_frame> held;
   for (int frame = 0; frame < 20; ++frame) {
     frames(1, 100'000);
-    held.push_back(source.newest(10'000'000));
+    held.push_back(source.newest());
   }
   for (const host::shared_frame& each : held) {
     EXPECT_EQ(each->pixels, bytes(4, static_cast<std::uint8_t>(each->number)));
@@ -234,7 +235,7 @@ TEST_F(preview, keeps_the_last_arrivals_and_what_was_missed_before_each) {
   EXPECT_TRUE(source.arrivals_since(number + 5).all.empty());
 }
 
-TEST_F(preview, has_the_rate_of_the_last_seconds_however_seldom_it_is_asked) {
+TEST_F(preview, has_the_rate_of_the_last_seconds_however_seldom_it_is_read) {
   nowUs = 1'000'000'000;
   EXPECT_EQ(source.rate_hz(), 0);
   frames(1000, 100'000);

@@ -4,7 +4,7 @@ export function fixed(value, digits, unit = "") {
   return value === null || value === undefined ? "-" : `${value.toFixed(digits)}${unit}`;
 }
 
-/** As short as it can be told exactly: 5000, 0.1, 33.37. */
+/** At most seven digits, without zeros behind them: 5000, 0.1, 33.37. */
 export function short(value) {
   return value === null || value === undefined ? "-" : String(Number(value.toPrecision(7)));
 }

@@ -17,7 +17,7 @@ const log = new Log(byId("log"), byId("log-camera"), byId("log-level"));
 const detail = new Detail(askForPictures, closeDetail);
 const cards = new Cards(byId("cards"), openDetail, askForPictures);
 
-// The server is told what is in view at most ten times a second.
+// Says what is in view, at most ten times a second.
 function askForPictures() {
   viewsTimer ??= setTimeout(async () => {
     viewsTimer = null;
@@ -115,11 +115,11 @@ function setTheme(theme) {
 
 async function start() {
   access = await getJson("/api/v1/access");
-  byId("gate").hidden = access.may_look;
+  byId("sign-in").hidden = access.may_look;
   byId("main").hidden = !access.may_look;
   if (!access.may_look) {
     byId("connection").textContent = "no access";
-    byId("gate-token").focus();
+    byId("token").focus();
     return;
   }
   byId("look-only").hidden = access.may_change;
@@ -136,9 +136,9 @@ byId("theme").addEventListener("click", () => {
 });
 byId("name").value = localStorage.getItem("name") ?? "";
 byId("name").addEventListener("change", () => localStorage.setItem("name", byId("name").value));
-byId("gate-form").addEventListener("submit", (event) => {
+byId("sign-in-form").addEventListener("submit", (event) => {
   event.preventDefault();
-  setToken(byId("gate-token").value.trim());
+  setToken(byId("token").value.trim());
   start();
 });
 document.addEventListener("visibilitychange", askForPictures);
