@@ -1,20 +1,19 @@
 // What clients of the web server may and can't do.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "host/config/descriptor.h"
 #include "host/web/web_server.h"
+#include "tests/host/web/client.h"
 #include "tests/program.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using tests::client;
 using tests::clock_type;
 using tests::has;
 
@@ -34,33 +33,10 @@ class web : public testing::Test {
             {"GET", "/broken", [](const auto&) -> host::web_answer { throw std::runtime_error("no"); }}},
         limits);
   }
-  host::descriptor connect() const {
-    host::descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(server->port()));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const timeval patience{20, 0};
-    setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    return client;
-  }
-  static void send(const host::descriptor& client, const std::string& text) {
-    ::send(client.get(), text.data(), text.size(), MSG_NOSIGNAL);
-  }
-  // What the server says until it closes the connection.
-  static std::string rest(const host::descriptor& client) {
-    std::string all;
-    std::array<char, 4096> part{};
-    for (ssize_t got = 0; (got = recv(client.get(), part.data(), part.size(), 0)) > 0;) {
-      all.append(part.data(), static_cast<std::size_t>(got));
-    }
-    return all;
-  }
   std::string ask(const std::string& line, const std::string& more = "\r\n") const {
-    const auto client = connect();
-    send(client, line + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n" + more);
-    return rest(client);
+    const client asking(server->port());
+    asking.send(line + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n" + more);
+    return asking.read();
   }
 
   std::unique_ptr<host::web_server> server;
@@ -86,8 +62,8 @@ TEST_F(web, answers_by_its_table) {
       {ask("POST /length", "Transfer-Encoding: chunked\r\n\r\n9\r\n123456789\r\n0\r\n\r\n"), "", ""},
   };
   for (const auto& each : cases) {
-    EXPECT_TRUE(each.answer.starts_with(each.begins) && has(each.answer, each.has))
-        << each.answer.substr(0, 300);
+    EXPECT_EQ(each.answer.substr(0, each.begins.size()), each.begins);
+    EXPECT_TRUE(has(each.answer, each.has)) << each.answer.substr(0, 300);
   }
   EXPECT_EQ(cases[std::size(cases) - 1].answer, "") << "a body without a length must not be without a limit";
   EXPECT_THROW(host::web_server({"127.0.0.1", server->port()}, {}), std::runtime_error);
@@ -96,26 +72,26 @@ TEST_F(web, answers_by_its_table) {
 
 TEST_F(web, a_slow_client_costs_a_connection_for_a_while_only) {
   serve({.connections = 4, .connectionsOfClient = 4, .whole = 300ms});
-  std::vector<host::descriptor> slow;
+  std::vector<std::unique_ptr<client>> slow;
   for (int at = 0; at < 4; ++at) {
-    slow.push_back(connect());
-    send(slow.back(), at % 2 == 0 ? "GET /text HT" : "GET /large HTTP/1.1\r\nHost: x\r\n\r\n");
+    slow.push_back(std::make_unique<client>(server->port()));
+    slow.back()->send(at % 2 == 0 ? "GET /text HT" : "GET /large HTTP/1.1\r\nHost: x\r\n\r\n");
   }
   EXPECT_TRUE(has(ask("GET /text"), "hello")) << "the places of slow clients were not freed";
-  EXPECT_LT(rest(slow[1]).size(), 16U << 20U);
-  EXPECT_EQ(rest(slow[0]), "");
+  EXPECT_LT(slow[1]->read().size(), 16U << 20U);
+  EXPECT_EQ(slow[0]->read(), "");
 }
 
 TEST_F(web, its_end_waits_for_nobody) {
-  serve({.connections = 4, .connectionsOfClient = 2});
-  std::vector<host::descriptor> slow;
+  serve({.connections = 4, .connectionsOfClient = 2, .idle = 60s, .whole = 60s});
+  std::vector<std::unique_ptr<client>> slow;
   for (int at = 0; at < 6; ++at) {
-    slow.push_back(connect());
-    send(slow.back(), "GET /large HTTP/1.1\r\nHost: x\r\n\r\n");
+    slow.push_back(std::make_unique<client>(server->port()));
+    slow.back()->send("GET /large HTTP/1.1\r\nHost: x\r\n\r\n");
   }
   const auto began = clock_type::now();
   server.reset();
-  EXPECT_LT(clock_type::now() - began, 2s);
+  EXPECT_LT(clock_type::now() - began, 30s);
 }
 
 }  // namespace
