@@ -37,8 +37,8 @@ struct frame_arrivals {
 };
 
 /// Gets every frame of one camera from its acquisition thread. Copies a frame at most ten times a second, and
-/// only while somebody looks. A frame that is not copied costs two readings of a clock and a few atomic
-/// accesses. All functions but `offer` may be called on any thread.
+/// only while somebody looks. A frame that is not copied costs a reading of the clock and of the
+/// counter. All functions but `offer` may be called on any thread.
 class preview_source final : public frame_taker {
  public:
   static constexpr std::uint64_t kCopyEveryUs = 100'000;

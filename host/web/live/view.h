@@ -34,7 +34,7 @@ struct camera_view {
 };
 
 inline constexpr std::size_t kViewsMax = 64;   ///< of one viewer
-inline constexpr int kPictureWidthMax = 2048;  ///< pixels
+inline constexpr int kPictureWidthMax = 4096;  ///< pixels
 
 /// The views in a JSON text, an array of
 /// {"camera":"SIM00001","width":640,"part":[x,y,width,height],"focus":[x,y,width,height],"pointer":[x,y],

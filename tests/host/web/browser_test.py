@@ -47,6 +47,11 @@ canvas.dispatchEvent(new PointerEvent("pointermove",
   {clientX: box.left + box.width / 2, clientY: box.top + box.height / 2}));
 """
 
+PICTURE_HAS_PIXELS_OF_THE_SCREEN = """
+const canvas = document.getElementById("picture");
+return canvas.width === Math.round(canvas.clientWidth * devicePixelRatio);
+"""
+
 
 class Run:
     """mediagrabber with the page, on cameras of that description."""
@@ -294,6 +299,7 @@ class LivePage(unittest.TestCase):
         self.open_camera()
         for button in ("in", "real", "fit"):
             self.page.find_element(By.CSS_SELECTOR, f"[data-zoom={button}]").click()
+        self.assertTrue(self.page.execute_script(PICTURE_HAS_PIXELS_OF_THE_SCREEN))
         self.element("clipping").click()
         time.sleep(1)
         self.assertEqual([line["message"] for line in self.page.get_log("browser")], [])

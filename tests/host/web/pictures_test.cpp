@@ -155,7 +155,7 @@ TEST(picture_maker, sends_what_a_view_asks_for_of_the_frame_itself) {
 TEST(views, that_cannot_be_are_refused) {
   EXPECT_EQ(host::parse_views(R"([{"camera":"A","width":99999,"part":[1,2,3,4],"clipping":true}])"),
             (std::vector<host::camera_view>{
-                {.serial = "A", .width = 2048, .part = rectangle{1, 2, 3, 4}, .marksClipping = true}}));
+                {.serial = "A", .width = 4096, .part = rectangle{1, 2, 3, 4}, .marksClipping = true}}));
   std::string many = "[{}";
   for (std::size_t view = 0; view < host::kViewsMax; ++view) {
     many += ",{}";

@@ -2,6 +2,7 @@
 
 const keyStep = 0.1; // of what is in view
 const zoomStep = 1.5;
+const widthMax = 4096; // of a picture that the server sends
 
 export class Viewport {
   #canvas;
@@ -35,10 +36,9 @@ export class Viewport {
     delete this.#canvas.dataset.frame;
   }
 
-  /** The part of a view that the server needs: never more than the canvas shows. */
+  /** The part of a view that the server needs: never more pixels than the canvas shows. */
   view() {
-    const width = Math.max(64, Math.round(this.#canvas.clientWidth * Math.min(devicePixelRatio, 2)));
-    const view = { width: Math.min(width, 2048) };
+    const view = { width: this.#screenWidth() };
     if (this.#part && !this.#isWhole()) {
       view.part = this.#roundedPart();
     }
@@ -55,8 +55,6 @@ export class Viewport {
     const isNewSize = !this.#size || this.#size.width !== head.width || this.#size.height !== head.height;
     if (isNewSize) {
       this.#size = { width: head.width, height: head.height };
-      this.#canvas.width = Math.min(head.width, 2048);
-      this.#canvas.height = Math.round((this.#canvas.width * head.height) / head.width);
       this.#part = { x: 0, y: 0, width: head.width, height: head.height };
     }
     this.#bitmap = bitmap;
@@ -72,11 +70,28 @@ export class Viewport {
     const whole = this.#size.width;
     const widths = {
       fit: whole,
-      real: this.#canvas.clientWidth * devicePixelRatio,
+      real: this.#screenWidth(),
       in: this.#part.width / zoomStep,
       out: this.#part.width * zoomStep,
     };
     this.#zoomTo(widths[how], this.#part.x + this.#part.width / 2, this.#part.y + this.#part.height / 2);
+  }
+
+  // Pixels of the screen across the canvas.
+  #screenWidth() {
+    return Math.min(Math.max(64, Math.round(this.#canvas.clientWidth * devicePixelRatio)), widthMax);
+  }
+
+  // One pixel of the canvas for each of the screen: the browser scales nothing.
+  #fitToScreen() {
+    const width = this.#screenWidth();
+    if (this.#canvas.width !== width) {
+      this.#canvas.width = width;
+    }
+    const height = Math.round((width * this.#size.height) / this.#size.width);
+    if (this.#canvas.height !== height) {
+      this.#canvas.height = height;
+    }
   }
 
   #isWhole() {
@@ -117,6 +132,7 @@ export class Viewport {
   }
 
   #paint() {
+    this.#fitToScreen();
     const context = this.#canvas.getContext("2d");
     const scale = this.#canvas.width / this.#part.width;
     const [x, y, width, height] = this.#bitmapPart;
