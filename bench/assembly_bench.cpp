@@ -32,7 +32,7 @@ gige::assembly_setup setup_for(std::uint32_t packetBytes) {
           .frameTimeout = std::chrono::seconds(1)};
 }
 
-// Lends one memory after the other, so that none of it is in the processor's cache, and notes what the camera
+// Lends one memory after the other, so that none of it is in the processor's cache, and keeps what the camera
 // is to send again.
 class lender final : public gige::frame_owner {
  public:
