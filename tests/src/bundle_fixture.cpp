@@ -117,10 +117,6 @@ void host::append(const std::string& call, const std::string& details) {
   }
 }
 
-void host::heartbeat() {
-  append("heartbeat");
-}
-
 std::int32_t host::getPendingSignal() {
   append("getPendingSignal");
   if (signals.empty()) {
@@ -141,18 +137,10 @@ bool host::tryPopPendingSweepConf(rw_table_like* table) {
   return true;
 }
 
-void host::onFrameTick(float sensorTempC) {
-  append("onFrameTick", " " + std::to_string(sensorTempC));
-}
-
 void host::onFrame(const mg::cam_frame_info* info, const std::uint8_t* data, std::uint32_t byteCount) {
   frames.push_back(*info);
   picture.assign(data, data + byteCount);
   append("onFrame");
-}
-
-void host::onNoFrame() {
-  append("onNoFrame");
 }
 
 bundle_test::bundle_test() {
@@ -227,24 +215,8 @@ std::string bundle_test::take(const std::function<bool(const std::string&)>& wan
   return text;
 }
 
-std::string bundle_test::seen() {
-  return take([](const std::string&) { return true; });
-}
-
-std::string bundle_test::logged() {
-  return take([](const std::string& line) { return line[0] >= '1' && line[0] <= '5'; });
-}
-
-std::string bundle_test::done(const std::string& prefix) {
-  return take([&](const std::string& line) { return line.starts_with("> " + prefix); });
-}
-
 std::string bundle_test::writes() {
-  return std::regex_replace(done("write ").substr(1), std::regex("(> |, )write ([^,\n]*)\n?"), "$2 ");
-}
-
-std::string bundle_test::feature(const std::string& name, const std::string& selected) {
-  return sim::feature("CAM1", name, selected);
+  return std::regex_replace(seenWith({"> write "}).substr(1), std::regex("(> |, )write ([^,\n]*)\n?"), "$2 ");
 }
 
 std::string bundle_test::seenWith(const std::vector<std::string>& parts) {

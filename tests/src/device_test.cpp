@@ -352,7 +352,8 @@ TEST_F(acquisition, ends_on_a_failure) {
   made->destroy();
 }
 
-// Catches waits for a silent camera that do not last a second each, and a host that is asked for a signal meanwhile.
+// Catches waits for a silent camera that do not last a second each, and a host that is asked for a signal
+// meanwhile.
 TEST_F(acquisition, waits_for_a_silent_camera) {
   sim::inject("GevStartTransfer: status -1");
   int waits = 0;
@@ -360,7 +361,7 @@ TEST_F(acquisition, waits_for_a_silent_camera) {
   const std::uint64_t before = sim::clock_us();
   EXPECT_EQ(run(configuration(), 1), 1);
   EXPECT_EQ(sim::clock_us() - before, 3'000'000U);
-  EXPECT_EQ(done("host getPending"), "\n");
+  EXPECT_EQ(seenWith({"getPendingSignal"}), "\n");
 }
 
 // Catches a sweep table that is leaked, shared too often, or kept after its frame.
