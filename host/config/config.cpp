@@ -138,6 +138,7 @@ class config_reader {
                   const std::function<void(const toml::table&, const std::string&)>& visit);
   camera_config read_camera(const toml::table& section, const std::string& path);
   void read_pins(const toml::table& section, const std::string& path, camera_config& camera);
+  void check_ratio(const toml::table& pin, const std::string& path, std::optional<std::int64_t> source);
   sweep_config read_sweep(const toml::table& section, const std::string& path,
                           const std::vector<camera_config>& cameras);
 
@@ -216,6 +217,22 @@ camera_config config_reader::read_camera(const toml::table& section, const std::
   return camera;
 }
 
+// The ratio and the source that uses it come together.
+void config_reader::check_ratio(const toml::table& pin, const std::string& path,
+                                std::optional<std::int64_t> source) {
+  const config_key& ratio = *find_key(pin_keys(), "exposure_ratio");
+  const bool isUsed =
+      source && choice_code(*find_key(pin_keys(), "source"), "exposure_ratio") == cell_value(*source);
+  const toml::node* value = pin.get(ratio.name);
+  if (isUsed && value == nullptr) {
+    report(pin, path + ".exposure_ratio", "nothing",
+           "there when source is \"exposure_ratio\": " + expectation(ratio));
+  }
+  if (!isUsed && value != nullptr) {
+    warn(*value, path + ".exposure_ratio", "source is not \"exposure_ratio\"");
+  }
+}
+
 void config_reader::read_pins(const toml::table& section, const std::string& path, camera_config& camera) {
   std::set<std::int64_t> lines;
   each_table(section, "pin", path + ".", [&](const toml::table& pin, const std::string& pinPath) {
@@ -224,14 +241,7 @@ void config_reader::read_pins(const toml::table& section, const std::string& pat
     if (code("line") && !lines.insert(*code("line")).second) {
       report(*pin.get("line"), pinPath + ".line", shown(*pin.get("line")), "a line that no other pin has");
     }
-    const config_key& source = pin_keys()[1];
-    if (code("source") == source.choices[1].code && pin.get("exposure_ratio") == nullptr) {
-      report(pin, pinPath + ".exposure_ratio", "nothing",
-             "there when source is \"exposure_ratio\": " + expectation(pin_keys()[3]));
-    }
-    if (code("source") != source.choices[1].code && pin.get("exposure_ratio") != nullptr) {
-      warn(*pin.get("exposure_ratio"), pinPath + ".exposure_ratio", "source is not \"exposure_ratio\"");
-    }
+    check_ratio(pin, pinPath, code("source"));
     add_cells(pin_keys(), values, static_cast<std::uint8_t>(camera.pins), camera.cells);
     ++camera.pins;
   });

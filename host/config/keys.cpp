@@ -124,6 +124,12 @@ const key_table& sweep_keys() {
 }
 // clang-format on
 
+const config_key* find_key(const key_table& keys, const std::string& name) {
+  const auto found =
+      std::find_if(keys.begin(), keys.end(), [&](const config_key& each) { return name == each.name; });
+  return found == keys.end() ? nullptr : &*found;
+}
+
 std::string expectation(const config_key& key) {
   const std::string unit = *key.unit != '\0' ? fmt::format(" {}", key.unit) : "";
   switch (key.type) {
@@ -143,9 +149,7 @@ std::string expectation(const config_key& key) {
 
 std::string unit_of(const std::string& key) {
   for (const key_table* keys : {&camera_keys(), &pin_keys(), &sweep_keys()}) {
-    const auto found =
-        std::find_if(keys->begin(), keys->end(), [&](const config_key& each) { return key == each.name; });
-    if (found != keys->end()) {
+    if (const config_key* found = find_key(*keys, key)) {
       return found->unit;
     }
   }

@@ -44,6 +44,9 @@ const key_table& camera_keys();
 const key_table& pin_keys();    ///< of [[camera.pin]]
 const key_table& sweep_keys();  ///< of [[sweep]]
 
+/// The key of that name; null when the table has none.
+const config_key* find_key(const key_table& keys, const std::string& name);
+
 /// What a value of this key may be: "a number from 1 to 60000000 us".
 std::string expectation(const config_key& key);
 
