@@ -345,12 +345,12 @@ void session::handle(int signal) {
 
 // No frame of some camera, fewer than were asked for, or frames that are not in the recording.
 bool session::is_failure() const {
-  const auto falls_short = [this](const std::unique_ptr<camera_outputs>& each) {
+  const auto fallsShort = [this](const std::unique_ptr<camera_outputs>& each) {
     const std::uint64_t handedOver = each->slot.handedOver.load();
     return handedOver == 0 || (options_.frames && !isInterrupted_ && handedOver < *options_.frames) ||
            (each->files && each->files->totals().dropped > 0);
   };
-  return hasFailed_ || hasGivenUp_ || std::any_of(cameras_.begin(), cameras_.end(), falls_short);
+  return hasFailed_ || hasGivenUp_ || std::any_of(cameras_.begin(), cameras_.end(), fallsShort);
 }
 
 void session::look_after() {

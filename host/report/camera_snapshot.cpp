@@ -25,15 +25,15 @@ std::optional<double> since_last_frame(const camera_snapshot& now) {
 }
 
 camera_snapshot snapshot_of(const camera_slot& slot, const frame_writer* files, const frame_writer* video) {
-  const auto totals_of = [](const frame_writer* writer) {
+  const auto totalsOf = [](const frame_writer* writer) {
     return writer != nullptr ? std::optional(writer->totals()) : std::nullopt;
   };
   return {.serial = slot.serial,
           .nowUs = steady_us(),
           .status = slot.status.now(),
           .intervals = slot.status.histogram(),
-          .files = totals_of(files),
-          .video = totals_of(video)};
+          .files = totalsOf(files),
+          .video = totalsOf(video)};
 }
 
 rate_meter::rates rate_meter::update(const camera_snapshot& now) {
