@@ -56,12 +56,12 @@ GEV_STATUS guarded_call(Work work, Zavik::caller where = Zavik::caller::here()) 
 // A call for an open camera, which is the argument of `work`.
 template <class Work>
 GEV_STATUS camera_call(GEV_CAMERA_HANDLE handle, Work work, Zavik::caller where = Zavik::caller::here()) {
-  const auto find_and_work = [&]() -> GEV_STATUS {
+  const auto findAndWork = [&]() -> GEV_STATUS {
     std::shared_ptr<network_camera> called;
     const GEV_STATUS status = camera_registry::instance().find(handle, called);
     return status == GEVLIB_OK ? work(*called) : status;
   };
-  return guarded_call(find_and_work, where);
+  return guarded_call(findAndWork, where);
 }
 
 }  // namespace

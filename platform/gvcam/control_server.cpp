@@ -60,7 +60,7 @@ std::uint32_t adjusted_packet_size(std::uint32_t wanted) {
 
 // The value that a register takes for a write. Nothing for a size that no frame can have.
 std::optional<std::uint32_t> adjusted(const register_write& wanted, const register_memory& memory) {
-  const auto up_to = [&](register_address largest) {
+  const auto upTo = [&](register_address largest) {
     return wanted.value > 0 && wanted.value <= memory.word(largest) ? std::optional(wanted.value)
                                                                     : std::nullopt;
   };
@@ -70,9 +70,9 @@ std::optional<std::uint32_t> adjusted(const register_write& wanted, const regist
     case standard::streamPacketSize:
       return adjusted_packet_size(wanted.value);
     case features::width:
-      return up_to(features::sensorWidth);
+      return upTo(features::sensorWidth);
     case features::height:
-      return up_to(features::sensorHeight);
+      return upTo(features::sensorHeight);
     default: {
       const auto* const bits = std::ranges::find(writableBits, wanted.address, &writable_bits::address);
       return bits == writableBits.end() ? wanted.value : wanted.value & bits->mask;

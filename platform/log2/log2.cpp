@@ -11,13 +11,13 @@
 
 namespace {
 
-int levelLimit() {
+int level_limit() {
   const char* text = std::getenv("LOG2_LEVEL");
   return text != nullptr && *text >= '1' && *text <= '5' ? *text - '0' : 5;
 }
 
-void writeToStderr(void*, const log_line* line) {
-  static const int limit = levelLimit();
+void write_to_stderr(void*, const log_line* line) {
+  static const int limit = level_limit();
   if (line->level > limit) {
     return;
   }
@@ -31,13 +31,13 @@ void writeToStderr(void*, const log_line* line) {
                line->file, line->line, line->function, line->text);
 }
 
-log_sink currentSink = writeToStderr;
+log_sink currentSink = write_to_stderr;
 void* currentContext = nullptr;
 
 }  // namespace
 
 void LogSetSink(log_sink sink, void* context) {
-  currentSink = sink != nullptr ? sink : writeToStderr;
+  currentSink = sink != nullptr ? sink : write_to_stderr;
   currentContext = context;
 }
 
