@@ -40,7 +40,7 @@ const std::string width =
          "<pIsLocked>Lock</pIsLocked>") +
     reg("Register", "0x10") + reg("Lock", "0x14");
 
-class Features : public testing::Test {
+class described_features : public testing::Test {
  protected:
   void describe(const std::string& nodes, bool monitoring = false) {
     features_ = std::make_unique<gige::camera_features>(
@@ -80,7 +80,7 @@ class Features : public testing::Test {
 
 // ---- What is presented
 
-TEST_F(Features, present_each_kind_of_node_by_its_text) {
+TEST_F(described_features, present_each_kind_of_node_by_its_text) {
   describe(
       reg("Register", "0x10") + node("Integer", "Width", "<pValue>Register</pValue><Unit>px</Unit>") +
       node("Converter", "Tenfold",
@@ -102,7 +102,7 @@ TEST_F(Features, present_each_kind_of_node_by_its_text) {
   EXPECT_FALSE(features_->execute("Stop"));
 }
 
-TEST_F(Features, have_a_category_and_a_purpose) {
+TEST_F(described_features, have_a_category_and_a_purpose) {
   describe(
       node("Category", "Root", "<pFeature>Control</pFeature><pFeature>Control</pFeature>") +
       node("Category", "Control", "<pFeature>Gain</pFeature><pFeature>Root</pFeature>") +
@@ -113,7 +113,7 @@ TEST_F(Features, have_a_category_and_a_purpose) {
 }
 
 // Catches a check that is left to ArvGc, which does not make it, and an exception of the wrong kind.
-TEST_F(Features, refuse_what_the_camera_cannot_do) {
+TEST_F(described_features, refuse_what_the_camera_cannot_do) {
   describe(width + reg("Offers", "0x18") + zero +
            node("Float", "Exposure", "<Value>1</Value><Min>1</Min><Max>9</Max>") +
            node("Float", "Free", "<Value>1</Value>") +
@@ -153,7 +153,7 @@ TEST_F(Features, refuse_what_the_camera_cannot_do) {
 }
 
 // Catches a refusal that leaves no trace but the exception, which a caller may swallow, and a read that logs.
-TEST_F(Features, log_one_line_for_each_refused_write) {
+TEST_F(described_features, log_one_line_for_each_refused_write) {
   describe(width + choice("Mode", {"Off"}, "<Value>0</Value>"));
   std::string log;
   LogSetSink(
@@ -180,7 +180,7 @@ TEST_F(Features, log_one_line_for_each_refused_write) {
 // ---- Which registers are read again
 
 // Catches a value that is kept too long, or read too often. The camera changes the register by itself.
-TEST_F(Features, are_cached_by_the_rules_of_the_description) {
+TEST_F(described_features, are_cached_by_the_rules_of_the_description) {
   const std::string here = "<Address>0x10</Address>";
   describe(reg("Kept", here) + reg("Fresh", here + "<Cachable>NoCache</Cachable>") +
            reg("Polled", here + "<PollingTime>200</PollingTime>") + reg("Measured", here, "RO") +
@@ -203,7 +203,7 @@ TEST_F(Features, are_cached_by_the_rules_of_the_description) {
 }
 
 // Catches a write that goes unnoticed because another node, or none, made it.
-TEST_F(Features, are_read_again_after_a_write_to_their_registers) {
+TEST_F(described_features, are_read_again_after_a_write_to_their_registers) {
   describe(reg("Here", "0x10") + reg("There", "<pAddress>Where</pAddress>") +
            node("Integer", "Where", "<Value>0x10</Value>") + node("Boolean", "Constant", "<Value>0</Value>") +
            reg("Invalidated", "<Address>0x20</Address><pInvalidator>Here</pInvalidator>"));
@@ -224,7 +224,7 @@ TEST_F(Features, are_read_again_after_a_write_to_their_registers) {
 }
 
 // Catches a selector that leaves the value of the entry before, where all entries share a register.
-TEST_F(Features, are_read_again_after_a_write_to_their_selector) {
+TEST_F(described_features, are_read_again_after_a_write_to_their_selector) {
   describe(node("Integer", "Selector", "<pValue>SelectorReg</pValue><pSelected>Gain</pSelected>") +
            reg("SelectorReg", "0x10") + node("Integer", "Gain", "<pValue>GainReg</pValue>") +
            reg("GainReg", "0x20"));
@@ -241,7 +241,7 @@ TEST_F(Features, are_read_again_after_a_write_to_their_selector) {
   EXPECT_EQ(texts({"Gain"}) + camera_.take(), "102 ");
 }
 
-TEST_F(Features, send_no_commands_while_their_nodes_are_made) {
+TEST_F(described_features, send_no_commands_while_their_nodes_are_made) {
   describe(reg("Offers", "0x18") +
            choice("Mode", {},
                   node("EnumEntry", "Rare", "<Value>1</Value><pIsImplemented>Offers</pIsImplemented>") +
@@ -283,7 +283,7 @@ std::string driven_camera(const std::string& cachable, bool selects) {
          reg("ExposureTime", "<Address>0x20</Address>" + cachable);
 }
 
-class Cost : public Features {
+class feature_cost : public described_features {
  public:
   void frame() {
     texts({"TemperatureSelector", "Temperature"});
@@ -303,7 +303,7 @@ class Cost : public Features {
       frame();
     }
   }
-  std::ptrdiff_t commands_of(void (Cost::*work)()) {
+  std::ptrdiff_t commands_of(void (feature_cost::*work)()) {
     camera_.take();
     (this->*work)();
     return std::ranges::count(camera_.take(), ',');
@@ -312,7 +312,7 @@ class Cost : public Features {
 
 // Each variant switches one rule off by its description, and so shows what the rule saves. Catches a rule
 // that saves nothing, and a frame that costs more than its temperature.
-TEST_F(Cost, is_one_command_a_frame_by_the_rules_of_the_cache) {
+TEST_F(feature_cost, is_one_command_a_frame_by_the_rules_of_the_cache) {
   struct variant {
     const char* without;
     std::string cachable;
@@ -327,8 +327,8 @@ TEST_F(Cost, is_one_command_a_frame_by_the_rules_of_the_cache) {
         {"selecting what is selected is no command", "", false, 2, 22}}) {
     describe(driven_camera(each.cachable, each.selects));
     frame();
-    const auto ofFrame = commands_of(&Cost::frame);
-    const auto ofSweep = commands_of(&Cost::sweep);
+    const auto ofFrame = commands_of(&feature_cost::frame);
+    const auto ofSweep = commands_of(&feature_cost::sweep);
     EXPECT_EQ(ofFrame, each.ofFrame) << "without: " << each.without;
     EXPECT_EQ(ofSweep, each.ofSweep) << "without: " << each.without;
     std::cout << "without: " << each.without << ": " << ofFrame << " commands a frame, " << ofSweep

@@ -242,7 +242,7 @@ TEST_P(stream, closes_while_packets_come_as_fast_as_they_can) {
 
 TEST_P(stream, finds_the_largest_packet_that_arrives) {
   stream_.close();
-  const auto carried_up_to = [this](std::uint32_t largest) {
+  const auto carriedUpTo = [this](std::uint32_t largest) {
     return stream_.find_packet_size(0, [=, this](std::uint32_t size) {
       if (size <= largest) {
         camera_.send(stream_.port(), std::vector<std::uint8_t>(size - gige_protocol::ipHeadSize -
@@ -251,10 +251,10 @@ TEST_P(stream, finds_the_largest_packet_that_arrives) {
       return size;
     });
   };
-  EXPECT_EQ(carried_up_to(16'260), 16'260U);
-  EXPECT_EQ(carried_up_to(5000), 4088U);
-  EXPECT_EQ(carried_up_to(1500), 1500U);
-  EXPECT_EQ(carried_up_to(0), 1500U);  // no test packet ever comes
+  EXPECT_EQ(carriedUpTo(16'260), 16'260U);
+  EXPECT_EQ(carriedUpTo(5000), 4088U);
+  EXPECT_EQ(carriedUpTo(1500), 1500U);
+  EXPECT_EQ(carriedUpTo(0), 1500U);  // no test packet ever comes
 }
 
 TEST_P(stream, refuses_by_name_what_cannot_be) {
