@@ -57,6 +57,8 @@ template <class... Functions>
 struct overloaded : Functions... {
   using Functions::operator()...;
 };
+template <class... Functions>
+overloaded(Functions...) -> overloaded<Functions...>;  // which clang 14 does not deduce by itself
 
 void appendLogLine(void*, const log_line* line) {
   const std::filesystem::path file = line->file;
