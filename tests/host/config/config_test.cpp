@@ -103,9 +103,11 @@ line = "Line3"
   EXPECT_EQ(number(VS_SWEEP_MANUAL_EXPOSURE_USEC), 5000.0F);
   EXPECT_EQ(number(VS_SWEEP_MANUAL_GAMMA), -1.0F) << "left out must stay absent";
   bool rotated = false;
-  EXPECT_TRUE(table.getBool(VS_ACQ_ROTATE180, 0, rotated) && rotated);
+  EXPECT_TRUE(table.getBool(VS_ACQ_ROTATE180, 0, rotated));
+  EXPECT_TRUE(rotated);
   std::string serial;
-  EXPECT_TRUE(table.getString(DEV_SERIAL, 0, serial) && serial == "SIM00001");
+  EXPECT_TRUE(table.getString(DEV_SERIAL, 0, serial));
+  EXPECT_EQ(serial, "SIM00001");
 }
 
 TEST(config, template_is_valid_and_names_every_key) {
