@@ -11,6 +11,7 @@
 #include "core/log.h"
 #include "host/acquire/library.h"
 #include "host/acquire/signals.h"
+#include "host/check/address.h"
 #include "host/check/cameras.h"
 #include "host/check/check.h"
 #include "host/check/features.h"

@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <map>
 
-#include "host/check/features.h"
+#include "host/check/address.h"
 #include "host/config/keys.h"
 #include "host/config/text.h"
 
@@ -54,7 +54,7 @@ const CLI::Validator kSeconds(
     },
     "S");
 
-// Whether the validator takes the text, which it then has converted.
+// Converts the text. False when the validator refuses it.
 bool converts(const CLI::Validator& validator, std::string& text) {
   try {
     return validator(text).empty();
@@ -230,7 +230,7 @@ std::vector<std::string> known_words(const CLI::App& app, bool areOptions) {
   return words;
 }
 
-// What the first word is that nobody expected; none when nothing was unexpected.
+// A message about the first unknown word of the command line; none when all are known.
 std::optional<std::string> unexpected_word(const CLI::App& app) {
   const std::vector<std::string> words = app.remaining(true);
   if (words.empty()) {

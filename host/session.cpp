@@ -7,8 +7,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <filesystem>
-#include <new>
 #include <thread>
 #include <utility>
 
@@ -172,7 +172,7 @@ camera_slot& session::slot_for(const camera_config& camera) {
   return cameras_.emplace_back(std::move(fresh))->slot;
 }
 
-// Starts those that do not run yet: all of them, or what there was no memory for the last time.
+// Starts the cameras that have no runner yet: all of them, or those for which there was no memory.
 void session::start_cameras() {
   if (runners_.empty()) {
     extension_.prefer(config_.serials());
@@ -240,7 +240,7 @@ bool session::open_outputs(const config& fresh) {
   }
 }
 
-// Cameras that are not configured any more leave the figures, once all of their frames are written.
+// Cameras that are not configured any more leave status and metrics, once all of their frames are written.
 void session::forget_cameras() {
   const std::vector<std::string> serials = config_.serials();
   std::vector<std::unique_ptr<camera_outputs>> leaving;
@@ -315,12 +315,17 @@ bool session::is_video_over() const {
 
 int session::run() {
   start_cameras();
+  bool isReported = false;
   while (!is_over() && !isInterrupted_) {
     const int signal = wait_signal(kTick);
     try {
       handle(signal);
-    } catch (const std::bad_alloc&) {
-      LOG(1, "fail: there is no memory to look after the cameras; acquisition goes on");
+      isReported = false;
+    } catch (const std::exception& error) {  // no memory, or no thread
+      if (!std::exchange(isReported, true)) {
+        LOG(1, "fail: exception <%s>. What could not be done is tried again; acquisition goes on",
+            error.what());
+      }
     }
   }
   service_notifier::stopping();
@@ -451,8 +456,8 @@ void session::cancel_long_openings() {
   }
 }
 
-// Whether any camera's thread did something since this was asked last, or need not. One that hangs must not
-// take the others with it; when all hang, a new start is the only help.
+// Whether any camera's thread did something since the last call, or has nothing to do. One that hangs must
+// not take the others with it; when all hang, only a new start of the program helps.
 bool session::are_cameras_alive() {
   std::size_t hanging = 0;
   for (const auto& runner : runners_) {

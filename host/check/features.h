@@ -1,4 +1,5 @@
-// Commands for one camera beside acquisition: its features, a configuration made from them, its address.
+// `mediagrabber features` and `mediagrabber config CAMERA`: the features of a camera, and a configuration
+// made from them.
 #ifndef HOST_CHECK_FEATURES_H
 #define HOST_CHECK_FEATURES_H
 
@@ -22,17 +23,6 @@ int show_features(const camera_library& library, const std::string& serial,
 int write_config(const camera_library& library, const std::string& serial);
 /// The values of a configuration that these features stand for.
 camera_values values_of(const std::string& serial, const std::vector<feature_record>& features);
-
-/// Gives a camera, named by its serial number or hardware address, a temporary address: "192.168.0.7/24" or
-/// "192.168.0.7/255.255.255.0". 0; 1 when it is not there or does not take it. library_error.
-int set_camera_address(const camera_library& library, const std::string& camera, const std::string& address);
-
-struct ip_configuration {
-  std::uint32_t address;
-  std::uint32_t mask;  ///< both in host byte order
-};
-/// None when the text is none, or no address for one host.
-std::optional<ip_configuration> parse_address(const std::string& text);
 
 }  // namespace host
 

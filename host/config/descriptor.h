@@ -2,8 +2,10 @@
 #ifndef HOST_CONFIG_DESCRIPTOR_H
 #define HOST_CONFIG_DESCRIPTOR_H
 
+#include <sys/types.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 namespace host {
@@ -31,6 +33,11 @@ class descriptor {
  private:
   int number_ = -1;
 };
+
+/// Writes what a file or pipe takes at once, after a wait of at most `patienceMs` for the reader of a pipe.
+/// Gives the bytes written, 0 when there was no room, or -1 with errno set. A pipe that poll finds writable
+/// takes PIPE_BUF bytes without blocking, whoever else holds it and however it was opened.
+ssize_t write_some(int file, std::string_view bytes, int patienceMs);
 
 }  // namespace host
 

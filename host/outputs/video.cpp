@@ -2,13 +2,11 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cmath>
 #include <utility>
 
@@ -66,38 +64,27 @@ std::uint64_t y4m_stream::write(const stored_frame& frame, const std::stop_token
     throw output_error(fmt::format("the video in {} is {}x{} and can't change to {}x{}", path_, width_,
                                    height_, frame.info.width, frame.info.height));
   }
-  send(head.data(), head.size(), stop);
-  send(frame.pixels.data(), frame.pixels.size(), stop);
+  send(head, stop);
+  send({reinterpret_cast<const char*>(frame.pixels.data()), frame.pixels.size()}, stop);
   return head.size() + frame.pixels.size();
 }
 
-// A pipe that poll finds writable takes PIPE_BUF bytes without blocking, whoever else holds it and however
-// it was opened.
-void y4m_stream::send(const void* data, std::size_t size, const std::stop_token& stop) {
-  const auto* from = static_cast<const char*>(data);
-  while (size > 0) {
+void y4m_stream::send(std::string_view bytes, const std::stop_token& stop) {
+  while (!bytes.empty()) {
     if (stop.stop_requested()) {
       isBroken_ = true;
       throw output_error(fmt::format("the last frame in {} is cut off: its reader did not take it", path_));
     }
-    pollfd waits{file_.get(), POLLOUT, 0};
-    if (isPipe_ && poll(&waits, 1, kStopCheckMs) == 0) {
-      continue;
-    }
-    const ssize_t written =
-        ::write(file_.get(), from, isPipe_ ? std::min<std::size_t>(size, PIPE_BUF) : size);
-    if (written < 0 && (errno == EINTR || errno == EAGAIN)) {
-      continue;
-    }
-    if (written <= 0) {
+    const ssize_t written = isPipe_ ? write_some(file_.get(), bytes, kStopCheckMs)
+                                    : ::write(file_.get(), bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) {
       isBroken_ = true;
       if (errno == EPIPE) {
         throw output_over(fmt::format("the reader of {} went away", path_));
       }
       throw output_error(fmt::format("{} can't be written: {}", path_, write_failure(errno)));
     }
-    from += written;
-    size -= static_cast<std::size_t>(written);
+    bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
   }
 }
 

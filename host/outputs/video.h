@@ -3,6 +3,7 @@
 #define HOST_OUTPUTS_VIDEO_H
 
 #include <string>
+#include <string_view>
 
 #include "host/config/descriptor.h"
 #include "host/outputs/frame_writer.h"
@@ -13,8 +14,8 @@ namespace host {
 std::string y4m_header(std::size_t width, std::size_t height, double frameRateHz);
 
 /// Writes to a file, a named pipe or standard output. A named pipe is opened with the first frame and needs
-/// a reader by then; frames before are dropped. A reader that is slow is waited for, in the writer's thread;
-/// with one that goes away, the video ends.
+/// a reader by then; frames before are dropped. The writer's thread waits for a slow reader. When the reader
+/// goes away, the video ends.
 class y4m_stream final : public frame_sink {
  public:
   /// `path` "-" is standard output. output_error when it can't be opened, or when there is a file that is not
@@ -25,7 +26,7 @@ class y4m_stream final : public frame_sink {
 
  private:
   void open_path(int flags);
-  void send(const void* data, std::size_t size, const std::stop_token& stop);
+  void send(std::string_view bytes, const std::stop_token& stop);
 
   std::string path_;
   double frameRateHz_;

@@ -1,17 +1,15 @@
 #include "host/report/standard_error.h"
 
 #include <fmt/format.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <new>
 #include <utility>
+
+#include "host/config/descriptor.h"
 
 namespace host {
 namespace {
@@ -121,22 +119,12 @@ std::string standard_error::text_of(const std::deque<std::string>& lines,
   return text;
 }
 
-// A pipe that poll finds writable takes PIPE_BUF bytes without blocking.
 void standard_error::write_all(std::string_view text) {
   while (!text.empty()) {
-    pollfd waits{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&waits, 1, kPatienceMs) == 0) {
-      if (is_ending()) {
-        return;
-      }
-      continue;
-    }
-    const ssize_t written = write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
-    if (written < 0 && (errno == EINTR || errno == EAGAIN)) {
-      continue;
-    }
-    if (written <= 0) {
-      return;  // nobody reads standard error any more
+    const ssize_t written = write_some(STDERR_FILENO, text, kPatienceMs);
+    const bool isUnread = written < 0 || (written == 0 && is_ending());
+    if (isUnread) {
+      return;
     }
     text.remove_prefix(static_cast<std::size_t>(written));
   }
