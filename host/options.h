@@ -43,7 +43,7 @@ struct options {
   bool isQuiet = false;
 };
 
-/// What the command line asks for; or, where it was answered or is wrong, the exit code (0 or 2).
+/// The options of the command line; or the exit code, where it was answered (0) or is wrong (2).
 struct command_line {
   options value;
   std::optional<int> exitCode;

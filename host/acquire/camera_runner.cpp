@@ -114,8 +114,8 @@ void camera_runner::work() {
   outcome_ = outcome;
 }
 
-// One device, from its creation to its end, and the pause after a failure. Gives how the runner goes on. What
-// runs out of memory costs the device, and a pause that needs none.
+// One device, from its creation to its end, and the pause after a failure. Gives how the runner goes on.
+// Memory that runs out costs the device; the pause after it needs none.
 run_outcome camera_runner::run_once() {
   try {
     take_failures();
@@ -228,7 +228,7 @@ void camera_runner::close_device() {
   std::exchange(device_, nullptr)->destroy();
 }
 
-// Why the attempt that was last failed.
+// Why the last attempt failed.
 std::string camera_runner::failure_text() const {
   if (!refusal_.lines.empty()) {
     return refusal_.lines.front();

@@ -21,7 +21,7 @@ namespace host {
 /// Why a device could not be created, or why its run failed.
 enum class failure_reason : std::uint8_t {
   configuration,  ///< the camera does not take its configuration
-  unavailable,    ///< the camera does not answer, can't be reached, or is controlled by somebody else
+  unavailable,    ///< the camera does not answer, can't be reached, or another program controls it
   creation,       ///< no device could be created, and nothing was found against the camera
   silence,        ///< the camera sent no frames for too long
   setting,        ///< the camera refused a change of its settings
@@ -35,7 +35,7 @@ std::optional<float> temperature_of(float sensorTempC);
 
 struct camera_status {
   std::uint64_t frames = 0;       ///< arrived
-  std::uint64_t missed = 0;       ///< should have come and did not, see missed_frames
+  std::uint64_t missed = 0;       ///< were due and did not come, see missed_frames
   std::uint64_t silentWaits = 0;  ///< waits that brought no usable frame
   std::uint64_t failures = 0;     ///< devices that could not be created, or whose run failed
   std::array<std::uint64_t, kFailureReasons> failuresByReason{};  ///< they add up to `failures`

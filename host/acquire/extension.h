@@ -1,4 +1,4 @@
-// What our camera libraries offer beside `gevapi.h`, for a host that must do without where it is absent.
+// The functions that our camera libraries have beside `gevapi.h`. Other libraries have none of them.
 #ifndef HOST_ACQUIRE_EXTENSION_H
 #define HOST_ACQUIRE_EXTENSION_H
 
@@ -54,7 +54,7 @@ class camera_extension {
   /// The features of a camera that is open in this process, in the order of its description.
   std::optional<std::vector<feature_record>> features(const std::string& serial) const;
   std::optional<camera_extension_health_record> health(const std::string& serial) const;
-  /// Ends what is waited for on this camera, and loses it for whoever has it open.
+  /// Ends every wait for this camera with an error. Whoever has it open must close it.
   void cancel(const std::string& serial) const;
   /// Gives a camera a temporary IPv4 configuration. 0 or a negative errno.
   int set_address(std::uint64_t mac, std::uint32_t address, std::uint32_t mask, std::uint32_t gateway) const;

@@ -26,7 +26,7 @@ class missed_frames {
   /// before it; none for the first frame of a run.
   std::optional<std::uint64_t> arrived(std::uint64_t nowUs, std::uint64_t id);
 
-  /// Only ever grows; with the outage that goes on.
+  /// Never decreases; includes the outage that goes on.
   std::uint64_t count(std::uint64_t nowUs) const;
   bool is_estimate() const { return isEstimate_; }
 

@@ -1,4 +1,4 @@
-// Settings that people give a camera by hand, while its configuration's sweeps wait.
+// Settings that a person applies to a running camera, while the configuration's sweeps wait.
 #ifndef HOST_ACQUIRE_MANUAL_SETTINGS_H
 #define HOST_ACQUIRE_MANUAL_SETTINGS_H
 
@@ -11,8 +11,8 @@
 
 namespace host {
 
-/// All that is given goes through the camera's queue. From the first of it on until `resume` the sweeps are
-/// held, and a device that is created again gets it again. On any thread; `requester` is for people.
+/// All of them go through the camera's queue. From the first one until `resume` the sweeps are held, and a
+/// device that is created again gets the settings again. On any thread; `requester` is shown to people.
 class manual_settings {
  public:
   /// `queue` must outlive it.
@@ -36,7 +36,7 @@ class manual_settings {
   /// A run starts with the configuration's settings: those by hand are queued again. After
   /// settings_queue::run_started.
   void run_started(const light_settings& configured);
-  /// The camera ended the run over what this requester gave last: it is not given again.
+  /// The camera refused the last settings of this requester and ended the run: they are not applied again.
   void refused(const std::string& requester);
 
  private:

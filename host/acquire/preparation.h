@@ -12,8 +12,8 @@ namespace host {
 /// table off when a run starts and refuses a camera without it when a device is created: a camera that keeps
 /// its registers could be used only once. To be called before every creation, while the camera is closed.
 ///
-/// Gives what was done, for people; empty when there was nothing to do, or when the camera can't be opened,
-/// of which the creation that follows says more.
+/// Gives what was done, for people. Empty when there was nothing to do, or when the camera can't be opened:
+/// the creation that follows then tells why.
 std::string prepare_camera(const camera_library& library, const std::string& serial);
 
 }  // namespace host

@@ -1,5 +1,5 @@
-// How a run ends while no frames arrive: an exception out of onNoFrame, as the bundle asks for a signal only
-// after frames. The bundle logs it and ends the run as a failure.
+// The exceptions that end a run from onNoFrame: the bundle asks for a signal only after a frame. It logs them
+// and ends the run as a failure.
 #ifndef HOST_ACQUIRE_SILENT_END_H
 #define HOST_ACQUIRE_SILENT_END_H
 

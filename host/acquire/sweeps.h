@@ -29,7 +29,7 @@ class sweep_schedule {
   /// The step that is due when frame number `frames` of the run (the first is 1) has been handled; to be
   /// applied now.
   std::optional<sweep_step> due(std::uint64_t nowUs, std::uint64_t frames);
-  /// Never again, in this run and all that come: the camera does not take it.
+  /// Leaves an entry out, in this run and all later ones: the camera does not take it.
   void drop(std::size_t index) { isDropped_[index] = true; }
 
   /// What each entry changes, for people: "sweep 1: exposure 2500 us, gain 6 dB".

@@ -29,9 +29,8 @@ std::vector<network_interface> surroundings(bool isSimulated);
 /// The cameras as a table with a head line.
 std::string camera_table(const std::vector<found_camera>& cameras);
 
-/// The address of who controls a camera (see found_camera), "another machine" where the camera does not name
-/// it,
-/// "-" for nobody.
+/// The address of who controls a camera (see found_camera); "another machine" for one that the camera does
+/// not name, "-" for nobody.
 std::string controller_text(std::uint32_t controller);
 
 /// What a search for cameras brought, and what is needed to judge it.
@@ -44,8 +43,8 @@ struct camera_search {
 /// library_error.
 camera_search search_cameras(const camera_library& library, bool isSimulated);
 
-/// What was looked at and the likely reasons, a line each, why the camera `serial` (empty: any camera) can't
-/// be used; empty when nothing stands against it.
+/// Why the camera `serial` (empty: any camera) can't be used: what was looked at and the likely reasons, a
+/// line each. No lines when it can.
 std::vector<std::string> why_missing(const std::string& serial, const camera_search& search);
 
 /// Lists the cameras of the library on standard output, and the reasons for each of `wanted` that is not

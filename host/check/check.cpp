@@ -387,7 +387,7 @@ void camera_check::test_ir(probe& camera) {
     return;
   }
   const grey_series seen = on->series();
-  // How bright the light is nobody knows: anything beyond the noise will do.
+  // The brightness of the light is not known: any change beyond the noise will do.
   const double noise = *std::max_element(seen.before.begin(), seen.before.end());
   const double darkest = *std::min_element(seen.after.begin(), seen.after.end());
   table_.add(kName, darkest > noise,

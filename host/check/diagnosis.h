@@ -12,13 +12,13 @@
 
 namespace host {
 
-/// Looks for the camera, opens it and compares. Reasons without number when nothing was found against it. Not
+/// Looks for the camera, opens it and compares. No lines when nothing was found against it. Not
 /// while the camera is open in this process. `isSimulated` as in search_cameras.
 refusal_reasons diagnose(const camera_library& library, const camera_config& camera, bool isSimulated);
 
-/// All that does not fit between a configuration and a camera's features, in the configuration's units:
-/// features that the bundle needs and the camera lacks, values beyond the camera's limits, increments and
-/// entries.
+/// A line for all that does not fit between a configuration and a camera's features, in the configuration's
+/// units: features that the bundle needs and the camera lacks, values beyond the camera's limits, increments
+/// and entries.
 std::vector<std::string> misfits(const camera_config& camera, const std::vector<feature_record>& features);
 
 }  // namespace host

@@ -13,7 +13,7 @@ namespace host {
 
 enum class verdict : std::uint8_t { passed, failed, skipped };
 
-/// Names of the rows of sweeps begin so, or with "sweep N".
+/// The row of a single sweep. Those of several are named "sweep 1 takes effect" and so on.
 inline constexpr const char* kSweeps = "sweeps take effect";
 
 /// Writes each row to standard output as soon as it is known, and counts verdicts.
@@ -36,7 +36,7 @@ class check_table {
   std::array<std::size_t, 3> counts_{};
 };
 
-/// What long work has got to, on standard error: one line that is drawn again on a terminal, elsewhere a line
+/// The progress of long work, on standard error: one line that is drawn again on a terminal, elsewhere a line
 /// every ten seconds.
 class progress_line {
  public:
@@ -46,7 +46,7 @@ class progress_line {
   progress_line& operator=(const progress_line&) = delete;
 
   void show(const std::string& text);
-  /// Before anything else is written.
+  /// Removes the line, before anything else is written.
   void clear();
 
  private:

@@ -12,8 +12,7 @@ const char* need_text(presence need) {
   return texts[static_cast<std::size_t>(need)];
 }
 
-// In an active section an optional key stands as a comment unless it has a value, in any other every key
-// does, so that nothing changes.
+// In an active section optional keys without a value are comments, in any other section all keys are.
 std::string template_lines(const key_table& keys, bool isActive, const camera_values& camera = {}) {
   std::string lines;
   for (const config_key& key : keys) {

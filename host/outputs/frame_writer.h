@@ -64,8 +64,8 @@ struct output_totals {
 };
 
 /// Takes frames from one acquisition thread and never makes it wait: what does not fit into the pool, or for
-/// which there is no memory, is dropped and counted. A sink that fails, however it does, is reported once,
-/// and tried again with every frame.
+/// which there is no memory, is dropped and counted. The failure of a sink is reported once, and every
+/// further frame is tried again.
 class frame_writer final : public frame_taker {
  public:
   /// Takes every `every`-th frame. The pool is allocated here: as many frames of `frameBytes` as fit into

@@ -32,9 +32,9 @@ struct keep_limits {
 
 /// Writes 000000000.png and so on into a folder, with a line about each in frames.jsonl. An image is there
 /// whole or not at all, also after a power cut, which costs at most the images of the last second. No file is
-/// ever overwritten: a folder that already holds a recording is continued. So is one that comes back, as that
-/// of a disk that was unplugged and mounted again; in place of one that is gone no other is made, as that
-/// would be on the disk below.
+/// ever overwritten: a folder that already holds a recording is continued. A folder that is gone, as with a
+/// disk that was unplugged, is not made again, as it would be on the disk below. Once it is back, the
+/// recording goes on.
 class image_files final : public frame_sink {
  public:
   /// output_error when the folder can't be recorded into.

@@ -29,8 +29,8 @@ class recording_folder {
 
   const std::filesystem::path& path() const { return path_; }
 
-  /// Writes a file whose data is on the disk before its name appears. False, and nothing is changed, when
-  /// there is a file of that name.
+  /// Writes a file whose data is on the disk before its name appears. False, without any change, when there
+  /// is a file of that name.
   bool add(const std::string& name, std::span<const std::uint8_t> bytes);
   /// As `add`, in place of the file of that name.
   void replace(const std::string& name, descriptor file);
@@ -38,12 +38,12 @@ class recording_folder {
   descriptor open(const std::string& name, int flags) const;
   /// A hidden file that `replace` gives its name; one left from before is emptied.
   descriptor open_partial(const std::string& name) const;
-  /// False when it can't be removed; a file that is not there is none that can't.
+  /// Removes a file. False when that fails; true when there is no such file.
   bool remove(const std::string& name) noexcept;
   bool has(const std::string& name) const noexcept;
   /// Whether the path now names another folder than the one that is open, as after a disk was mounted again.
   bool is_replaced() const noexcept;
-  /// Puts on the disk which names there are.
+  /// Puts the names of the folder on the disk.
   void sync();
   /// Bytes that the file system has left for a user without privileges.
   std::uint64_t free_bytes() const;

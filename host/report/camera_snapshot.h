@@ -1,4 +1,4 @@
-// One moment of a camera, of which all texts about it are made.
+// One moment of a camera: what all texts about it are made from.
 #ifndef HOST_REPORT_CAMERA_SNAPSHOT_H
 #define HOST_REPORT_CAMERA_SNAPSHOT_H
 

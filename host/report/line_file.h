@@ -16,7 +16,7 @@ class line_file {
   /// be opened; a pipe without a reader is opened with the first line that finds one.
   explicit line_file(std::string path);
 
-  /// Opens the path anew, for the case that the file was moved away. Errors go for those of `write`.
+  /// Opens the path anew with the next line, as the file may have been moved away.
   void reopen();
   /// Appends a line, to which it adds the newline. output_error when that fails.
   void write(const std::string& line);

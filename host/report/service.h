@@ -17,8 +17,8 @@ class service_notifier {
 
   /// READY=1, the first time.
   void ready();
-  /// WATCHDOG=1, at most as often as half the watchdog's time asks for; `isAlive` is asked only then and says
-  /// whether cameras have done something since it was asked last.
+  /// WATCHDOG=1, at most as often as half the watchdog's time asks for; calls `isAlive` only then: whether
+  /// cameras have done something since the last call.
   template <class IsAlive>
   void watchdog(std::uint64_t nowUs, IsAlive isAlive) {
     if (watchdogUs_ == 0 || nowUs < nextWatchdogUs_) {
