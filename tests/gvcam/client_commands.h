@@ -2,7 +2,6 @@
 #ifndef TESTS_GVCAM_CLIENT_COMMANDS_H
 #define TESTS_GVCAM_CLIENT_COMMANDS_H
 
-#include <array>
 #include <cstdint>
 #include <vector>
 

@@ -120,8 +120,6 @@ TEST_F(control, a_refusal_says_why) {
       {"start", write_word(112, features::acquisition, 1), status::success},
       {"locked", write_word(113, features::width, 320), status::access_denied},
       {"not locked", write_word(114, features::gain, 0x40000000), status::success},
-      {"stop", write_word(115, features::acquisition, 0), status::success},
-      {"no longer locked", write_word(116, features::width, 320), status::success},
   };
   for (const auto& each : cases) {
     EXPECT_EQ(sent_status(first, each.command), each.expected) << each.what;
@@ -146,8 +144,7 @@ TEST_F(control, a_repeated_command_is_answered_and_not_executed_again) {
   const message trigger = write_word(77, features::triggerSoftware, 1);
   const outcome once = send(first, trigger);
   const outcome again = send(first, trigger);
-  EXPECT_EQ(once.triggers, 1U);
-  EXPECT_EQ(again.triggers, 0U);
+  EXPECT_EQ(std::pair(once.triggers, again.triggers), std::pair(1U, 0U));
   EXPECT_TRUE(std::ranges::equal(again.answer->view(), once.answer->view()));
   EXPECT_EQ(send(second, trigger).triggers, 0U);
   read(first, standard::version);

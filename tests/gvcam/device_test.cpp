@@ -20,11 +20,8 @@ using bytes = std::vector<std::uint8_t>;
 using gvcam::device;
 namespace features = gvcam::features;
 
-constexpr std::uint32_t near = 0x7f000001;
-constexpr std::uint32_t further = 0x7f000002;
-constexpr std::uint32_t broadcast = 0xffff'ffff;
+constexpr std::uint32_t address = 0x7f000001;  // of camera and client
 constexpr std::uint32_t side = 64;
-constexpr gige_protocol::mac_address mac = {0x02, 0, 0x5e, 0x10, 0, 0x01};
 
 bytes receive(const gvcam::udp_socket& from, std::chrono::milliseconds patience) {
   pollfd ready{from.descriptor(), POLLIN, 0};
@@ -38,30 +35,29 @@ bytes receive(const gvcam::udp_socket& from, std::chrono::milliseconds patience)
 // A program that controls a camera and receives its stream.
 class client {
  public:
-  explicit client(std::uint32_t camera = near) : camera_(camera) {
+  client() {
     const int room = 16 << 20;  // for as long as the machine may hold up the test
     EXPECT_EQ(setsockopt(stream_.descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room), 0);
   }
-  bytes ask(const message& command) const {
-    control_.send({camera_, gige_protocol::controlPort}, command.view());
-    return receive(control_, 10s);
-  }
-  std::uint32_t read(std::uint32_t address) { return words_of(ask(read_word(++id_, address))).at(0); }
-  void write(std::uint32_t address, std::uint32_t value) {
-    ASSERT_EQ(status_of(ask(write_word(++id_, address, value))), status::success) << std::hex << address;
+  void write(std::uint32_t at, std::uint32_t value) {
+    control_.send({address, gige_protocol::controlPort}, write_word(++id_, at, value).view());
+    ASSERT_EQ(status_of(receive(control_, 10s)), status::success) << std::hex << at;
   }
   void connect() {
     write(standard::controlChannelPrivilege, controlAccess);
     write(standard::heartbeatTimeout, 60'000);
-    write(standard::streamDestination, near);
+    write(standard::streamDestination, address);
     write(standard::streamPort, stream_.port());
   }
-  bytes packet(std::chrono::milliseconds patience = 10s) const { return receive(stream_, patience); }
+  // The head of the next packet; block id 0 when none comes.
+  gige_protocol::packet_head packet(std::chrono::milliseconds patience = 10s) const {
+    const auto head = gige_protocol::parse_packet_head(receive(stream_, patience));
+    return head ? *head : gige_protocol::packet_head{};
+  }
 
  private:
-  std::uint32_t camera_;
-  gvcam::udp_socket control_{gvcam::endpoint{near, 0}};
-  gvcam::udp_socket stream_{gvcam::endpoint{near, 0}};
+  gvcam::udp_socket control_{gvcam::endpoint{address, 0}};
+  gvcam::udp_socket stream_{gvcam::endpoint{address, 0}};
   std::uint16_t id_ = 0;
 };
 
@@ -69,29 +65,21 @@ class client {
 using received_frames = std::map<std::uint64_t, std::set<std::uint32_t>>;
 constexpr std::size_t packetsOfFrame = 10;
 
-gige_protocol::packet_head head_of(const bytes& datagram) {
-  const auto head = gige_protocol::parse_packet_head(datagram);
-  return head ? *head : gige_protocol::packet_head{};
-}
-
 class network : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     ASSERT_EQ(unshare(CLONE_NEWNET), 0) << "a network of its own is refused";
-    ASSERT_EQ(std::system("ip link set lo mtu 9000 up && ip addr add 127.0.0.2/8 dev lo && "
-                          "ip route add 255.255.255.255 dev lo"),
-              0);
+    ASSERT_EQ(std::system("ip link set lo up && ip route add 255.255.255.255 dev lo"), 0);
   }
   network() {
     setup.width = setup.height = side;
     setup.packetSize = 576;
     setup.framesPerSecond = 100;
-    setup.description = "<xml/>";
   }
   void start() {
     camera.reset();  // its address is needed
     camera =
-        std::make_unique<device>(gvcam::camera_identity{"CAM", near, "", mac}, setup, scene, gvcam::faults());
+        std::make_unique<device>(gvcam::camera_identity{"CAM", address, ""}, setup, scene, gvcam::faults());
   }
 
   gvcam::camera_setup setup;
@@ -107,8 +95,7 @@ TEST_F(network, an_acquisition_begins_with_frame_1_and_ends_with_a_whole_one) {
     received_frames frames;
     receiver.write(features::acquisition, 1);
     bool isStopped = false;
-    for (auto head = head_of(receiver.packet()); head.blockId != 0;
-         head = head_of(receiver.packet(isStopped ? 30ms : 10s))) {
+    for (auto head = receiver.packet(); head.blockId != 0; head = receiver.packet(isStopped ? 30ms : 10s)) {
       frames[head.blockId].insert(head.packetId);
       if (frames.size() == 4 && !std::exchange(isStopped, true)) {
         receiver.write(features::acquisition, 0);
@@ -131,30 +118,10 @@ TEST_F(network, packets_are_spaced_as_the_link_or_the_client_asks) {
     const auto begin = std::chrono::steady_clock::now();
     receiver.write(features::acquisition, 1);
     for (std::size_t packet = 0; packet < packetsOfFrame; ++packet) {
-      EXPECT_FALSE(receiver.packet().empty());
+      EXPECT_EQ(receiver.packet().packetId, packet);
     }
     EXPECT_GE(std::chrono::steady_clock::now() - begin, (packetsOfFrame - 1) * 4912us);
   }
-}
-
-TEST_F(network, a_camera_is_moved_to_another_address_of_the_machine_and_to_no_other) {
-  start();
-  client here;
-  const client searching(broadcast);
-  const auto move = [&](std::uint16_t id, std::uint32_t ip) {
-    return status_of(searching.ask(gige_protocol::make_force_ip(id, {mac, ip, 0xff000000, 0}, false)));
-  };
-  EXPECT_EQ(move(2, 0x0a0a0a0a), status::invalid_parameter);
-  EXPECT_EQ(here.read(standard::currentIp), near);
-  EXPECT_EQ(move(3, further), status::success);
-  client there(further);
-  EXPECT_EQ(there.read(standard::currentIp), further);
-  there.connect();
-  there.write(features::acquisition, 1);
-  EXPECT_FALSE(there.packet().empty());
-  there.write(standard::controlChannelPrivilege, 0);
-  EXPECT_EQ(move(4, 0), status::success) << "its own address";
-  EXPECT_EQ(here.read(standard::currentIp), near);
 }
 
 }  // namespace

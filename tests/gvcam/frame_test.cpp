@@ -19,10 +19,8 @@ gvcam::frame_settings settings_with(payload_type payload, id_mode ids, std::size
   settings.payload = payload;
   settings.ids = ids;
   settings.packetSize = packetSize;
-  settings.pixelFormat = picture::pixelFormatMono8;
   settings.picture.width = 100;
   settings.picture.height = 21;
-  settings.picture.offsetX = 12;
   if (settings.has_chunks()) {
     settings.chunks = 0b10'0010'0001;  // OffsetX, Timestamp, FrameID
   }
