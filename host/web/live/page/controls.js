@@ -16,13 +16,13 @@ export function scaleOf(control) {
     return {
       steps: sliderSteps,
       at: (value) => (Math.log(Math.max(value, min) / min) / ratio) * sliderSteps,
-      value: (at) => rounded(Math.min(max, Math.max(min, min * Math.exp((at / sliderSteps) * ratio)))),
+      value: (at) => roundedWithin(control, min * Math.exp((at / sliderSteps) * ratio)),
     };
   }
   return {
     steps: sliderSteps,
     at: (value) => ((value - min) / (max - min)) * sliderSteps,
-    value: (at) => rounded(Math.min(max, Math.max(min, min + (at / sliderSteps) * (max - min)))),
+    value: (at) => roundedWithin(control, min + (at / sliderSteps) * (max - min)),
   };
 }
 
@@ -30,10 +30,9 @@ function unitOf(control) {
   return control.unit.replace("us", "µs");
 }
 
-// Three figures: a slider cannot be set more exactly. Never out of the limits it came from by more than the server
-// says in its refusal.
-function rounded(value) {
-  return Number(value.toPrecision(3));
+// Three digits: a slider can't be set more exactly. A limit of 24.08 is not rounded to 24.1, which would be refused.
+function roundedWithin({ min, max }, value) {
+  return Math.min(max, Math.max(min, Number(value.toPrecision(3))));
 }
 
 export class Controls {
