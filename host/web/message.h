@@ -19,7 +19,7 @@ struct web_request {
   std::map<std::string, std::string, std::less<>> query;
   std::map<std::string, std::string, std::less<>> headers;  ///< names in lower case
   std::string body;
-  std::string peer;  ///< address of who asks
+  std::string peer;  ///< address of the client
 
   /// A header's value; empty when it is not there.
   std::string header(std::string_view name) const {

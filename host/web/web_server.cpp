@@ -84,7 +84,7 @@ web_answer text_answer(int status, const char* text) {
 
 using web_values = std::map<std::string, std::string, std::less<>>;
 
-// Into the map: names in lower case, of a name that comes twice the last value.
+// Puts a value into the map, by its name in lower case. The last value of a name counts.
 MHD_Result take_value(void* to, MHD_ValueKind, const char* name, const char* value) {
   std::string key = name;
   std::transform(key.begin(), key.end(), key.begin(),
@@ -359,7 +359,7 @@ MHD_Result web_server::loop::answer(MHD_Connection* connection, const char* path
   return made.stream ? send_stream(connection, made) : send_whole(connection, made);
 }
 
-// The system holds little of a stream that is not read: what is old by then is better not sent.
+// The system keeps little of a stream ahead of its reader, so that a slow one gets nothing old.
 MHD_Result web_server::loop::send_stream(MHD_Connection* connection, const web_answer& answer) {
   auto fresh = std::make_unique<streaming>();
   fresh->owner = this;
@@ -418,7 +418,7 @@ void web_server::loop::wake_up(streaming& sleeper) {
   }
 }
 
-// Those for whom there is something, and those whose client left: a suspended connection does not notice.
+// Resumes streams that have data, and streams whose client left: a suspended connection does not notice it.
 void web_server::loop::resume_streams() {
   eventfd_t count = 0;
   eventfd_read(wake_.get(), &count);

@@ -48,7 +48,7 @@ class access_rules {
 
   /// None when the request is allowed.
   std::optional<access_refusal> refuse(const web_request& request, access_need need) const;
-  /// Why whoever sends this request may only look, for a page to say so; empty when changes are allowed.
+  /// Why the sender of this request may only look, as a text for the page; empty when changes are allowed.
   std::string look_only_reason(const web_request& request) const;
 
  private:
@@ -59,10 +59,10 @@ class access_rules {
   access_settings settings_;
 };
 
-/// 32 characters of the system's random numbers: letters and digits.
+/// 32 random characters from the system: letters, digits, "-" and "_".
 std::string random_token();
 
-/// The secret in a file, without white space around it. std::runtime_error when the file cannot be read, is
+/// The secret in a file, without white space around it. std::runtime_error when the file can't be read, is
 /// longer than 4096 bytes, or has no secret of 16 to 256 letters, digits, "-", "_", "." or "~" in it.
 std::string token_of_file(const std::string& path);
 

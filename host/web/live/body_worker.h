@@ -1,4 +1,4 @@
-// The bodies of answers that take long to make, as a PNG file does.
+// Bodies of answers that take long to make, such as PNG files.
 #ifndef HOST_WEB_LIVE_BODY_WORKER_H
 #define HOST_WEB_LIVE_BODY_WORKER_H
 
@@ -34,8 +34,9 @@ class body_worker {
   body_worker(const body_worker&) = delete;
   body_worker& operator=(const body_worker&) = delete;
 
-  /// A stream of what `make` gives, later. Null when there are `kBodiesMax` already. `make` is called on the
-  /// worker's thread, or never when the reader leaves before; its exception breaks the stream.
+  /// A stream of the body that `make` returns. Null when there are `kBodiesMax` already. `make` is called on
+  /// the worker's thread. It is not called when the reader has left by then. An exception of it breaks the
+  /// stream.
   std::shared_ptr<web_stream> start(std::function<std::string()> make);
 
  private:

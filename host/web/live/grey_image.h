@@ -11,7 +11,7 @@
 
 namespace host {
 
-/// The grey values that count as black and as white: those in which a sensor says nothing any more.
+/// The grey values that count as black and as white: beyond them, other light gives the same value.
 inline constexpr std::uint8_t kBlack = 0;
 inline constexpr std::uint8_t kWhite = 255;
 
@@ -34,7 +34,7 @@ struct point {
   bool operator==(const point&) const = default;
 };
 
-/// Pixels of somebody else, one byte each, row after row without gaps.
+/// Pixels that it does not own, one byte each, row after row without gaps.
 struct grey_image {
   std::span<const std::uint8_t> pixels;  ///< width * height of them
   int width = 0;
@@ -70,9 +70,9 @@ class image_histogram {
 };
 
 /// How sharp a part is: the mean squared difference of pixels two apart, in both directions, over the square
-/// of the mean grey, in percent, so that it does not change with the exposure. It is largest in focus; its
-/// values mean something only against others of the same scene. 0 for what is black or less than three
-/// pixels in a direction.
+/// of the mean grey, in percent. It does not change with the exposure, and it is largest in focus. Only
+/// values of the same scene can be compared. 0 for a part that is black, or smaller than three pixels in a
+/// direction.
 double sharpness(const grey_image& image, const rectangle& part);
 
 /// A picture to look at: one byte a pixel, or three (red, green, blue).
@@ -83,9 +83,9 @@ struct picture {
   int channels = 1;
 };
 
-/// `part` (in the image) scaled down to `width` pixels a line, each the mean of what it stands for; never
-/// scaled up. With `marksClipping` in colour: pixels that stand for a white one are red, for a black one
-/// blue.
+/// `part` (in the image) scaled down to `width` pixels a line, each the mean of those it stands for. A part
+/// is never scaled up. With `marksClipping` in colour: a pixel that stands for a white one is red, one that
+/// stands for a black one is blue.
 picture scaled(const grey_image& image, const rectangle& part, int width, bool marksClipping);
 
 }  // namespace host

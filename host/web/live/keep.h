@@ -1,4 +1,4 @@
-// What runs now as a part of a configuration.
+// The settings in force as a part of a configuration.
 #ifndef HOST_WEB_LIVE_KEEP_H
 #define HOST_WEB_LIVE_KEEP_H
 

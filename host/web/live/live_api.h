@@ -19,14 +19,14 @@ namespace host {
 /// can, and the camera has controls for them.
 std::string beyond_limits(const std::vector<setting_control>& controls, const light_settings& settings);
 
-/// Answers what comes in. An error is {"error": reason}. docs/live-page.md has the requests.
+/// Answers requests. An error is {"error": reason}. docs/live-page.md lists the requests.
 class live_api {
  public:
   /// Both must outlive it.
   live_api(live_run& run, live_viewers& viewers, access_rules rules)
       : run_(run), viewers_(viewers), rules_(std::move(rules)) {}
 
-  /// On the server's thread; waits for nothing.
+  /// On the server's thread. Waits for nothing.
   web_answer answer(const web_request& request);
 
  private:

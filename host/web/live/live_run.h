@@ -1,4 +1,4 @@
-// What the page and its API see of a run, and ask of it.
+// What the page and its API read from a run, and what they can do to it.
 #ifndef HOST_WEB_LIVE_LIVE_RUN_H
 #define HOST_WEB_LIVE_LIVE_RUN_H
 
@@ -53,10 +53,12 @@ struct setting_entry {
   std::string author;  ///< address, and a name if one was entered; "sweep 2"
   std::string text;    ///< "exposure 2500 us, gain 6 dB"
   entry_state state = entry_state::waiting;
-  std::optional<std::uint64_t> beforeFrame = std::nullopt;  ///< applied before this one
-  std::optional<std::uint64_t> readBackFrame =
-      std::nullopt;                                   ///< the first that carries its exposure and gain
-  std::optional<std::uint64_t> gapUs = std::nullopt;  ///< longest interval right after it
+  /// It was applied before this frame.
+  std::optional<std::uint64_t> beforeFrame = std::nullopt;
+  /// The first frame that carries its exposure and gain.
+  std::optional<std::uint64_t> readBackFrame = std::nullopt;
+  /// The longest interval right after it.
+  std::optional<std::uint64_t> gapUs = std::nullopt;
   std::string refusal;
 };
 
@@ -88,7 +90,7 @@ enum class settings_command : std::uint8_t {
   resume          ///< the sweeps go on
 };
 
-/// Called on the server's and the viewers' threads; nothing in it waits for a camera.
+/// Called on the server's and the viewers' threads. Nothing in it waits for a camera.
 class live_run {
  public:
   virtual std::vector<live_camera> cameras() = 0;

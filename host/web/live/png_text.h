@@ -1,4 +1,4 @@
-// Words about a picture inside the picture.
+// Texts about a picture inside its PNG file.
 #ifndef HOST_WEB_LIVE_PNG_TEXT_H
 #define HOST_WEB_LIVE_PNG_TEXT_H
 

@@ -1,4 +1,4 @@
-// The newest frame of a camera for those who look at it, and when frames came in the last minute.
+// The newest frame of a camera for its viewers, and the arrivals of the last minute.
 #ifndef HOST_WEB_LIVE_PREVIEW_H
 #define HOST_WEB_LIVE_PREVIEW_H
 

@@ -14,7 +14,7 @@
 
 namespace host {
 
-/// Something in a request is not what it must be; the text says what would be right.
+/// Something in a request is wrong. The text says what would be right.
 class request_error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,4 +1,4 @@
-// Everybody who looks at the page: a stream of events and a stream of pictures each.
+// The viewers of the page: a stream of events and a stream of pictures each.
 #ifndef HOST_WEB_LIVE_VIEWERS_H
 #define HOST_WEB_LIVE_VIEWERS_H
 

@@ -1,11 +1,11 @@
-// The settings of an open camera: a slider and an exact entry each, and what became of what was applied.
+// The settings of an open camera, a slider and an exact entry each, and the entries that were applied.
 
 import { milliseconds, short } from "./format.js";
 
 const sliderSteps = 1000;
 const names = { exposure_us: "Exposure", gain_db: "Gain", gamma: "Gamma", ir_level: "IR level" };
 
-/** Where a slider stands (0 to 1000) for a value, and back. Exposure is logarithmic; IR is off or on. */
+/** Where a slider stands for a value, and back: 0 to 1000 between the limits. Exposure is logarithmic; IR is off or on. */
 export function scaleOf(control) {
   if (control.key === "ir_level") {
     return { steps: 1, at: (value) => (value > 0 ? 1 : 0), value: (at) => at };
@@ -50,7 +50,7 @@ export class Controls {
     this.#rows.clear();
   }
 
-  /** Shows what is in force; what was edited and not applied stays. */
+  /** Shows the values in force, except where an edit is not applied yet. */
   update(controls, mayChange) {
     for (const control of controls) {
       const row = this.#rows.get(control.key) ?? this.#add(control);

@@ -1,4 +1,4 @@
-// The page: which parts are shown, and who gets what comes over the two connections.
+// The page: shows its parts, and passes on what comes over the two connections.
 
 import { getJson, post, setToken, takeTokenFromLink } from "./api.js";
 import { Cards } from "./cards.js";
@@ -42,7 +42,7 @@ function closeDetail() {
   askForPictures();
 }
 
-// What of a failure does not change with every second, so that a screen reader says it once.
+// A failure without its countdown, so that a screen reader says it once.
 function failureWords(camera) {
   const state = { down: "down", given_up: "given up", silent: "silent" }[camera.state];
   return camera.reason ? `${state}: ${camera.reason}` : state;
