@@ -32,7 +32,8 @@ class feature {
   virtual const std::string& category() const;
   virtual const std::string& description() const;
   virtual GenApi::EAccessMode access() = 0;
-  // Why a feature is read only at the moment, to follow "is read only: ". Null when it always is, or is not.
+  // Why a feature is read only at the moment, to follow "is read only: ". Null when it never can be written,
+  // and when it can be.
   virtual const char* obstacle() = 0;
   virtual value get(bool ignoreCache) = 0;
   virtual void set(const value& to) = 0;

@@ -27,7 +27,7 @@ struct faults {
   bool isOccupied = false;  // see control_server::set_occupied
 };
 
-// It answers and sends in two threads of its own until it is destroyed. Clients are not told about its end.
+// It answers and sends in two threads of its own until it is destroyed. Clients are not informed of its end.
 // Members are for one thread.
 class device {
  public:

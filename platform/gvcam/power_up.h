@@ -21,7 +21,7 @@ struct camera_setup {
   bool hasNoise = true;
   bool isStill = false;        // the first picture of an acquisition is repeated
   bool resetsOnClose = false;  // restores power-up settings when a client loses control
-  packet_spacing spacing;
+  packet_spacing spacing{};
   bool canResend = true;          // announces that packets are sent again, and sends them
   bool hasExtendedIds = false;    // 64-bit block ids
   bool hasExtendedChunks = true;  // payload type image with chunks, rather than chunk data

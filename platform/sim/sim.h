@@ -27,7 +27,7 @@ namespace sim {
 //   sensor=WxH           pixels of the sensor, which is the window at power-up          1280x1024
 //   fps=HZ               frame rate at power-up                                         30
 //   exposure=US          exposure time at power-up, microseconds                        5000
-//   ticks=HZ             timestamp ticks per second, 0 for a camera that says 0         1000000000
+//   ticks=HZ             timestamp ticks a second; 0 is reported as 0, and 1e9 used     1000000000
 //   timestamps=full|halves|none   how frames carry them                                 full
 //   temperature=C|load   fixed, or following the frame rate                             load
 //   scene=default|PATH   what the camera looks at; PATH is a PGM                        default

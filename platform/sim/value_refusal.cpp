@@ -35,11 +35,11 @@ value simulated_feature::of_own_kind(const value& from) {
 }
 
 void simulated_feature::refuse_beyond_camera(const value& to) {
-  check_value(*this, row_.kind, to, {row_.min, row_.max, row_.inc}, row_.entries);
+  gev::check_value(*this, row_.kind, to, {row_.min, row_.max, row_.inc}, row_.entries);
   if (fitsWith_ != nullptr && gev::to_integer(to) > gev::to_integer(camera_max())) {
     gev::raise<GenICam::OutOfRangeException>(
-        row_.name + ": value " + gev::to_text(to) + " does not fit on the sensor, with " + fitsWith_->name() +
-        " " + fitsWith_->text() + " at most " + gev::to_text(camera_max()) + " does");
+        row_.name + ": value " + gev::to_text(to) + " does not fit on the sensor: with " + fitsWith_->name() +
+        " " + fitsWith_->text() + " the maximum is " + gev::to_text(camera_max()));
   }
 }
 
