@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <ifaddrs.h>
+#include <mediagrabber/property.h>
 #include <net/if.h>
 #include <netinet/in.h>
 
@@ -16,10 +17,6 @@
 
 namespace host {
 namespace {
-
-// The driver looks for its camera among so many of those that answer. Where the library can be told which
-// cameras to put first, that is no limit.
-constexpr std::size_t kCamerasOfDriver = 8;
 
 std::uint32_t ipv4(const sockaddr* address) {
   sockaddr_in inet{};
@@ -107,10 +104,12 @@ std::string camera_table(const std::vector<found_camera>& cameras) {
 }
 
 camera_search search_cameras(const camera_library& library, bool isSimulated) {
+  // A library that can list a camera first brings every camera within the driver's reach.
   const bool canPrefer = camera_extension(library).is_there();
   return {.found = find_cameras(library),
           .interfaces = surroundings(isSimulated),
-          .reach = canPrefer ? std::numeric_limits<std::size_t>::max() : kCamerasOfDriver};
+          .reach = canPrefer ? std::numeric_limits<std::size_t>::max()
+                             : std::size_t{Zavik::Support::MediaGrabber::kCamerasMax}};
 }
 
 std::vector<std::string> why_missing(const std::string& serial, const camera_search& search) {

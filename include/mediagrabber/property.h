@@ -59,6 +59,9 @@ enum class property : std::uint8_t {
   PINx_EXPOSURE_RATIO = 18,
 };
 
+/// The bundle looks for DEV_SERIAL among this many cameras, the first ones that the camera library lists.
+inline constexpr int kCamerasMax = 8;
+
 }  // namespace Zavik::Support::MediaGrabber
 
 #endif

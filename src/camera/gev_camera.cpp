@@ -11,8 +11,6 @@ namespace {
 
 using config_view = table<property, table_like>;
 
-constexpr int kCamerasMax = 8;
-
 // Jumbo frames end at 9180 bytes; a size beyond them becomes the one that passes every network.
 constexpr std::int64_t kPacketSizeEnd = 9181;
 constexpr std::uint32_t kPacketSizeDefault = 1500;
