@@ -10,7 +10,7 @@
 
 namespace gvcam {
 
-// For one thread.
+// Members are for one thread.
 class emulated_camera {
  public:
   // The camera is off. `setup` and `scene` must outlive it.

@@ -15,7 +15,6 @@ using picture::tone_curve;
 namespace standard = gige_protocol::registers;
 
 constexpr std::uint32_t off = 0;
-constexpr std::uint32_t lutTypeGamma = 1;
 constexpr std::uint32_t lineFollowsExposure = 1;
 constexpr register_address firstInfraredLine = 2;  // Line3 and Line4
 constexpr double slowestHz = 0.1;

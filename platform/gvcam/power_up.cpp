@@ -21,9 +21,8 @@ constexpr std::uint32_t ticksPerSecond = 1'000'000'000;
 constexpr double powerUpExposureUs = 5000;
 constexpr std::uint32_t on = 1;
 constexpr std::uint32_t acquisitionContinuous = 1;
-constexpr std::uint32_t triggerOfSoftware = 1;
-constexpr std::uint32_t lutTypeGamma = 1;
-constexpr std::uint32_t temperatureOfMainboard = 1;
+constexpr std::uint32_t triggerSourceSoftware = 1;
+constexpr std::uint32_t temperatureSelectorMainboard = 1;
 
 // A locally administered address that ends with a hash (FNV-1a) of the serial number: a camera has the same
 // one wherever it runs.
@@ -84,14 +83,14 @@ void write_settings(register_memory& to, const camera_setup& setup) {
   to.set_number(features::exposureTimeUs, powerUpExposureUs);
   to.set_number(features::acquisitionFrameRate, setup.framesPerSecond);
   to.set_number(features::gammaCorrection, 1);
-  to.set_word(features::temperatureSelector, temperatureOfMainboard);
+  to.set_word(features::temperatureSelector, temperatureSelectorMainboard);
   to.set_word(features::lutMode, on);
   to.set_word(features::lutType, lutTypeGamma);
   to.set_word(features::pixelFormat, picture::pixelFormatMono8);
   to.set_word(features::width, setup.width);
   to.set_word(features::height, setup.height);
   to.set_word(features::acquisitionMode, acquisitionContinuous);
-  to.set_word(features::triggerSource, triggerOfSoftware);
+  to.set_word(features::triggerSource, triggerSourceSoftware);
   to.set_word(features::payloadSize, static_cast<std::uint32_t>(read_settings(to).payload_size()));
 }
 

@@ -27,16 +27,18 @@ struct camera_setup {
   bool hasExtendedChunks = true;  // payload type image with chunks, rather than chunk data
   std::uint64_t seed = 1;         // of the faults of packets
   std::string descriptionName = "gvcam.xml";
-  std::string description;  // the GenICam description
+  std::string description;  // the GenICam description, XML or a zip file with it
 };
 
+// What one camera differs by.
 struct camera_identity {
-  std::string serial;
-  std::uint32_t ip = 0;
+  std::string serial;    // at most 15 characters, as userName
+  std::uint32_t ip = 0;  // IPv4 in host byte order; an address of this machine
   std::string userName;
   std::optional<gige_protocol::mac_address> mac = std::nullopt;  // none: follows from the serial number
 };
 
+// The registers of a camera that was just switched on, with its description.
 register_memory power_up_memory(const camera_identity& identity, const camera_setup& setup);
 
 }  // namespace gvcam

@@ -59,6 +59,8 @@ constexpr register_address pulseDurationUs = 0xA110;
 constexpr register_address wordSize = 4;
 constexpr register_address numberSize = 8;
 
+constexpr std::uint32_t lutTypeGamma = 1;  // GammaCorrection in lutType
+
 // Where the description begins; it ends with the memory.
 constexpr register_address descriptionAddress = 0x0001'0000;
 
