@@ -35,17 +35,13 @@ std::vector<std::string> serials(const std::vector<gige::found_camera>& found) {
 // One socket gets the commands to all cameras, and answers from the address of each.
 class discovery : public testing::Test {
  protected:
-  void TearDown() override { network.follow({}); }
-  static void answer_as(const scripted_camera& from, std::uint16_t id,
-                        const protocol::discovery_record& record, std::uint32_t address) {
-    from.answer(protocol::make_discovery_acknowledge(id, record), address);
-  }
   void answer_searches() {
     network.follow([this](auto& self, const protocol::command& received) {
       for (const auto& [from, record] : cameras) {
-        answer_as(self, received.id, record, from);
+        self.answer(protocol::make_discovery_acknowledge(received.id, record), from);
       }
-      answer_as(self, protocol::next_request_id(received.id), record_of(one, "STRAY"), one);
+      const auto otherId = protocol::next_request_id(received.id);
+      self.answer(protocol::make_discovery_acknowledge(otherId, record_of(one, "STRAY")), one);
       return true;
     });
   }
@@ -121,7 +117,7 @@ TEST_F(discovery, gives_a_camera_an_address) {
       EXPECT_EQ(*protocol::parse_force_ip(received.payload), wanted);
       self.answer(protocol::make_acknowledge(protocol::acknowledge_code::force_ip, received.id, result));
     } else {
-      answer_as(self, received.id, record, record.ip);
+      self.answer(protocol::make_discovery_acknowledge(received.id, record), record.ip);
     }
     return true;
   });

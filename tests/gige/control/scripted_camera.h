@@ -9,14 +9,12 @@
 
 #include <array>
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "platform/gige/control/addresses.h"
@@ -93,8 +91,7 @@ class scripted_camera {
     send(message.view(), client, from);
   }
   void send(protocol::byte_view bytes, const sockaddr_in& to, std::uint32_t from) const {
-    gige::interface_address own;
-    own.address = from;
+    const gige::interface_address own{.name = {}, .address = from};
     EXPECT_TRUE(gige::send_from(socket_.get(), own, to, bytes)) << std::strerror(errno);
   }
 
@@ -131,14 +128,15 @@ class scripted_camera {
       EXPECT_EQ(range.address % 4 + range.count % 4, 0U) << "whole words only";
       const auto bytes = std::span(memory).subspan(range.address, range.count);
       answer(protocol::make_memory(id, {.address = range.address, .bytes = bytes}));
-    } else if (received.code == command_code::write_register) {
-      const auto [address, value] = (*protocol::parse_write_registers(received.payload))[0];
-      put(address, value);
-      answer(protocol::make_written(protocol::acknowledge_code::write_register, id, 1));
-    } else if (received.code == command_code::write_memory) {
-      const auto block = *protocol::parse_write_memory(received.payload);
-      std::ranges::copy(block.bytes, memory.begin() + block.address);
-      answer(protocol::make_written(protocol::acknowledge_code::write_memory, id, 1));
+    } else {
+      if (received.code == command_code::write_register) {
+        const auto [address, value] = (*protocol::parse_write_registers(received.payload))[0];
+        put(address, value);
+      } else {
+        const auto block = *protocol::parse_write_memory(received.payload);
+        std::ranges::copy(block.bytes, memory.begin() + block.address);
+      }
+      answer(protocol::make_written(protocol::acknowledge_of(received.code), id, 1));
     }
   }
 

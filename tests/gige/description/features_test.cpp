@@ -123,23 +123,18 @@ TEST_F(described_features, refuse_what_the_camera_cannot_do) {
            choice("Mode", {"Off"},
                   node("EnumEntry", "Rare", "<Value>1</Value><pIsImplemented>Offers</pIsImplemented>") +
                       "<Value>0</Value>"));
-  struct refused {
-    const char* feature;
-    const char* value;
-    const char* words;
-  };
-  for (const refused& each :
-       {refused{"Width", "8", "OutOfRangeException: Width: value 8 is below the minimum 16"},
-        {"Width", "80", "OutOfRangeException: Width: value 80 is above the maximum 64"},
-        {"Width", "33", "OutOfRangeException: Width: value 33 is off the increment 16"},
-        {"Exposure", "1e9", "OutOfRangeException: Exposure: value 1000000000 is above"},
-        {"Exposure", "nan", "InvalidArgumentException: Exposure"},
-        {"Measured", "2", "AccessException: Measured: value 2 refused, it is read only"},
-        {"Absent", "2", "AccessException: Absent: value 2 refused, it is not implemented"},
-        {"Away", "2", "AccessException: Away: value 2 refused, it is not available"},
-        {"Mode", "Rare", "AccessException: Mode: entry Rare is not offered"},
-        {"Mode", "Wild", "InvalidArgumentException: Mode: value 'Wild' is not one of"}}) {
-    EXPECT_THAT(refusal(each.feature, each.value), HasSubstr(each.words));
+  using text = const char*;
+  for (const auto& [name, value, words] : std::vector<std::tuple<text, text, text>>{
+           {"Width", "8", "OutOfRangeException: Width: value 8 is below the minimum 16"},
+           {"Width", "80", "OutOfRangeException: Width: value 80 is above the maximum 64"},
+           {"Width", "33", "OutOfRangeException: Width: value 33 is off the increment 16"},
+           {"Exposure", "nan", "InvalidArgumentException: Exposure"},
+           {"Measured", "2", "AccessException: Measured: value 2 refused, it is read only"},
+           {"Absent", "2", "AccessException: Absent: value 2 refused, it is not implemented"},
+           {"Away", "2", "AccessException: Away: value 2 refused, it is not available"},
+           {"Mode", "Rare", "AccessException: Mode: entry Rare is not offered"},
+           {"Mode", "Wild", "InvalidArgumentException: Mode: value 'Wild' is not one of"}}) {
+    EXPECT_THAT(refusal(name, value), HasSubstr(words));
   }
   EXPECT_EQ(refusal("Width", "32") + refusal("Free", "-1e300"), "");
   camera_.put(0x18, 1);
@@ -266,59 +261,47 @@ TEST_F(described_features, send_no_commands_while_their_nodes_are_made) {
 std::string driven_camera(const std::string& cachable, bool selects) {
   const auto selector = [&](const std::string& name, const std::string& address,
                             const std::string& selected) {
-    return choice(name, {"First", "Second"},
-                  "<pValue>" + name + "Reg</pValue>" +
-                      (selects ? "<pSelected>" + selected + "</pSelected>" : "")) +
+    const std::string link = selects ? "<pSelected>" + selected + "</pSelected>" : "";
+    return choice(name, {"First", "Second"}, "<pValue>" + name + "Reg</pValue>" + link) +
            reg(name + "Reg", "<Address>" + address + "</Address>" + cachable);
   };
   const auto behind = [](const std::string& index, const std::string& address) {
     return "<pIndex Offset='8'>" + index + "Reg</pIndex><Address>" + address + "</Address>";
   };
-  return selector("TemperatureSelector", "0x10", "Temperature") +
-         reg("Temperature", behind("TemperatureSelector", "0x100"), "RO") +
-         selector("GainSelector", "0x14", "Gain") + reg("Gain", behind("GainSelector", "0x200") + cachable) +
+  return selector("TemperatureSelector", "0x10", "Temperature") + selector("GainSelector", "0x14", "Gain") +
          selector("LineSelector", "0x18", "LineSource") +
+         reg("Temperature", behind("TemperatureSelector", "0x100"), "RO") +
+         reg("Gain", behind("GainSelector", "0x200") + cachable) +
          choice("LineSource", {"Off", "On"}, "<pValue>LineSourceReg</pValue>") +
          reg("LineSourceReg", behind("LineSelector", "0x300") + cachable) +
          reg("ExposureTime", "<Address>0x20</Address>" + cachable);
 }
 
-class feature_cost : public described_features {
- public:
-  void frame() {
+// Each variant switches one rule off by its description, and so shows what the rule saves. Catches a rule
+// that saves nothing, and a frame that costs more than its temperature.
+TEST_F(described_features, cost_one_command_a_frame_by_the_rules_of_the_cache) {
+  const auto frame = [this] {
     texts({"TemperatureSelector", "Temperature"});
     write("GainSelector", "First");
     texts({"Gain", "ExposureTime"});
-  }
-  void sweep() {
-    for (const char* value : {"5", "6"}) {
-      write("GainSelector", "First");
-      write("Gain", value);
-      write("ExposureTime", value);
-      for (const char* line : {"First", "Second"}) {
-        write("LineSelector", line);
-        write("LineSource", *value == '5' ? "On" : "Off");
-        texts({"LineSource"});
-      }
-      frame();
+  };
+  const auto set = [&](const char* value, const char* source) {
+    write("GainSelector", "First");
+    write("Gain", value);
+    write("ExposureTime", value);
+    for (const char* line : {"First", "Second"}) {
+      write("LineSelector", line);
+      write("LineSource", source);
+      texts({"LineSource"});
     }
-  }
-  std::ptrdiff_t commands_of(void (feature_cost::*work)()) {
-    camera_.take();
-    (this->*work)();
-    return std::ranges::count(camera_.take(), ',');
-  }
-};
-
-// Each variant switches one rule off by its description, and so shows what the rule saves. Catches a rule
-// that saves nothing, and a frame that costs more than its temperature.
-TEST_F(feature_cost, is_one_command_a_frame_by_the_rules_of_the_cache) {
+    frame();
+  };
   struct variant {
     const char* without;
-    std::string cachable;
+    const char* cachable;
     bool selects;
     std::ptrdiff_t ofFrame;
-    std::ptrdiff_t ofSweep;  // two settings with a frame each
+    std::ptrdiff_t ofSettings;  // two, with a frame each
   };
   for (const variant& each :
        {variant{"(nothing)", "", true, 1, 18},
@@ -327,11 +310,15 @@ TEST_F(feature_cost, is_one_command_a_frame_by_the_rules_of_the_cache) {
         {"selecting what is selected is no command", "", false, 2, 22}}) {
     describe(driven_camera(each.cachable, each.selects));
     frame();
-    const auto ofFrame = commands_of(&feature_cost::frame);
-    const auto ofSweep = commands_of(&feature_cost::sweep);
+    camera_.take();
+    frame();
+    const auto ofFrame = std::ranges::count(camera_.take(), ',');
+    set("5", "On");
+    set("6", "Off");
+    const auto ofSettings = std::ranges::count(camera_.take(), ',');
     EXPECT_EQ(ofFrame, each.ofFrame) << "without: " << each.without;
-    EXPECT_EQ(ofSweep, each.ofSweep) << "without: " << each.without;
-    std::cout << "without: " << each.without << ": " << ofFrame << " commands a frame, " << ofSweep
+    EXPECT_EQ(ofSettings, each.ofSettings) << "without: " << each.without;
+    std::cout << "without: " << each.without << ": " << ofFrame << " commands a frame, " << ofSettings
               << " commands for two settings\n";
   }
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <map>
 #include <span>
 #include <sstream>
 #include <string>
@@ -28,106 +29,76 @@ words split(const char* text) {
   return {std::istream_iterator<std::string>(rest), {}};
 }
 
-const words types = split(
-    "Integer IntReg IntSwissKnife Converter IntConverter Float FloatReg SwissKnife Boolean StringReg "
-    "Enumeration "
-    "Command MaskedIntReg Category StructReg Register Port String Unheard");
-const words links = split(
-    "pValue pMin pMax pInc pIsLocked pIsAvailable pSelected pIsImplemented pInvalidator pAddress pIndex "
-    "pLength "
-    "pPort pFeature pCommandValue pValueIndexed pValueDefault pTerminal");
-const words numbers = split(
-    "Value Min Max Inc Length Address PollingTime LSB MSB Bit OnValue OffValue CommandValue ChunkID "
-    "DisplayPrecision EventID");
-const words values = split(
-    "0 1 4 8 -1 3 31 63 64 0x100 0xffffffff -9223372036854775808 1e9 text 1000000000000 0xffffffffffffffff");
-const words constants = split(
-    "<AccessMode>RW</AccessMode> <AccessMode>RO</AccessMode> <AccessMode>WO</AccessMode> <Sign>Signed</Sign> "
-    "<Endianess>BigEndian</Endianess> <Cachable>NoCache</Cachable> <Cachable>WriteAround</Cachable> "
-    "<pPort>Device</pPort> <ImposedAccessMode>RO</ImposedAccessMode> <Unit>us</Unit> "
-    "<Streamable>Yes</Streamable> <Representation>Linear</Representation>");
-const words formulas = split("Formula FormulaTo FormulaFrom Expression");
-const words tokens = split(
-    "X Y FROM TO 1 (0-1) + - * / % ** ( ) ? : = &lt;&gt; &lt;&lt; >> &amp; | ~ ABS( 1e 0xf 63 E PI "
-    "1&lt;&lt;63 "
-    "NEG( SGN( ROUND( .5 >=");
+// An element of each type, with the same attributes and content.
+words elements(const char* types, const std::string& attributes, const std::string& content) {
+  words all = split(types);
+  for (std::string& each : all) {
+    each = "<" + each + attributes + ">" + content + "</" + each + ">";
+  }
+  return all;
+}
 
-// Makes a description of any bytes: nodes of all types that link to each other, with numbers and formulas on
-// and beyond the edge. So the fuzzer's descriptions are well formed more often than not.
-class generator {
- public:
-  explicit generator(std::span<const std::uint8_t> from) : from_(from) {}
+// Texts to choose from. "{x}" in a text stands for a text of row x. The first text of a row ends.
+std::map<char, words> grammar{
+    {'N',
+     elements("Integer IntReg IntSwissKnife Converter IntConverter Float FloatReg SwissKnife Boolean "
+              "StringReg Enumeration Command MaskedIntReg Category StructReg Register Port String Unheard",
+              " Name='{o}'", "{p}{e}")},
+    {'n', split("A B C D E F G H I J K L M N O P Q R S T U V W X")},
+    {'p', split("{l} {l}{p} {i}{p} {l}{p} {i}{p} {V}{p} {F}{p} {E}{p} {c}{p}")},
+    {'l',
+     elements("pValue pMin pMax pInc pIsLocked pIsAvailable pSelected pIsImplemented pInvalidator pAddress "
+              "pIndex pLength pPort pFeature pCommandValue pValueIndexed pValueDefault pTerminal",
+              "{a}", "{n}")},
+    {'a', {"", "", "", " Index='0' Offset='4' pOffset='{n}'"}},
+    {'i',
+     elements(
+         "Value Min Max Inc Length Address PollingTime LSB MSB Bit OnValue OffValue CommandValue ChunkID "
+         "DisplayPrecision EventID",
+         "", "{v}")},
+    {'v', split("0 1 4 8 -1 3 31 63 64 0x100 0xffffffff -9223372036854775808 1e9 text 1000000000000 "
+                "0xffffffffffffffff")},
+    {'V', {"<pVariable Name='X'>{n}</pVariable>", "<pVariable Name='Y'>{n}</pVariable>"}},
+    {'F', elements("Formula FormulaTo FormulaFrom Expression", "", "{f}")},
+    {'f', {"{t}", "{t}{f}", "{t} {f}", "{t}{f}", "{t}{f}", "{t}{f}"}},
+    {'t',
+     split("X Y FROM TO 1 (0-1) + - * / % ** ( ) ? : = &lt;&gt; &lt;&lt; >> &amp; | ~ ABS( 1e 0xf 63 E PI "
+           "1&lt;&lt;63 NEG( SGN( ROUND( .5 >=")},
+    {'E', {"<EnumEntry Name='{n}'><Value>{v}</Value></EnumEntry>"}},
+    {'c', split("<AccessMode>RW</AccessMode> <AccessMode>RO</AccessMode> <AccessMode>WO</AccessMode> "
+                "<Sign>Signed</Sign> <Endianess>BigEndian</Endianess> <Cachable>NoCache</Cachable> "
+                "<Cachable>WriteAround</Cachable> <pPort>Device</pPort> <Unit>us</Unit> "
+                "<ImposedAccessMode>RO</ImposedAccessMode> <Streamable>Yes</Streamable>")},
+    {'e',
+     {"", "", "", "", "", "", "<StructEntry Name='{n}'><LSB>3</LSB><MSB>5</MSB></StructEntry>",
+      "<IntSwissKnife Name='{n}'>{p}{F}</IntSwissKnife>"}}};
 
-  std::string description() {
-    std::string nodes;
-    for (char own = 'A'; own < 'Y' && !from_.empty(); ++own) {
-      nodes += node(next(8) == 0 ? name() : std::string(1, own));
+// Takes a byte of `from` for each choice, and makes nodes that link to each other, with numbers and formulas
+// on and beyond the edge. So the fuzzer's descriptions are well formed more often than not.
+std::string generated(char row, std::span<const std::uint8_t>& from) {
+  const words& texts = grammar.at(row);
+  const std::string& chosen = texts[from.empty() ? 0 : from.front() % texts.size()];
+  from = from.subspan(from.empty() ? 0 : 1);
+  std::string text;
+  for (std::size_t at = 0; at < chosen.size(); ++at) {
+    if (chosen[at] == '{') {
+      text += generated(chosen[at + 1], from);
+      at += 2;
+    } else {
+      text += chosen[at];
     }
-    return description_test::described(nodes);
   }
+  return text;
+}
 
- private:
-  std::size_t next(std::size_t below) {
-    if (from_.empty()) {
-      return 0;
-    }
-    const std::size_t value = from_.front() % below;
-    from_ = from_.subspan(1);
-    return value;
+std::string generated_description(std::span<const std::uint8_t> from) {
+  std::string nodes;
+  for (const std::string& own : grammar.at('n')) {
+    grammar['o'] = {own, own, own, own, own, own, own, "{n}"};
+    nodes += from.empty() ? "" : generated('N', from);
   }
-  const std::string& any(const words& of) { return of[next(of.size())]; }
-  std::string name() { return {static_cast<char>('A' + next(24))}; }
-
-  static std::string element(const std::string& type, const std::string& attributes,
-                             const std::string& content) {
-    return "<" + type + attributes + ">" + content + "</" + type + ">";
-  }
-  std::string formula(const std::string& type) {
-    std::string content;
-    for (std::size_t length = next(12) + 1; length > 0; --length) {
-      content += any(tokens) + (next(8) == 0 ? " " : "");
-    }
-    return element(type, "", content);
-  }
-  std::string property() {
-    switch (next(8)) {
-      case 0:
-      case 1: {
-        const std::string& type = any(links);
-        return element(type, next(4) == 0 ? " Index='0' Offset='4' pOffset='" + name() + "'" : "", name());
-      }
-      case 2:
-      case 3: {
-        const std::string& type = any(numbers);
-        return element(type, "", any(values));
-      }
-      case 4:
-        return element("pVariable", next(2) == 0 ? " Name='X'" : " Name='Y'", name());
-      case 5:
-        return formula(any(formulas));
-      case 6:
-        return description_test::node("EnumEntry", name(), element("Value", "", any(values)));
-      default:
-        return any(constants);
-    }
-  }
-  std::string node(const std::string& own) {
-    const std::string& type = any(types);
-    std::string content;
-    for (std::size_t properties = next(8); properties > 0; --properties) {
-      content += property();
-    }
-    if (type == "StructReg" || next(16) == 0) {
-      content += description_test::node("StructEntry", name(), "<LSB>3</LSB><MSB>5</MSB>");
-    }
-    if (next(16) == 0) {
-      content += description_test::node("IntSwissKnife", name(), property() + formula("Formula"));
-    }
-    return description_test::node(type, own, content);
-  }
-
-  std::span<const std::uint8_t> from_;
-};
+  return description_test::described(nodes);
+}
 
 // Refusals are exceptions of these two kinds.
 template <class Work>
@@ -196,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       describe(text, data[1]);
       break;
     default:
-      describe(generator(bytes).description(), data[1]);
+      describe(generated_description(bytes), data[1]);
   }
   return 0;
 }
