@@ -30,17 +30,17 @@ class collection {
         kept_(what.preferred.size() + 1) {}
 
   // Drops what is no camera's answer.
-  void add(const inquiry::answer& came) {
-    if (came.content.code != protocol::acknowledge_code::discovery ||
-        came.content.result != protocol::status::success) {
+  void add(const inquiry::answer& answer) {
+    if (answer.content.code != protocol::acknowledge_code::discovery ||
+        answer.content.result != protocol::status::success) {
       return;
     }
-    const auto record = protocol::parse_discovery(came.content.payload);
-    if (record && record->ip == came.from) {
+    const auto record = protocol::parse_discovery(answer.content.payload);
+    if (record && record->ip == answer.from) {
       keep({.record = *record,
-            .interfaceName = came.over.own.name,
-            .ownAddress = came.over.own.address,
-            .unreachable = why_unreachable(record->ip, came.over)});
+            .interfaceName = answer.over.own.name,
+            .ownAddress = answer.over.own.address,
+            .unreachable = why_unreachable(record->ip, answer.over)});
     }
   }
 
@@ -106,6 +106,15 @@ void log_empty_search(const inquiry& networks, const search& what) {
   }
 }
 
+void log_unreachable(const std::vector<found_camera>& cameras) {
+  for (const found_camera& each : cameras) {
+    if (!each.unreachable.empty()) {
+      LOG(2, "fail: camera %.*s is unreachable: %s", static_cast<int>(each.record.serial.view().size()),
+          each.record.serial.view().data(), each.unreachable.c_str());
+    }
+  }
+}
+
 }  // namespace
 
 std::vector<found_camera> find_cameras(const search& what) {
@@ -113,8 +122,8 @@ std::vector<found_camera> find_cameras(const search& what) {
   const inquiry networks(what.interfaces, what.addresses);
   const auto discovery = protocol::make_discovery(networks.id(), true);
   collection found(what);
-  const auto untilComplete = [&](const inquiry::answer& came) {
-    found.add(came);
+  const auto untilComplete = [&](const inquiry::answer& answer) {
+    found.add(answer);
     return !found.complete();
   };
   networks.send(discovery);
@@ -123,20 +132,15 @@ std::vector<found_camera> find_cameras(const search& what) {
     networks.send(discovery);
     networks.gather(start + what.patience, untilComplete);
   }
-  networks.gather(start + std::min(settleTime, what.patience), [&](const inquiry::answer& came) {
-    found.add(came);
+  networks.gather(start + std::min(settleTime, what.patience), [&](const inquiry::answer& answer) {
+    found.add(answer);
     return true;
   });
   if (found.empty()) {
     log_empty_search(networks, what);
   }
   auto cameras = std::move(found).in_order();
-  for (const found_camera& each : cameras) {
-    if (!each.unreachable.empty()) {
-      LOG(2, "fail: camera %.*s is unreachable: %s", static_cast<int>(each.record.serial.view().size()),
-          each.record.serial.view().data(), each.unreachable.c_str());
-    }
-  }
+  log_unreachable(cameras);
   return cameras;
 }
 

@@ -22,13 +22,13 @@ struct progress {
   bool acknowledged = false;
   std::optional<std::uint32_t> address{};  // of its latest answer
 
-  void take(const inquiry::answer& came) {
-    if (came.content.code == protocol::acknowledge_code::force_ip) {
-      check(came.content.result);
+  void take(const inquiry::answer& answer) {
+    if (answer.content.code == protocol::acknowledge_code::force_ip) {
+      check(answer.content.result);
       acknowledged = true;
-    } else if (came.content.code == protocol::acknowledge_code::discovery) {
-      const auto record = protocol::parse_discovery(came.content.payload);
-      if (record && record->mac == wanted.mac && record->ip == came.from) {
+    } else if (answer.content.code == protocol::acknowledge_code::discovery) {
+      const auto record = protocol::parse_discovery(answer.content.payload);
+      if (record && record->mac == wanted.mac && record->ip == answer.from) {
         address = record->ip;
       }
     }
@@ -66,8 +66,8 @@ void set_address(const protocol::forced_ip& wanted, const std::vector<std::strin
       networks.send(forceIp);
     }
     networks.send(discovery);
-    networks.gather(inquiry::clock::now() + patienceForOne, [&](const inquiry::answer& came) {
-      reached.take(came);
+    networks.gather(inquiry::clock::now() + patienceForOne, [&](const inquiry::answer& answer) {
+      reached.take(answer);
       return !reached.done();
     });
   }
