@@ -16,7 +16,7 @@ namespace {
 
 using gige::datagram;
 using gige_protocol::packet_format;
-using gige_protocol::standardHeadSize;
+using gige_protocol::standardHeaderSize;
 
 enum class way : std::int64_t { inPlace, inPlaceWithLoss, copied };
 
@@ -40,7 +40,7 @@ class lender final : public gige::frame_owner {
   std::uint8_t* lend() override { return pixels_[++lent_ % pixels_.size()].data(); }
   void take_back(std::uint8_t* /*place*/) override {}
   void end(const gige::ended_frame& /*frame*/) override {}
-  void request(const gige::resend_request& packets) override { requested.push_back(packets.first); }
+  void request(const gige::packet_range& packets) override { requested.push_back(packets.first); }
 
   std::vector<std::uint32_t> requested;
 
@@ -58,10 +58,10 @@ class packets_of_frame {
         .pixelFormat = setup.pixelFormat, .width = setup.width, .height = setup.height};
     add(gige_protocol::make_leader({}, {.image = image}).view());
     for (std::uint32_t number = 1; number <= layout.payloadPackets; ++number) {
-      std::vector<std::uint8_t> packet(gige_protocol::extendedHeadSize + layout.bytes_of(number));
-      const gige_protocol::packet_head head{.format = packet_format::payload, .packetId = number};
-      store_packet_head(head, std::span(packet).first<gige_protocol::extendedHeadSize>());
-      add(std::span(packet).first(standardHeadSize + layout.bytes_of(number)));
+      std::vector<std::uint8_t> packet(gige_protocol::extendedHeaderSize + layout.bytes_of(number));
+      const gige_protocol::packet_header head{.format = packet_format::payload, .packetId = number};
+      store_packet_header(head, std::span(packet).first<gige_protocol::extendedHeaderSize>());
+      add(std::span(packet).first(standardHeaderSize + layout.bytes_of(number)));
     }
     add(gige_protocol::make_trailer({.packetId = layout.trailer()}, {.height = setup.height}).view());
   }
@@ -74,7 +74,7 @@ class packets_of_frame {
   }
   datagram at(std::uint32_t number) const {
     const auto& packet = packets_[number];
-    return {packet.data(), packet.data() + standardHeadSize, packet.size()};
+    return {packet.data(), packet.data() + standardHeaderSize, packet.size()};
   }
 
  private:

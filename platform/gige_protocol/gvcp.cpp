@@ -33,13 +33,13 @@ constexpr std::size_t extendedResendSize = 20;
 // of their payload at the same place.
 const char* wrong_size(byte_view datagram) {
   constexpr std::size_t lengthOffset = 4;
-  if (datagram.size() < messageHeadSize) {
-    return "a control message shorter than its head";
+  if (datagram.size() < messageHeaderSize) {
+    return "a control message shorter than its header";
   }
   if (datagram.size() > largestMessage) {
     return "a control message larger than 548 bytes";
   }
-  if (datagram.size() != messageHeadSize + load<std::uint16_t>(datagram, lengthOffset)) {
+  if (datagram.size() != messageHeaderSize + load<std::uint16_t>(datagram, lengthOffset)) {
     return "a control message whose length field contradicts its size";
   }
   return nullptr;
@@ -107,7 +107,7 @@ parsed<command> parse_command(byte_view datagram) {
   const command result{.code = static_cast<command_code>(load<std::uint16_t>(datagram, 2)),
                        .flags = datagram[1],
                        .id = load<std::uint16_t>(datagram, 6),
-                       .payload = datagram.subspan(messageHeadSize)};
+                       .payload = datagram.subspan(messageHeaderSize)};
   if (result.id == 0) {
     return refusal{"a command with the request id 0"};
   }
@@ -121,7 +121,7 @@ parsed<acknowledge> parse_acknowledge(byte_view datagram) {
   const acknowledge result{.result = static_cast<status>(load<std::uint16_t>(datagram, 0)),
                            .code = static_cast<acknowledge_code>(load<std::uint16_t>(datagram, 2)),
                            .id = load<std::uint16_t>(datagram, 6),
-                           .payload = datagram.subspan(messageHeadSize)};
+                           .payload = datagram.subspan(messageHeaderSize)};
   if (result.id == 0) {
     return refusal{"an acknowledge of the request id 0"};
   }

@@ -1,7 +1,7 @@
 // GVCP, the control protocol of GigE Vision: commands of a client, acknowledges of a camera, one UDP datagram
 // each.
 //
-// A datagram is read in two steps. parse_command or parse_acknowledge checks the head and says what it is;
+// A datagram is read in two steps. parse_command or parse_acknowledge checks the header and says what it is;
 // the parser of that message then reads the payload. A datagram is written in one step, by the make_...
 // function of that message. Nothing here keeps state, so everything may be called from any thread. Parsers
 // refuse, they do not raise. Writers raise std::length_error for more registers or bytes than one message
@@ -24,10 +24,10 @@ namespace gige_protocol {
 // UDP port of every camera.
 constexpr std::uint16_t controlPort = 3956;
 
-// The standard limits the IP datagram to 576 bytes; the IP and UDP heads take 28 of them.
-constexpr std::size_t largestMessage = 576 - ipHeadSize - udpHeadSize;
-constexpr std::size_t messageHeadSize = 8;
-constexpr std::size_t largestMessagePayload = largestMessage - messageHeadSize;
+// The standard limits the IP datagram to 576 bytes; the IP and UDP headers take 28 of them.
+constexpr std::size_t largestMessage = 576 - ipHeaderSize - udpHeaderSize;
+constexpr std::size_t messageHeaderSize = 8;
+constexpr std::size_t largestMessagePayload = largestMessage - messageHeaderSize;
 
 // What one message holds at most: registers of a READREG, registers of a WRITEREG, bytes of a READMEM or
 // WRITEMEM.
@@ -73,14 +73,14 @@ constexpr acknowledge_code acknowledge_of(command_code code) {
   return static_cast<acknowledge_code>(static_cast<std::uint16_t>(code) + 1U);
 }
 
-// Flags of a command's head. Two of them share a bit and mean what the command makes of it.
+// Flags of a command's header. Two of them share a bit and mean what the command makes of it.
 namespace command_flags {
 constexpr std::uint8_t acknowledgeRequired = 0x01;
 constexpr std::uint8_t broadcastAcknowledge = 0x10;  // DISCOVERY, FORCEIP: the answer may be broadcast
 constexpr std::uint8_t extendedIds = 0x10;           // PACKETRESEND: 64-bit block id, 32-bit packet ids
 }  // namespace command_flags
 
-// A command whose head was read.
+// A command whose header was read.
 struct command {
   command_code code{};
   std::uint8_t flags = 0;
@@ -90,7 +90,7 @@ struct command {
   constexpr bool wants_acknowledge() const { return (flags & command_flags::acknowledgeRequired) != 0; }
 };
 
-// An acknowledge whose head was read.
+// An acknowledge whose header was read.
 struct acknowledge {
   status result{};
   acknowledge_code code{};
@@ -98,7 +98,7 @@ struct acknowledge {
   byte_view payload;     // into the datagram; empty in most failures
 };
 
-// Read the head of a datagram. Refuse what is shorter or longer than it says, larger than the standard
+// Read the header of a datagram. Refuse what is shorter or longer than it says, larger than the standard
 // allows, without the key of a command, or with the request id 0. Codes without a meaning pass: a camera must
 // answer them.
 parsed<command> parse_command(byte_view datagram);

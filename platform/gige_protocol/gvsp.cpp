@@ -63,9 +63,9 @@ void put_type(buffer& packet, payload_type type) {
 }
 
 template <class buffer>
-buffer begin_packet(const packet_head& head) {
-  std::array<std::uint8_t, extendedHeadSize> bytes{};
-  const std::size_t size = store_packet_head(head, bytes);
+buffer begin_packet(const packet_header& header) {
+  std::array<std::uint8_t, extendedHeaderSize> bytes{};
+  const std::size_t size = store_packet_header(header, bytes);
   buffer packet;
   packet.put(byte_view(bytes).first(size));
   return packet;
@@ -114,19 +114,20 @@ const char* name_of(payload_type type) {
   return look_up(payloadNames, type, ofMaker ? "device-specific payload" : "unknown payload");
 }
 
-std::size_t store_packet_head(const packet_head& head, std::span<std::uint8_t, extendedHeadSize> bytes) {
-  const auto format = static_cast<std::uint8_t>(head.format);
-  store(bytes, 0, static_cast<std::uint16_t>(head.state));
-  if (head.ids == id_mode::standard) {
-    store(bytes, 2, static_cast<std::uint16_t>(head.blockId));
-    store(bytes, 4, std::uint32_t{format} << 24U | (head.packetId & largest_packet_id(head.ids)));
-    return standardHeadSize;
+std::size_t store_packet_header(const packet_header& header,
+                                std::span<std::uint8_t, extendedHeaderSize> bytes) {
+  const auto format = static_cast<std::uint8_t>(header.format);
+  store(bytes, 0, static_cast<std::uint16_t>(header.state));
+  if (header.ids == id_mode::standard) {
+    store(bytes, 2, static_cast<std::uint16_t>(header.blockId));
+    store(bytes, 4, std::uint32_t{format} << 24U | (header.packetId & largest_packet_id(header.ids)));
+    return standardHeaderSize;
   }
-  store(bytes, 2, head.flags);
+  store(bytes, 2, header.flags);
   store(bytes, 4, static_cast<std::uint32_t>(extendedBit | format) << 24U);
-  store(bytes, 8, head.blockId);
-  store(bytes, 16, head.packetId);
-  return extendedHeadSize;
+  store(bytes, 8, header.blockId);
+  store(bytes, 16, header.packetId);
+  return extendedHeaderSize;
 }
 
 parsed<leader> parse_leader(byte_view body) {
@@ -164,9 +165,9 @@ parsed<trailer> parse_trailer(byte_view body) {
   return result;
 }
 
-leader_packet make_leader(packet_head head, const leader& body) {
-  head.format = packet_format::leader;
-  auto packet = begin_packet<leader_packet>(head);
+leader_packet make_leader(packet_header header, const leader& body) {
+  header.format = packet_format::leader;
+  auto packet = begin_packet<leader_packet>(header);
   put_type(packet, body.type);
   packet.put(body.timestamp);
   if (has_geometry(body.type)) {
@@ -175,9 +176,9 @@ leader_packet make_leader(packet_head head, const leader& body) {
   return packet;
 }
 
-trailer_packet make_trailer(packet_head head, const trailer& body) {
-  head.format = packet_format::trailer;
-  auto packet = begin_packet<trailer_packet>(head);
+trailer_packet make_trailer(packet_header header, const trailer& body) {
+  header.format = packet_format::trailer;
+  auto packet = begin_packet<trailer_packet>(header);
   put_type(packet, body.type);
   if (has_geometry(body.type)) {
     packet.put(body.height);

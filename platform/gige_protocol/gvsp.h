@@ -3,7 +3,7 @@
 //
 // The frame's number is the "block id". Packets of a frame are numbered from 0: the leader is 0, the payload
 // follows from 1 on, the trailer is the last one. All but the last payload packet carry the same number of
-// bytes. There are two forms of the head ("id modes"), the standard one with 16-bit block ids and, from
+// bytes. There are two forms of the header ("id modes"), the standard one with 16-bit block ids and, from
 // version 2.0 on, the extended one. Nothing here keeps state, so everything may be called from any thread.
 #ifndef PLATFORM_GIGE_PROTOCOL_GVSP_H
 #define PLATFORM_GIGE_PROTOCOL_GVSP_H
@@ -19,19 +19,19 @@
 
 namespace gige_protocol {
 
-// Sizes in bytes. The IP head is the one without options.
-constexpr std::size_t ipHeadSize = 20;
-constexpr std::size_t udpHeadSize = 8;
+// Sizes in bytes. The IP header is the one without options.
+constexpr std::size_t ipHeaderSize = 20;
+constexpr std::size_t udpHeaderSize = 8;
 
 enum class id_mode : std::uint8_t {
   standard,  // block ids of 16 bits, packet ids of 24
   extended,  // block ids of 64 bits, packet ids of 32
 };
 
-constexpr std::size_t standardHeadSize = 8;
-constexpr std::size_t extendedHeadSize = 20;
-constexpr std::size_t head_size(id_mode mode) {
-  return mode == id_mode::standard ? standardHeadSize : extendedHeadSize;
+constexpr std::size_t standardHeaderSize = 8;
+constexpr std::size_t extendedHeaderSize = 20;
+constexpr std::size_t header_size(id_mode mode) {
+  return mode == id_mode::standard ? standardHeaderSize : extendedHeaderSize;
 }
 
 constexpr std::uint64_t largest_block_id(id_mode mode) {
@@ -54,11 +54,11 @@ constexpr std::int64_t block_distance(std::uint64_t from, std::uint64_t to, id_m
   return ahead <= ring / 2 ? static_cast<std::int64_t>(ahead) : -static_cast<std::int64_t>(ring - ahead);
 }
 
-// Payload bytes of a full packet of that size, which counts the IP and UDP heads as register streamPacketSize
-// does. 0 where the heads leave no room.
+// Payload bytes of a full packet of that size, which counts the IP and UDP headers as register
+// streamPacketSize does. 0 where the headers leave no room.
 constexpr std::size_t payload_per_packet(std::size_t packetSize, id_mode mode) {
-  const std::size_t heads = ipHeadSize + udpHeadSize + head_size(mode);
-  return packetSize > heads ? packetSize - heads : 0;
+  const std::size_t headers = ipHeaderSize + udpHeaderSize + header_size(mode);
+  return packetSize > headers ? packetSize - headers : 0;
 }
 
 // Payload packets of a frame; leader and trailer come on top. `perPacket` must not be 0.
@@ -81,7 +81,7 @@ enum class packet_format : std::uint8_t {
 // In words, as "multi-zone payload"; "unknown format" for a number without a meaning. Never nullptr.
 const char* name_of(packet_format format);
 
-// Flags of an extended head. A standard head has none.
+// Flags of an extended header. A standard header has none.
 namespace packet_flags {
 constexpr std::uint16_t resendRangeError = 1U << 2;  // not all of the packets that were asked for are there
 constexpr std::uint16_t previousBlockDropped = 1U << 1;
@@ -89,25 +89,26 @@ constexpr std::uint16_t resent = 1U << 0;
 }  // namespace packet_flags
 
 // What stands in front of every packet of a stream.
-struct packet_head {
-  status state = status::success;  // an error: the packet is nothing but this head
+struct packet_header {
+  status state = status::success;  // an error: the packet is nothing but this header
   std::uint16_t flags = 0;         // bits of packet_flags
   id_mode ids = id_mode::standard;
   packet_format format = packet_format::payload;
   std::uint64_t blockId = 0;  // 0: a test packet, which fills the size that was asked for and means nothing
   std::uint32_t packetId = 0;
 
-  constexpr std::size_t size() const { return head_size(ids); }
+  constexpr std::size_t size() const { return header_size(ids); }
   constexpr bool is_test() const { return blockId == 0; }
-  friend bool operator==(const packet_head&, const packet_head&) = default;
+  friend bool operator==(const packet_header&, const packet_header&) = default;
 };
 
-// Reads the head of a datagram, in whichever form it has. Inline, since it is done for each packet of a
+// Reads the header of a datagram, in whichever form it has. Inline, since it is done for each packet of a
 // stream. Refuses what is too short; numbers without a meaning pass.
-constexpr parsed<packet_head> parse_packet_head(byte_view datagram);
+constexpr parsed<packet_header> parse_packet_header(byte_view datagram);
 
-// Writes a head, as many bytes as the result says. Ids beyond what its form holds are cut.
-std::size_t store_packet_head(const packet_head& head, std::span<std::uint8_t, extendedHeadSize> bytes);
+// Writes a header, as many bytes as the result says. Ids beyond what its form holds are cut.
+std::size_t store_packet_header(const packet_header& header,
+                                std::span<std::uint8_t, extendedHeaderSize> bytes);
 
 // What a frame is made of. Any 16-bit number may come from the wire; these are the ones that have a meaning.
 // A type with the bit `extendedChunkBit` has chunk data behind its payload.
@@ -159,8 +160,8 @@ struct leader {
   friend bool operator==(const leader&, const leader&) = default;
 };
 
-// Read and write what follows a leader's head. Leaders of other than image types are read as far as they are
-// all the same, which is type and timestamp. Refuses what is shorter than its type asks for.
+// Read and write what follows a leader's header. Leaders of other than image types are read as far as they
+// are all the same, which is type and timestamp. Refuses what is shorter than its type asks for.
 parsed<leader> parse_leader(byte_view body);
 
 struct trailer {
@@ -176,38 +177,38 @@ struct trailer {
 // The same for a trailer; of other types, only the type is read.
 parsed<trailer> parse_trailer(byte_view body);
 
-// Whole packets: a head, whose format is set to fit, and a body.
+// Whole packets: a header, whose format is set to fit, and a body.
 constexpr std::size_t largestLeaderSize = 36;
-using leader_packet = byte_buffer<extendedHeadSize + largestLeaderSize>;
-leader_packet make_leader(packet_head head, const leader& body);
+using leader_packet = byte_buffer<extendedHeaderSize + largestLeaderSize>;
+leader_packet make_leader(packet_header header, const leader& body);
 constexpr std::size_t largestTrailerSize = 16;
-using trailer_packet = byte_buffer<extendedHeadSize + largestTrailerSize>;
-trailer_packet make_trailer(packet_head head, const trailer& body);
+using trailer_packet = byte_buffer<extendedHeaderSize + largestTrailerSize>;
+trailer_packet make_trailer(packet_header header, const trailer& body);
 
 // Of this header's own business from here on.
 
-constexpr parsed<packet_head> parse_packet_head(byte_view datagram) {
+constexpr parsed<packet_header> parse_packet_header(byte_view datagram) {
   constexpr std::uint8_t extendedBit = 0x80;
   constexpr std::uint8_t formatMask = 0x0f;
-  if (datagram.size() < standardHeadSize) {
-    return refusal{"a stream packet shorter than its head"};
+  if (datagram.size() < standardHeaderSize) {
+    return refusal{"a stream packet shorter than its header"};
   }
-  packet_head head;
-  head.state = static_cast<status>(load<std::uint16_t>(datagram, 0));
-  head.format = static_cast<packet_format>(datagram[4] & formatMask);
+  packet_header header;
+  header.state = static_cast<status>(load<std::uint16_t>(datagram, 0));
+  header.format = static_cast<packet_format>(datagram[4] & formatMask);
   if ((datagram[4] & extendedBit) == 0) {
-    head.blockId = load<std::uint16_t>(datagram, 2);
-    head.packetId = load<std::uint32_t>(datagram, 4) & largest_packet_id(id_mode::standard);
-    return head;
+    header.blockId = load<std::uint16_t>(datagram, 2);
+    header.packetId = load<std::uint32_t>(datagram, 4) & largest_packet_id(id_mode::standard);
+    return header;
   }
-  if (datagram.size() < extendedHeadSize) {
-    return refusal{"a stream packet shorter than its extended head"};
+  if (datagram.size() < extendedHeaderSize) {
+    return refusal{"a stream packet shorter than its extended header"};
   }
-  head.ids = id_mode::extended;
-  head.flags = load<std::uint16_t>(datagram, 2);
-  head.blockId = load<std::uint64_t>(datagram, 8);
-  head.packetId = load<std::uint32_t>(datagram, 16);
-  return head;
+  header.ids = id_mode::extended;
+  header.flags = load<std::uint16_t>(datagram, 2);
+  header.blockId = load<std::uint64_t>(datagram, 8);
+  header.packetId = load<std::uint32_t>(datagram, 16);
+  return header;
 }
 
 }  // namespace gige_protocol

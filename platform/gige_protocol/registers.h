@@ -85,7 +85,7 @@ constexpr std::uint32_t messageSourcePort = 0x0b1c;
 
 // The first stream channel; channel n is n times `streamChannelStride` further.
 constexpr std::uint32_t streamPort = 0x0d00;         // of the receiver; 0 closes the stream
-constexpr std::uint32_t streamPacketSize = 0x0d04;   // bytes with the IP and UDP heads, and bits, see below
+constexpr std::uint32_t streamPacketSize = 0x0d04;   // bytes with the IP and UDP headers, and bits, see below
 constexpr std::uint32_t streamPacketDelay = 0x0d08;  // between two packets, ticks of the camera's clock
 constexpr std::uint32_t streamDestination = 0x0d18;  // IP address of the receiver
 constexpr std::uint32_t streamSourcePort = 0x0d1c;   // where the camera sends from; 0 where it does not tell

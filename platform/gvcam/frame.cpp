@@ -9,7 +9,7 @@ namespace gvcam {
 namespace {
 
 using gige_protocol::byte_view;
-using gige_protocol::packet_head;
+using gige_protocol::packet_header;
 using gige_protocol::status;
 
 void append(std::vector<std::uint8_t>& to, std::uint64_t number, std::size_t size) {
@@ -29,9 +29,9 @@ byte_view part(byte_view whole, std::size_t first, std::size_t last) {
   return first < end ? whole.subspan(first, end - first) : byte_view();
 }
 
-void put_head(frame_packet& packet, const packet_head& head) {
-  std::array<std::uint8_t, gige_protocol::extendedHeadSize> bytes{};
-  packet.head.put(byte_view(bytes).first(store_packet_head(head, bytes)));
+void put_head(frame_packet& packet, const packet_header& head) {
+  std::array<std::uint8_t, gige_protocol::extendedHeaderSize> bytes{};
+  packet.head.put(byte_view(bytes).first(store_packet_header(head, bytes)));
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ frame_packet frame::packet(std::uint32_t id) const {
 }
 
 frame_packet frame::packet_again(std::uint32_t id) const {
-  packet_head head;
+  packet_header head;
   if (settings_.ids == gige_protocol::id_mode::extended) {
     head.flags = gige_protocol::packet_flags::resent;
   }
@@ -62,7 +62,7 @@ frame_packet frame::packet_again(std::uint32_t id) const {
   return make_packet(id, head);
 }
 
-frame_packet frame::make_packet(std::uint32_t id, packet_head head) const {
+frame_packet frame::make_packet(std::uint32_t id, packet_header head) const {
   head.ids = settings_.ids;
   head.blockId = blockId_;
   head.packetId = id;

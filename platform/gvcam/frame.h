@@ -37,7 +37,7 @@ class frame {
   frame_packet packet_again(std::uint32_t id) const;
 
  private:
-  frame_packet make_packet(std::uint32_t id, gige_protocol::packet_head head) const;
+  frame_packet make_packet(std::uint32_t id, gige_protocol::packet_header head) const;
   gige_protocol::leader leader() const;
   gige_protocol::trailer trailer() const;
   std::vector<std::uint8_t> make_chunks() const;

@@ -73,10 +73,10 @@ void stream::send_test_packet() {
   if (!has_receiver(now)) {
     return;
   }
-  std::array<std::uint8_t, gige_protocol::extendedHeadSize> head{};
-  const std::size_t headSize = gige_protocol::store_packet_head({.ids = now.settings.ids}, head);
-  std::vector<std::uint8_t> packet(now.settings.packetSize - gige_protocol::ipHeadSize -
-                                   gige_protocol::udpHeadSize);
+  std::array<std::uint8_t, gige_protocol::extendedHeaderSize> head{};
+  const std::size_t headSize = gige_protocol::store_packet_header({.ids = now.settings.ids}, head);
+  std::vector<std::uint8_t> packet(now.settings.packetSize - gige_protocol::ipHeaderSize -
+                                   gige_protocol::udpHeaderSize);
   std::copy_n(head.begin(), headSize, packet.begin());
   socket_.allow_fragments(now.settings.mayFragment);
   socket_.send(now.settings.destination, packet);

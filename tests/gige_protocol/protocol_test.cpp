@@ -32,10 +32,10 @@ TEST(Protocol, takes_whole_messages_only_and_writes_them_again) {
 // then reads behind the message is seen by the address sanitizer.
 TEST(Protocol, reads_nothing_behind_a_message_that_is_too_short) {
   for (const sample& each : every_message()) {
-    for (std::size_t size = messageHeadSize; size < each.bytes.size() && each.rewrite != rewrite_packet;
+    for (std::size_t size = messageHeaderSize; size < each.bytes.size() && each.rewrite != rewrite_packet;
          ++size) {
       byte_vector brief(each.bytes.begin(), each.bytes.begin() + static_cast<std::ptrdiff_t>(size));
-      store(brief, 4, static_cast<std::uint16_t>(size - messageHeadSize));
+      store(brief, 4, static_cast<std::uint16_t>(size - messageHeaderSize));
       const auto again = each.rewrite(brief);
       EXPECT_TRUE(!again || *again == brief) << each.filter << " of " << size << " bytes";
     }
@@ -51,21 +51,21 @@ struct captured {
 // The UDP datagrams of a capture on Ethernet: one of each message between Debian's Aravis tools and its
 // camera (captures/record).
 std::vector<captured> read_capture() {
-  constexpr std::size_t fileHead = 24;
-  constexpr std::size_t recordHead = 16;
-  constexpr std::size_t udp = 14 + ipHeadSize;
+  constexpr std::size_t fileHeader = 24;
+  constexpr std::size_t recordHeader = 16;
+  constexpr std::size_t udp = 14 + ipHeaderSize;
   std::ifstream in(CAPTURES "/arv-tools.pcap", std::ios::binary);
   const byte_vector bytes{std::istreambuf_iterator<char>(in), {}};
   std::vector<captured> result;
-  for (std::size_t place = fileHead; place + recordHead <= bytes.size();) {
+  for (std::size_t place = fileHeader; place + recordHeader <= bytes.size();) {
     std::uint32_t size = 0;
     std::memcpy(&size, &bytes[place + 8], sizeof size);
-    const byte_view packet = byte_view(bytes).subspan(place + recordHead, size);
-    const byte_view payload = packet.subspan(udp + udpHeadSize);
+    const byte_view packet = byte_view(bytes).subspan(place + recordHeader, size);
+    const byte_view payload = packet.subspan(udp + udpHeaderSize);
     result.push_back({load<std::uint16_t>(packet, udp),
                       load<std::uint16_t>(packet, udp + 2),
                       {payload.begin(), payload.end()}});
-    place += recordHead + size;
+    place += recordHeader + size;
   }
   return result;
 }
@@ -109,7 +109,7 @@ TEST(Protocol, says_what_is_wrong_with_a_message) {
       {rewrite_command, {0x42, 1, 0x12, 0x34, 0, 0, 0, 1}, "unknown command"},
       {rewrite_command, byte_vector(largestMessage + 1), "larger than 548 bytes"},
       {rewrite_acknowledge, {0, 0, 0, 3, 0, 0, 0, 0}, "request id 0"},
-      {rewrite_packet, {0, 0, 0, 1, 0x81, 0, 0, 0}, "extended head"},
+      {rewrite_packet, {0, 0, 0, 1, 0x81, 0, 0, 0}, "extended header"},
       {rewrite_packet, {0, 0, 0, 1, 2, 0, 0, 9, 0, 0, 0x40, 1, 0, 0, 0, 1}, "too short for its payload type"},
   };
   for (const bad_message& each : cases) {

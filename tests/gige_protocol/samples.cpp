@@ -33,20 +33,20 @@ auto items(const list& from) {
 }  // namespace
 
 parsed<byte_vector> rewrite_command(byte_view bytes) {
-  const auto head = parse_command(bytes);
-  if (!head) {
-    return refusal{head.reason()};
+  const auto header = parse_command(bytes);
+  if (!header) {
+    return refusal{header.reason()};
   }
-  const std::uint16_t id = head->id;
-  const byte_view payload = head->payload;
-  const bool broadcast = (head->flags & command_flags::broadcastAcknowledge) != 0;
-  switch (head->code) {
+  const std::uint16_t id = header->id;
+  const byte_view payload = header->payload;
+  const bool broadcast = (header->flags & command_flags::broadcastAcknowledge) != 0;
+  switch (header->code) {
     case command_code::discovery:
       return to_vector(make_discovery(id, broadcast).view());
     case command_code::force_ip:
       return rewritten(parse_force_ip(payload), [&](auto& of) { return make_force_ip(id, of, broadcast); });
     case command_code::packet_resend:
-      return rewritten(parse_packet_resend(*head), [&](auto& of) { return make_packet_resend(id, of); });
+      return rewritten(parse_packet_resend(*header), [&](auto& of) { return make_packet_resend(id, of); });
     case command_code::read_register:
       return rewritten(parse_read_registers(payload),
                        [&](auto& of) { return make_read_registers(id, items(of)); });
@@ -58,33 +58,33 @@ parsed<byte_vector> rewrite_command(byte_view bytes) {
     case command_code::write_memory:
       return rewritten(parse_write_memory(payload), [&](auto& of) { return make_write_memory(id, of); });
     default:
-      return refusal{name_of(head->code)};
+      return refusal{name_of(header->code)};
   }
 }
 
 parsed<byte_vector> rewrite_acknowledge(byte_view bytes) {
-  const auto head = parse_acknowledge(bytes);
-  if (!head) {
-    return refusal{head.reason()};
+  const auto header = parse_acknowledge(bytes);
+  if (!header) {
+    return refusal{header.reason()};
   }
-  const std::uint16_t id = head->id;
-  const byte_view payload = head->payload;
+  const std::uint16_t id = header->id;
+  const byte_view payload = header->payload;
   if (payload.empty()) {
-    return to_vector(make_acknowledge(head->code, id, head->result).view());
+    return to_vector(make_acknowledge(header->code, id, header->result).view());
   }
-  switch (head->code) {
+  switch (header->code) {
     case acknowledge_code::discovery:
       return rewritten(parse_discovery(payload),
                        [&](auto& of) { return make_discovery_acknowledge(id, of); });
     case acknowledge_code::read_register:
       return rewritten(parse_register_values(payload),
-                       [&](auto& of) { return make_register_values(id, items(of), head->result); });
+                       [&](auto& of) { return make_register_values(id, items(of), header->result); });
     case acknowledge_code::read_memory:
       return rewritten(parse_memory(payload), [&](auto& of) { return make_memory(id, of); });
     case acknowledge_code::write_register:
     case acknowledge_code::write_memory:
       return rewritten(parse_written(payload),
-                       [&](auto of) { return make_written(head->code, id, of, head->result); });
+                       [&](auto of) { return make_written(header->code, id, of, header->result); });
     case acknowledge_code::pending:
       return rewritten(parse_pending(payload), [&](auto of) { return make_pending(id, of); });
     default:
@@ -93,19 +93,19 @@ parsed<byte_vector> rewrite_acknowledge(byte_view bytes) {
 }
 
 parsed<byte_vector> rewrite_packet(byte_view bytes) {
-  const auto head = parse_packet_head(bytes);
-  if (!head) {
-    return refusal{head.reason()};
+  const auto header = parse_packet_header(bytes);
+  if (!header) {
+    return refusal{header.reason()};
   }
-  const byte_view body = bytes.subspan(head->size());
-  if (head->format == packet_format::leader && !is_error(head->state)) {
-    return rewritten(parse_leader(body), [&](auto& of) { return make_leader(*head, of); });
+  const byte_view body = bytes.subspan(header->size());
+  if (header->format == packet_format::leader && !is_error(header->state)) {
+    return rewritten(parse_leader(body), [&](auto& of) { return make_leader(*header, of); });
   }
-  if (head->format == packet_format::trailer && !is_error(head->state)) {
-    return rewritten(parse_trailer(body), [&](auto& of) { return make_trailer(*head, of); });
+  if (header->format == packet_format::trailer && !is_error(header->state)) {
+    return rewritten(parse_trailer(body), [&](auto& of) { return make_trailer(*header, of); });
   }
-  byte_vector result(extendedHeadSize);
-  result.resize(store_packet_head(*head, std::span<std::uint8_t, extendedHeadSize>(result)));
+  byte_vector result(extendedHeaderSize);
+  result.resize(store_packet_header(*header, std::span<std::uint8_t, extendedHeaderSize>(result)));
   result.insert(result.end(), body.begin(), body.end());
   return result;
 }
@@ -140,10 +140,10 @@ const image_geometry geometry{.pixelFormat = 0x0108'0001,
                               .paddingX = 5,
                               .paddingY = 6};
 
-constexpr packet_head standard_head(std::uint32_t packetId) {
+constexpr packet_header standard_head(std::uint32_t packetId) {
   return {.blockId = 0xfffe, .packetId = packetId};
 }
-constexpr packet_head extended_head(std::uint32_t packetId) {
+constexpr packet_header extended_head(std::uint32_t packetId) {
   return {
       .flags = packet_flags::resent, .ids = id_mode::extended, .blockId = largeBlock, .packetId = packetId};
 }
@@ -153,9 +153,9 @@ sample of(rewriter rewrite, const byte_buffer<capacity>& built, const char* filt
   return {rewrite, byte_vector(built.view().begin(), built.view().end()), filter};
 }
 
-sample of(const packet_head& head, const char* filter) {
-  byte_vector bytes(extendedHeadSize);
-  bytes.resize(store_packet_head(head, std::span<std::uint8_t, extendedHeadSize>(bytes)));
+sample of(const packet_header& header, const char* filter) {
+  byte_vector bytes(extendedHeaderSize);
+  bytes.resize(store_packet_header(header, std::span<std::uint8_t, extendedHeaderSize>(bytes)));
   return {rewrite_packet, bytes, filter};
 }
 

@@ -43,22 +43,22 @@ void write_capture(const std::filesystem::path& file, const std::vector<sample>&
   constexpr std::uint32_t rawIp = 101;
   write(std::array<std::uint32_t, 6>{0xa1b2c3d4, version, 0, 0, 65535, rawIp});
   for (const sample& each : samples) {
-    const auto udpSize = static_cast<std::uint16_t>(udpHeadSize + each.bytes.size());
-    const auto size = static_cast<std::uint16_t>(ipHeadSize + udpSize);
+    const auto udpSize = static_cast<std::uint16_t>(udpHeaderSize + each.bytes.size());
+    const auto size = static_cast<std::uint16_t>(ipHeaderSize + udpSize);
     write(std::array<std::uint32_t, 4>{0, 0, size, size});
-    byte_buffer<ipHeadSize + udpHeadSize> heads;
-    heads.put(std::uint16_t{0x4500});  // version 4, a head of 5 words
-    heads.put(size);
-    heads.put_zeros(4);
-    heads.put(std::uint16_t{0x4011});  // time to live, UDP
-    heads.put_zeros(2);
-    heads.put(std::uint32_t{0x0a010001});
-    heads.put(std::uint32_t{0x0a010203});
-    heads.put(ports_of(each).source);
-    heads.put(ports_of(each).destination);
-    heads.put(udpSize);
-    heads.put_zeros(2);
-    write(heads.view());
+    byte_buffer<ipHeaderSize + udpHeaderSize> headers;
+    headers.put(std::uint16_t{0x4500});  // version 4, a header of 5 words
+    headers.put(size);
+    headers.put_zeros(4);
+    headers.put(std::uint16_t{0x4011});  // time to live, UDP
+    headers.put_zeros(2);
+    headers.put(std::uint32_t{0x0a010001});
+    headers.put(std::uint32_t{0x0a010203});
+    headers.put(ports_of(each).source);
+    headers.put(ports_of(each).destination);
+    headers.put(udpSize);
+    headers.put_zeros(2);
+    write(headers.view());
     write(each.bytes);
   }
 }

@@ -50,9 +50,9 @@ class client {
     write(standard::streamPort, stream_.port());
   }
   // The head of the next packet; block id 0 when none comes.
-  gige_protocol::packet_head packet(std::chrono::milliseconds patience = 10s) const {
-    const auto head = gige_protocol::parse_packet_head(receive(stream_, patience));
-    return head ? *head : gige_protocol::packet_head{};
+  gige_protocol::packet_header packet(std::chrono::milliseconds patience = 10s) const {
+    const auto head = gige_protocol::parse_packet_header(receive(stream_, patience));
+    return head ? *head : gige_protocol::packet_header{};
   }
 
  private:

@@ -43,7 +43,7 @@ bytes payload_of(const frame& made, std::size_t packetSize, std::size_t payloadS
   bytes payload;
   for (std::uint32_t id = 1; id + 1 < made.packet_count(); ++id) {
     const bytes packet = bytes_of(made.packet(id));
-    EXPECT_EQ(gige_protocol::parse_packet_head(packet)->packetId, id);
+    EXPECT_EQ(gige_protocol::parse_packet_header(packet)->packetId, id);
     EXPECT_EQ(packet.size(), std::min(packetSize - 28, 8 + payloadSize - payload.size()));
     payload.insert(payload.end(), packet.begin() + 8, packet.end());
   }
@@ -77,7 +77,7 @@ TEST(frame, a_packet_that_is_sent_again_says_so_where_the_client_knows_how) {
       settings.wantsStatusCodes2 = wantsStatusCodes2;
       const frame made = frame_with(settings, bytes(2100));
       const bytes again = bytes_of(made.packet_again(2));
-      const auto head = gige_protocol::parse_packet_head(again);
+      const auto head = gige_protocol::parse_packet_header(again);
       EXPECT_EQ(head->state, wantsStatusCodes2 ? status::packet_resend : status::success);
       EXPECT_EQ(head->flags, ids == id_mode::extended ? gige_protocol::packet_flags::resent : 0);
     }

@@ -127,9 +127,9 @@ class forging_host {
     const auto packet = static_cast<std::uint32_t>(place % (trailer_ + 1));
     const auto content = stream_packet(id, packet);
     gige_protocol::byte_buffer<2000> bytes;
-    const auto udpSize = static_cast<std::uint16_t>(gige_protocol::udpHeadSize + content.size());
-    bytes.put(std::uint16_t{0x4500});  // version 4, a head of 5 words
-    bytes.put(static_cast<std::uint16_t>(gige_protocol::ipHeadSize + udpSize));
+    const auto udpSize = static_cast<std::uint16_t>(gige_protocol::udpHeaderSize + content.size());
+    bytes.put(std::uint16_t{0x4500});  // version 4, a header of 5 words
+    bytes.put(static_cast<std::uint16_t>(gige_protocol::ipHeaderSize + udpSize));
     bytes.put_zeros(4);
     bytes.put(std::uint16_t{0x4011});  // time to live, UDP
     bytes.put_zeros(2);                // checksum, which the system fills in
@@ -143,19 +143,19 @@ class forging_host {
     return {bytes.view().begin(), bytes.view().end()};
   }
   std::vector<std::uint8_t> stream_packet(std::uint64_t id, std::uint32_t packet) const {
-    const gige_protocol::packet_head head{.blockId = id, .packetId = packet};
+    const gige_protocol::packet_header header{.blockId = id, .packetId = packet};
     const auto copy = [](gige_protocol::byte_view all) {
       return std::vector<std::uint8_t>(all.begin(), all.end());
     };
     if (packet == 0) {
       return copy(
-          make_leader(head, {.image = {.pixelFormat = 0x01080001, .width = 320, .height = 240}}).view());
+          make_leader(header, {.image = {.pixelFormat = 0x01080001, .width = 320, .height = 240}}).view());
     }
     if (packet == trailer_) {
-      return copy(make_trailer(head, {.height = 240}).view());
+      return copy(make_trailer(header, {.height = 240}).view());
     }
     std::vector<std::uint8_t> bytes(1472, 0xee);
-    gige_protocol::store_packet_head(head, std::span(bytes).first<gige_protocol::extendedHeadSize>());
+    gige_protocol::store_packet_header(header, std::span(bytes).first<gige_protocol::extendedHeaderSize>());
     return bytes;
   }
 

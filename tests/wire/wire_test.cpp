@@ -9,6 +9,7 @@
 
 #include "platform/gvcam/registers.h"
 #include "platform/picture/picture.h"
+#include "tests/own_network.h"
 #include "tests/program.h"
 #include "tests/wire/command_recorder.h"
 
@@ -30,7 +31,7 @@ constexpr std::size_t kSensorHeight = 240;
 constexpr double kRateHz = 50;
 constexpr unsigned kLongestGap = 200;  // in the numbers of recorded frames
 
-std::string obstacle;  // to a network of the test's own; empty inside of it
+bool hasNetwork = false;  // of its own
 
 struct window {
   std::size_t x, y, width, height;
@@ -83,7 +84,7 @@ long number_after(const std::string& text, const std::string& before) {
 class wire : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(obstacle, "") << "there is no network for the test alone";
+    ASSERT_TRUE(hasNetwork) << "there is no network for the test alone";
     std::string name = fs::temp_directory_path() / "wire_test.XXXXXX";
     directory = mkdtemp(name.data());
   }
@@ -406,36 +407,13 @@ TEST_F(wire, a_killed_host_leaves_a_camera_that_can_be_had_again) {
   EXPECT_EQ(recorded({seen_through(kCorner)}).size(), 5U);
 }
 
-// Starts the program again in a network namespace, in which there is a loopback interface and nothing else.
-// Through unshare(1): the system call refuses a user namespace to a process with threads, which the
-// sanitizers have. Comes back inside, or with what stands against it.
-std::string move_to_own_network(char** arguments) {
-  const std::string here = fs::read_symlink("/proc/self/ns/net");
-  const char* const outside = std::getenv("WIRE_TEST_OUTSIDE");
-  if (outside == nullptr) {
-    setenv("WIRE_TEST_OUTSIDE", here.c_str(), 1);
-    std::string options = geteuid() == 0 ? "-n" : "-rn";
-    if (std::system(("unshare " + options + " true").c_str()) == 0) {
-      std::string name = "unshare";
-      std::vector<char*> line = {name.data(), options.data()};
-      do {
-        line.push_back(*arguments);
-      } while (*arguments++ != nullptr);
-      execvp(line.front(), line.data());
-    }
-    return "'unshare' failed";
-  }
-  const bool isUp = here != outside && std::system(
-                                           "ip link set lo up && for last in 2 3 4; do "
-                                           "ip address add 127.0.0.$last/8 dev lo || exit 1; done") == 0;
-  return isUp ? "" : "'ip' failed";
-}
-
 }  // namespace
 }  // namespace wire_test
 
 int main(int argc, char** argv) {
-  wire_test::obstacle = wire_test::move_to_own_network(argv);
+  wire_test::hasNetwork =
+      test::enter_own_network() &&
+      std::system("for last in 2 3 4; do ip address add 127.0.0.$last/8 dev lo || exit 1; done") == 0;
   setenv("GIGE_DISCOVERY_MS", "2000", 1);  // a busy machine answers a search late
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();

@@ -9,7 +9,7 @@ namespace gige {
 
 using gige_protocol::byte_view;
 using gige_protocol::id_mode;
-using gige_protocol::packet_head;
+using gige_protocol::packet_header;
 
 namespace {
 
@@ -50,8 +50,8 @@ void frame_assembler::reset() {
     }
     frame.clear();
   }
-  if (lentAhead_ != nullptr) {
-    owner_.take_back(std::exchange(lentAhead_, nullptr));
+  if (nextMemory_ != nullptr) {
+    owner_.take_back(std::exchange(nextMemory_, nullptr));
   }
   drop_stray();
   moves_.start();
@@ -66,8 +66,8 @@ std::size_t frame_assembler::predict(std::span<std::uint8_t*> places) {
     count = predict_packets(places, 0, newest().place(), newest().next_packet(), newest().packet_count());
   }
   if (count < places.size()) {
-    lentAhead_ = lend();  // what was lent ahead before, where there is any
-    count = predict_packets(places, count, lentAhead_, 0, layout_.trailer() + 1);
+    nextMemory_ = lend();  // what was lent ahead before, where there is any
+    count = predict_packets(places, count, nextMemory_, 0, layout_.trailer() + 1);
   }
   return count;
 }
@@ -100,25 +100,25 @@ void frame_assembler::accept(std::span<const datagram> batch, moment now) {
   }
   moves_.carry_out();
   moves_.start();
-  ask_for_gaps(now);
+  request_gaps(now);
   hand_out();
 }
 
 void frame_assembler::take(std::size_t index, const datagram& packet, moment now) {
-  const byte_view start(packet.head, std::min(packet.size, gige_protocol::head_size(setup_.ids)));
-  const auto head = gige_protocol::parse_packet_head(start);
-  if (!head || head->ids != setup_.ids || head->is_test()) {
+  const byte_view start(packet.header, std::min(packet.size, gige_protocol::header_size(setup_.ids)));
+  const auto header = gige_protocol::parse_packet_header(start);
+  if (!header || header->ids != setup_.ids || header->is_test()) {
     drop_stray();
     ++counters_.packetsForeign;
     return;
   }
-  const std::size_t bodyBytes = packet.size - head->size();
+  const std::size_t bodyBytes = packet.size - header->size();
   const byte_view body(packet.body, std::min(bodyBytes, largest_body()));
-  frame_in_progress* frame = frame_of(*head, body, now);
+  frame_in_progress* frame = frame_of(*header, body, now);
   if (frame == nullptr) {
     return;
   }
-  std::uint8_t* place = frame->take(*head, body, bodyBytes, now);
+  std::uint8_t* place = frame->take(*header, body, bodyBytes, now);
   if (place != nullptr && place != body.data()) {
     moves_.plan(index, body.data(), place, bodyBytes);
   }
@@ -128,46 +128,46 @@ void frame_assembler::take(std::size_t index, const datagram& packet, moment now
 }
 
 // The frame that a packet belongs to, begun by it if need be; nullptr for a packet that is of no use.
-frame_in_progress* frame_assembler::frame_of(const packet_head& head, byte_view body, moment now) {
-  if (head.blockId == newest().id()) {
+frame_in_progress* frame_assembler::frame_of(const packet_header& header, byte_view body, moment now) {
+  if (header.blockId == newest().id()) {
     drop_stray();
     return &newest();
   }
-  const bool previous = head.blockId == older().id();
+  const bool previous = header.blockId == older().id();
   if (previous && !older().is_awaited()) {
     drop_stray();
     return &older();
   }
-  if (is_error(head.state)) {
+  if (is_error(header.state)) {
     return nullptr;
   }
-  if (confirms_stray(head)) {
+  if (confirms_stray(header)) {
     follow_stray(now);
     return &newest();
   }
   drop_stray();
   if (previous) {
-    older().begin(head.blockId, lend(), now);
+    older().begin(header.blockId, lend(), now);
     return &older();
   }
-  if (begins_next(head)) {
-    move_to(head.blockId, now);
+  if (begins_next(header)) {
+    move_to(header.blockId, now);
     return &newest();
   }
-  if (is_late(head.blockId)) {
+  if (is_late(header.blockId)) {
     ++counters_.packetsDuplicate;
     return nullptr;
   }
-  keep_stray(head, body);
+  keep_stray(header, body);
   return nullptr;
 }
 
 // The first frame is number 1 or starts with its leader: the rest of an acquisition before may still come.
-bool frame_assembler::begins_next(const packet_head& head) const {
+bool frame_assembler::begins_next(const packet_header& header) const {
   if (!started_) {
-    return head.blockId == 1 || head.format == gige_protocol::packet_format::leader;
+    return header.blockId == 1 || header.format == gige_protocol::packet_format::leader;
   }
-  return head.blockId == next_block_id(newest().id(), setup_.ids);
+  return header.blockId == next_block_id(newest().id(), setup_.ids);
 }
 
 bool frame_assembler::is_late(std::uint64_t id) const {
@@ -175,30 +175,30 @@ bool frame_assembler::is_late(std::uint64_t id) const {
   return ahead < 0 && ahead >= -lateFrames;
 }
 
-bool frame_assembler::confirms_stray(const packet_head& head) const {
-  return head.blockId == stray_.head.blockId && head.packetId == stray_.head.packetId + 1;
+bool frame_assembler::confirms_stray(const packet_header& header) const {
+  return header.blockId == stray_.header.blockId && header.packetId == stray_.header.packetId + 1;
 }
 
-void frame_assembler::keep_stray(const packet_head& head, byte_view body) {
-  stray_.head = head;
+void frame_assembler::keep_stray(const packet_header& header, byte_view body) {
+  stray_.header = header;
   stray_.bodyBytes = body.size();
   std::ranges::copy(body.first(std::min(body.size(), stray_.body.size())), stray_.body.begin());
 }
 
 void frame_assembler::drop_stray() {
-  if (stray_.head.blockId != 0) {
+  if (stray_.header.blockId != 0) {
     ++counters_.packetsForeign;
-    stray_.head.blockId = 0;
+    stray_.header.blockId = 0;
   }
 }
 
 // The stream goes on where the stray packet is from. Of that, only a leader was kept.
 void frame_assembler::follow_stray(moment now) {
-  move_to(stray_.head.blockId, now);
-  if (stray_.head.format == gige_protocol::packet_format::leader) {
+  move_to(stray_.header.blockId, now);
+  if (stray_.header.format == gige_protocol::packet_format::leader) {
     const byte_view body(stray_.body.data(), std::min(stray_.bodyBytes, stray_.body.size()));
-    newest().take(stray_.head, body, stray_.bodyBytes, now);
-    stray_.head.blockId = 0;
+    newest().take(stray_.header, body, stray_.bodyBytes, now);
+    stray_.header.blockId = 0;
   }
   drop_stray();
 }
@@ -224,7 +224,7 @@ void frame_assembler::move_to(std::uint64_t id, moment now) {
 
 // Memory for one more frame.
 std::uint8_t* frame_assembler::lend() {
-  return lentAhead_ != nullptr ? std::exchange(lentAhead_, nullptr) : owner_.lend();
+  return nextMemory_ != nullptr ? std::exchange(nextMemory_, nullptr) : owner_.lend();
 }
 
 // Ends a frame that may have ended before, or may not have begun.
@@ -267,12 +267,12 @@ void frame_assembler::close_settled() {
 }
 
 // Once a frame has begun, all that is missing of the one before is missed.
-void frame_assembler::ask_for_gaps(moment now) {
+void frame_assembler::request_gaps(moment now) {
   if (older().waits()) {
-    older().ask_for_rest(now);
+    older().request_rest(now);
   }
   if (newest().waits()) {
-    newest().ask_for_gaps(now);
+    newest().request_gaps(now);
   }
   close_settled();
 }

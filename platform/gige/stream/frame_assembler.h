@@ -39,9 +39,9 @@ namespace gige {
 
 // A packet as it was received, in two pieces.
 struct datagram {
-  const std::uint8_t* head = nullptr;  // the first head_size(ids) bytes, or all where there are fewer
-  const std::uint8_t* body = nullptr;  // what follows them, the first largest_body() bytes of it
-  std::size_t size = 0;                // of the datagram as it was sent, head and body
+  const std::uint8_t* header = nullptr;  // the first header_size(ids) bytes, or all where there are fewer
+  const std::uint8_t* body = nullptr;    // what follows them, the first largest_body() bytes of it
+  std::size_t size = 0;                  // of the datagram as it was sent, header and body
 };
 
 class frame_assembler {
@@ -88,7 +88,7 @@ class frame_assembler {
  private:
   // A packet whose id was not expected, until the packet after it tells what it was.
   struct stray_packet {
-    gige_protocol::packet_head head{};  // blockId 0: there is none
+    gige_protocol::packet_header header{};  // blockId 0: there is none
     std::array<std::uint8_t, gige_protocol::largestLeaderSize> body{};
     std::size_t bodyBytes = 0;  // all of them, also beyond what is kept
   };
@@ -96,12 +96,12 @@ class frame_assembler {
   std::size_t predict_packets(std::span<std::uint8_t*> places, std::size_t index, std::uint8_t* frame,
                               std::uint32_t packet, std::uint32_t end);
   void take(std::size_t index, const datagram& packet, moment now);
-  frame_in_progress* frame_of(const gige_protocol::packet_head& head, gige_protocol::byte_view body,
+  frame_in_progress* frame_of(const gige_protocol::packet_header& header, gige_protocol::byte_view body,
                               moment now);
-  bool begins_next(const gige_protocol::packet_head& head) const;
+  bool begins_next(const gige_protocol::packet_header& header) const;
   bool is_late(std::uint64_t id) const;
-  bool confirms_stray(const gige_protocol::packet_head& head) const;
-  void keep_stray(const gige_protocol::packet_head& head, gige_protocol::byte_view body);
+  bool confirms_stray(const gige_protocol::packet_header& header) const;
+  void keep_stray(const gige_protocol::packet_header& header, gige_protocol::byte_view body);
   void drop_stray();
   void follow_stray(moment now);
 
@@ -110,7 +110,7 @@ class frame_assembler {
   void retire(frame_in_progress& frame);
   void close(frame_in_progress& frame);
   void close_settled();
-  void ask_for_gaps(moment now);
+  void request_gaps(moment now);
   void hand_out();
 
   frame_in_progress& newest() { return frames_[newest_]; }
@@ -128,7 +128,7 @@ class frame_assembler {
   bool started_ = false;    // a frame has begun since the last reset
   stray_packet stray_;
 
-  std::uint8_t* lentAhead_ = nullptr;  // for the frame after the newest
+  std::uint8_t* nextMemory_ = nullptr;  // for the frame after the newest
   payload_moves moves_;
   std::vector<ended_frame> ended_;  // handed out once all payload is in its place
 };

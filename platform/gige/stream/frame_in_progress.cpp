@@ -7,7 +7,7 @@ namespace gige {
 
 using gige_protocol::byte_view;
 using gige_protocol::packet_format;
-using gige_protocol::packet_head;
+using gige_protocol::packet_header;
 using gige_protocol::payload_type;
 
 namespace {
@@ -27,7 +27,7 @@ frame_in_progress::frame_in_progress(const assembly_setup& setup, const frame_la
       timeout_(timeout),
       record_(layout.trailer() + 1),
       schedule_(layout.trailer() + 1, setup.cameraResends ? setup.maxPacketResends : 0, record_, timeout,
-                owner) {}
+                owner, counters.packetsRequested) {}
 
 void frame_in_progress::clear() {
   stage_ = stage::closed;
@@ -62,46 +62,46 @@ void frame_in_progress::begin(std::uint64_t id, std::uint8_t* place, moment now)
   quietSince_ = now;
 }
 
-std::uint8_t* frame_in_progress::take(const packet_head& head, byte_view body, std::size_t bodyBytes,
+std::uint8_t* frame_in_progress::take(const packet_header& header, byte_view body, std::size_t bodyBytes,
                                       moment now) {
-  if (is_error(head.state)) {
-    take_absence(head);
+  if (is_error(header.state)) {
+    take_absence(header);
     return nullptr;
   }
-  if (!note_arrival(head.packetId, now) || refusal_.what != nullptr) {
+  if (!count_arrival(header.packetId, now) || refusal_.what != nullptr) {
     return nullptr;
   }
-  switch (head.format) {
+  switch (header.format) {
     case packet_format::payload:
-      return take_payload(head.packetId, bodyBytes);
+      return take_payload(header.packetId, bodyBytes);
     case packet_format::leader:
-      take_leader(head.packetId, body);
+      take_leader(header.packetId, body);
       return nullptr;
     case packet_format::trailer:
-      take_trailer(head.packetId, body);
+      take_trailer(header.packetId, body);
       return nullptr;
     default:
-      refuse(name_of(head.format), static_cast<std::uint64_t>(head.format),
+      refuse(name_of(header.format), static_cast<std::uint64_t>(header.format),
              static_cast<std::uint64_t>(packet_format::payload));
       return nullptr;
   }
 }
 
 // The camera answers that it does not have a packet. That is final only for packets that were sent.
-void frame_in_progress::take_absence(const packet_head& head) {
-  if (!is_open() || head.packetId > trailer_ || is_late(head.state)) {
+void frame_in_progress::take_absence(const packet_header& header) {
+  if (!is_open() || header.packetId > trailer_ || is_late(header.state)) {
     return;
   }
-  const bool previousToo = head.state == gige_protocol::status::packet_and_previous_removed;
-  const std::uint32_t first = previousToo ? 0 : head.packetId;
-  const std::uint32_t end = std::min(head.packetId + 1, sent_);
+  const bool previousToo = header.state == gige_protocol::status::packet_and_previous_removed;
+  const std::uint32_t first = previousToo ? 0 : header.packetId;
+  const std::uint32_t end = std::min(header.packetId + 1, sent_);
   if (first < end) {
     record_.write_off(first, end - 1);
   }
 }
 
 // Counts a packet. True if it is the first of its number and comes in time.
-bool frame_in_progress::note_arrival(std::uint32_t packet, moment now) {
+bool frame_in_progress::count_arrival(std::uint32_t packet, moment now) {
   const bool inTime = is_open() || refusal_.what != nullptr;
   const bool numbered = packet <= layout_.trailer();
   if (!inTime || (numbered && !record_.receive(packet))) {
@@ -194,24 +194,24 @@ void frame_in_progress::end_with_trailer(std::uint32_t packet) {
   record_.end_at(packet + 1);
 }
 
-void frame_in_progress::ask_for_gaps(moment now) {
+void frame_in_progress::request_gaps(moment now) {
   if (examined_ < sent_) {
-    counters_.packetsRequested += schedule_.miss(examined_, sent_, now);
+    schedule_.request_missing(examined_, sent_, now);
     examined_ = sent_;
   }
 }
 
-void frame_in_progress::ask_for_rest(moment now) {
+void frame_in_progress::request_rest(moment now) {
   sent_ = std::max(sent_, trailer_ + 1);
-  ask_for_gaps(now);
+  request_gaps(now);
 }
 
 bool frame_in_progress::expire(moment now) {
   if (sent_ <= trailer_ && now - quietSince_ >= timeout_.longest()) {
-    counters_.packetsRequested += schedule_.probe(sent_, trailer_ + 1);
+    schedule_.probe(sent_, trailer_ + 1);
     quietSince_ = now;
   }
-  counters_.packetsRequested += schedule_.expire(now);
+  schedule_.expire(now);
   return now - begun_ >= setup_.frameTimeout;
 }
 

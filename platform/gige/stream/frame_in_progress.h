@@ -39,15 +39,15 @@ class frame_in_progress {
 
   // Takes a packet of this frame, which is begun or closed. `bodyBytes` is the size of the body as it was
   // sent, of which `body` may be only the start. Gives where to put the body; nullptr for nowhere.
-  std::uint8_t* take(const gige_protocol::packet_head& head, gige_protocol::byte_view body,
+  std::uint8_t* take(const gige_protocol::packet_header& header, gige_protocol::byte_view body,
                      std::size_t bodyBytes, moment now);
 
   // Asks for what is missing of the packets that were sent. A packet was sent when a later one of the frame
   // came without request, or when a later frame has begun. Until then a camera that was asked for it may
   // answer that it does not have it, and send it all the same.
-  void ask_for_gaps(moment now);
+  void request_gaps(moment now);
   // A later frame has begun, so that all packets of this one were sent.
-  void ask_for_rest(moment now);
+  void request_rest(moment now);
 
   // Deals with what did not come in time. True if the frame itself takes too long.
   bool expire(moment now);
@@ -76,8 +76,8 @@ class frame_in_progress {
     awaited,  // nothing came yet
     open,     // something came, and it has not ended
   };
-  void take_absence(const gige_protocol::packet_head& head);
-  bool note_arrival(std::uint32_t packet, moment now);
+  void take_absence(const gige_protocol::packet_header& header);
+  bool count_arrival(std::uint32_t packet, moment now);
   std::uint8_t* take_payload(std::uint32_t packet, std::size_t bytes);
   void take_leader(std::uint32_t packet, gige_protocol::byte_view body);
   void compare_geometry(const gige_protocol::image_geometry& image);

@@ -16,7 +16,7 @@ struct assembly_setup {
   std::uint32_t width = 0;         // pixels
   std::uint32_t height = 0;
   std::uint32_t pixelFormat = 0;  // code of the Pixel Format Naming Convention
-  std::uint32_t packetBytes = 0;  // with IP and UDP heads, as the camera's register counts
+  std::uint32_t packetBytes = 0;  // with IP and UDP headers, as the camera's register counts
   gige_protocol::id_mode ids = gige_protocol::id_mode::standard;
   bool cameraResends = false;          // it announces packet resend
   std::uint32_t maxPacketResends = 0;  // packets of one frame that are asked for, repetitions counted

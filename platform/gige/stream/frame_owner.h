@@ -36,12 +36,12 @@ struct ended_frame {
 };
 
 // Packets of one frame to be asked for again, `first` to `last` including both.
-struct resend_request {
+struct packet_range {
   std::uint64_t blockId = 0;
   std::uint32_t first = 0;
   std::uint32_t last = 0;
 
-  friend bool operator==(const resend_request&, const resend_request&) = default;
+  friend bool operator==(const packet_range&, const packet_range&) = default;
 };
 
 // The assembler calls these from within its own functions, on the same thread. They call nothing of the
@@ -59,7 +59,7 @@ class frame_owner {
   virtual void end(const ended_frame& frame) = 0;
 
   // Sends a request to the camera, in the form that the stream's ids have.
-  virtual void request(const resend_request& packets) = 0;
+  virtual void request(const packet_range& packets) = 0;
 
  protected:
   ~frame_owner() = default;

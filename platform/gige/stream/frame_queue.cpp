@@ -118,7 +118,7 @@ GEV_STATUS frame_queue::wait(GEV_BUFFER_OBJECT** frame, std::uint32_t timeoutMs)
   const std::uint64_t stopsBefore = stops_;
   for (bool late = timeoutMs == 0;;) {
     if (lost_) {
-      if (std::exchange(lossTold_, true)) {
+      if (std::exchange(lossIsReported_, true)) {
         wake_.wait_for(lock, std::min(lostWait, milliseconds(timeoutMs)));
       }
       return GEVLIB_ERROR_DEVICE_LOST;

@@ -70,7 +70,7 @@ class frame_queue {
   slots out_;
   bool running_ = false;
   bool lost_ = false;
-  bool lossTold_ = false;
+  bool lossIsReported_ = false;
   std::uint64_t framesLeft_ = 0;
   std::uint64_t stops_ = 0;  // how often it was closed
 };

@@ -30,11 +30,11 @@ constexpr std::uint64_t framesReceived = 3;
 
 constexpr milliseconds testPacketPatience(15);
 
-bool same_socket(const stream_setup& a, const stream_setup& b) {
+bool uses_same_socket(const stream_setup& a, const stream_setup& b) {
   return a.ownAddress == b.ownAddress && a.cameraAddress == b.cameraAddress;
 }
 
-bool same_buffers(const stream_setup& a, const stream_setup& b) {
+bool uses_same_buffers(const stream_setup& a, const stream_setup& b) {
   return a.payloadBytes == b.payloadBytes && a.framesBuffered == b.framesBuffered &&
          a.memoryLimitBytes == b.memoryLimitBytes;
 }
@@ -63,17 +63,18 @@ std::uint64_t time_of(std::uint64_t ticks, std::uint64_t ticksPerSecond) {
 // Waits for a packet that a test packet of that size can be; drops all others.
 bool test_packet_arrives(const stream_socket& socket, std::uint32_t size) {
   using std::chrono::steady_clock;
-  constexpr std::size_t heads = gige_protocol::ipHeadSize + gige_protocol::udpHeadSize;
+  constexpr std::size_t headers = gige_protocol::ipHeaderSize + gige_protocol::udpHeaderSize;
   const moment deadline = steady_clock::now() + testPacketPatience;
   do {
     pollfd packet{socket.get(), POLLIN, 0};
     const timespec left = time_until(deadline);
     ppoll(&packet, 1, &left, nullptr);
-    std::array<std::uint8_t, gige_protocol::extendedHeadSize> begin{};
+    std::array<std::uint8_t, gige_protocol::extendedHeaderSize> begin{};
     const ssize_t got = recv(socket.get(), begin.data(), begin.size(), MSG_DONTWAIT | MSG_TRUNC);
     const auto whole = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
-    const auto head = gige_protocol::parse_packet_head(std::span(begin).first(std::min(whole, begin.size())));
-    if (head && head->is_test() && whole + heads == size) {
+    const auto header =
+        gige_protocol::parse_packet_header(std::span(begin).first(std::min(whole, begin.size())));
+    if (header && header->is_test() && whole + headers == size) {
       return true;
     }
   } while (steady_clock::now() < deadline);
@@ -93,8 +94,8 @@ struct frame_stream::parts {
   std::mutex closing;                       // one at a time ends the receiving thread
   camera_extension_health_record before{};  // the transfer
 
-  void tell_what_was_granted();
-  void tell_how_it_went() const;
+  void log_setup();
+  void log_transfer() const;
 };
 
 frame_stream::frame_stream() : parts_(std::make_unique<parts>()) {}
@@ -112,16 +113,16 @@ void frame_stream::prepare(const stream_setup& setup) {
   }
   try {
     own.receiver.reset();
-    if (!own.socket || !same_socket(setup, own.setup)) {
+    if (!own.socket || !uses_same_socket(setup, own.setup)) {
       own.socket.emplace(setup.ownAddress, setup.cameraAddress);
     }
-    if (own.queue.buffer_count() == 0 || !same_buffers(setup, own.setup)) {
+    if (own.queue.buffer_count() == 0 || !uses_same_buffers(setup, own.setup)) {
       own.queue.hold({}, 0);  // never two sets of buffers at a time
       own.queue.hold(make_buffers(setup), setup.framesBuffered);
     }
     own.receiver.emplace(setup, *own.socket, own.queue, own.health);
     own.setup = setup;
-    own.tell_what_was_granted();
+    own.log_setup();
   } catch (const std::invalid_argument& error) {
     LOG(1, "fail: image stream of %s: %s", setup.camera.c_str(), error.what());
     clear();
@@ -132,14 +133,14 @@ void frame_stream::prepare(const stream_setup& setup) {
   }
 }
 
-void frame_stream::parts::tell_what_was_granted() {
+void frame_stream::parts::log_setup() {
   const std::uint32_t granted = receiver->buffer_granted();
   const bool ring = receiver->transport() == camera_extension_packet_ring;
   const auto buffers = static_cast<std::uint32_t>(queue.buffer_count());
   health.grant(receiver->transport(), setup.packetBytes, granted, buffers);
   LOG(4, "done: stream of %s (transport:%s, packet-size:%u, buffers:%u of %u bytes)", setup.camera.c_str(),
       ring ? "packet ring" : "UDP", setup.packetBytes, buffers, setup.payloadBytes);
-  const std::uint32_t asked = receiver->buffer_asked_for();
+  const std::uint32_t asked = receiver->buffer_requested();
   const bool enough = granted >= asked;
   LOG(enough ? 4 : 2, "%s: socket buffer of %s (asked-for:%u, granted:%u bytes%s)", enough ? "done" : "fail",
       setup.camera.c_str(), asked, granted, enough || ring ? "" : ", limit: sysctl net.core.rmem_max");
@@ -180,10 +181,10 @@ void frame_stream::close() {
   }
   const std::scoped_lock lock(parts_->closing);
   parts_->receiver->stop();
-  parts_->tell_how_it_went();
+  parts_->log_transfer();
 }
 
-void frame_stream::parts::tell_how_it_went() const {
+void frame_stream::parts::log_transfer() const {
   camera_extension_health_record now{};
   health.read(now);
   const auto since = [&](std::uint64_t camera_extension_health_record::*figure) {

@@ -29,7 +29,7 @@ struct stream_setup {
   std::uint32_t width = 0;
   std::uint32_t height = 0;
   std::uint32_t pixelFormat = 0;     // GigE Vision code
-  std::uint32_t packetBytes = 0;     // with IP and UDP heads, as the camera's register has it
+  std::uint32_t packetBytes = 0;     // with IP and UDP headers, as the camera's register has it
   bool extendedIds = false;          // 64-bit block ids, 32-bit packet ids
   std::uint64_t ticksPerSecond = 0;  // of the camera's clock; 0: ticks are nanoseconds
 
@@ -47,7 +47,7 @@ struct stream_setup {
   bool operator==(const stream_setup&) const = default;
 };
 
-// Has the camera send one test packet of that size (heads included, do not fragment) to the stream's port,
+// Has the camera send one test packet of that size (headers included, do not fragment) to the stream's port,
 // and returns the size that the camera's register settled on; 0 when the camera refuses.
 using fire_test_packet = std::function<std::uint32_t(std::uint32_t size)>;
 

@@ -38,7 +38,7 @@ double mean_of(double before, double seen) {
 
 }  // namespace
 
-nap_planner::plan nap_planner::next(const look& seen) {
+nap_planner::plan nap_planner::next(const observation& seen) {
   learn(seen);
   const bool inProgress = seen.missing > 0;
   const bool inVain = inProgress && seen.packets == 0;
@@ -65,7 +65,7 @@ nap_planner::plan nap_planner::next(const look& seen) {
 
 // Until the buffer is filled as far as a nap may let it be, or packets that were asked for again may be
 // there.
-double nap_planner::longest_nap(const look& seen) const {
+double nap_planner::longest_nap(const observation& seen) const {
   if (seen.awaiting) {
     return awaitingNap;
   }
@@ -78,7 +78,7 @@ double nap_planner::longest_nap(const look& seen) const {
   return std::max(begin - count_of(seen.now), 0.0) + untilFull;
 }
 
-void nap_planner::learn(const look& seen) {
+void nap_planner::learn(const observation& seen) {
   if (seen.packets == 0) {
     return;
   }
@@ -98,7 +98,7 @@ void nap_planner::learn(const look& seen) {
 
 // From the first look at a frame to its end. Part of a frame must come in between: what little comes after a
 // sender was held up says nothing.
-void nap_planner::learn_packet_distance(const look& seen, double newest) {
+void nap_planner::learn_packet_distance(const observation& seen, double newest) {
   const std::uint32_t came = missingFirst_ - std::min(seen.missing, missingFirst_);
   came_ += seen.packets;
   if (missingFirst_ == 0 || came_ != came || seen.awaiting) {

@@ -18,7 +18,7 @@ class nap_planner {
   using nanoseconds = std::chrono::nanoseconds;
 
   // What the receiver knows when it has emptied its socket. Times are of one clock that never steps.
-  struct look {
+  struct observation {
     nanoseconds woke{};         // when it began
     nanoseconds now{};          // when it was through
     nanoseconds newest{};       // arrival of the last packet that was taken, if any was
@@ -36,13 +36,13 @@ class nap_planner {
 
   explicit nap_planner(std::uint32_t packetsOfFrame) : packetsOfFrame_(packetsOfFrame) {}
 
-  plan next(const look& seen);
+  plan next(const observation& seen);
 
  private:
-  void learn(const look& seen);
-  void learn_packet_distance(const look& seen, double newest);
+  void learn(const observation& seen);
+  void learn_packet_distance(const observation& seen, double newest);
   void learn_frame_distance(double end);
-  double longest_nap(const look& seen) const;
+  double longest_nap(const observation& seen) const;
 
   // Times are nanoseconds. Distances and costs are 0 until they are known.
   const std::uint32_t packetsOfFrame_;

@@ -31,17 +31,17 @@ constexpr std::uint32_t smallestBlock = 64U << 10U;
 constexpr std::uint32_t largestBlock = 1U << 20U;
 constexpr std::uint32_t fewestBlocks = 4;
 constexpr std::uint32_t blocksOfFrame = 4;  // so that most of a frame is taken while the rest arrives
-constexpr std::uint32_t headRoom = 128;     // that the ring has in front of each packet, at most
+constexpr std::uint32_t headroom = 128;     // that the ring has in front of each packet, at most
 constexpr std::uint32_t retireMs = 1;       // the least that the system offers
 
 // Heads of IP and UDP.
-constexpr std::size_t shortestIpHead = 20;
-constexpr std::size_t udpHead = 8;
+constexpr std::size_t shortestIpHeader = 20;
+constexpr std::size_t udpHeader = 8;
 constexpr std::uint32_t fragmentMask = 0x3fff;  // offset, and "more fragments follow"
 
 std::uint32_t block_size_for(const assembly_setup& setup) {
   const frame_layout layout = lay_out(setup);
-  const std::uint64_t frame = std::uint64_t{layout.payloadPackets} * (setup.packetBytes + headRoom);
+  const std::uint64_t frame = std::uint64_t{layout.payloadPackets} * (setup.packetBytes + headroom);
   const auto share = std::bit_ceil(std::min<std::uint64_t>(frame / blocksOfFrame, largestBlock));
   return std::max(static_cast<std::uint32_t>(share), smallestBlock);
 }
@@ -73,16 +73,16 @@ std::optional<udp_datagram> read_datagram(std::span<const std::uint8_t> packet) 
   if (packet.empty()) {
     return std::nullopt;
   }
-  const std::size_t ipHead = std::size_t{packet[0] & 0x0fU} * wordBytes;
-  if (ipHead < shortestIpHead || packet.size() < ipHead + udpHead) {
+  const std::size_t ipHeader = std::size_t{packet[0] & 0x0fU} * wordBytes;
+  if (ipHeader < shortestIpHeader || packet.size() < ipHeader + udpHeader) {
     return std::nullopt;
   }
-  const auto udp = packet.subspan(ipHead);
+  const auto udp = packet.subspan(ipHeader);
   const std::size_t size = load<std::uint16_t>(udp, 4);
-  if (size < udpHead || size > udp.size()) {
+  if (size < udpHeader || size > udp.size()) {
     return std::nullopt;
   }
-  return udp_datagram{load<std::uint16_t>(udp, 0), udp.subspan(udpHead, size - udpHead)};
+  return udp_datagram{load<std::uint16_t>(udp, 0), udp.subspan(udpHeader, size - udpHeader)};
 }
 
 // ---- Setting up
@@ -92,14 +92,14 @@ packet_ring::packet_ring(stream_socket& socket, std::uint32_t own, std::uint32_t
     : socket_(socket),
       own_(own),
       camera_(camera),
-      headBytes_(gige_protocol::head_size(setup.ids)),
+      headerBytes_(gige_protocol::header_size(setup.ids)),
       ring_(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       blockBytes_(block_size_for(setup)),
       blockCount_(std::max((bytes + blockBytes_ - 1) / blockBytes_, fewestBlocks)) {
   if (!ring_) {
     raise_socket_error("making a packet socket");
   }
-  drop_all(ring_);
+  drop_everything(ring_);
   make_ring();
   bind_to_interface();
 }
@@ -141,7 +141,7 @@ void packet_ring::bind_to_interface() {
   }
 }
 
-// The system runs this on each packet of the interface; it starts with the IP head.
+// The system runs this on each packet of the interface; it starts with the IP header.
 void packet_ring::pass_stream() {
   constexpr std::uint32_t protocolAt = 9;
   constexpr std::uint32_t fragmentAt = 6;
@@ -158,7 +158,7 @@ void packet_ring::pass_stream() {
       sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, camera_, 0, 8),
       sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, toAt),
       sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, own_, 0, 6),
-      sock_filter BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),  // length of the IP head
+      sock_filter BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),  // length of the IP header
       sock_filter BPF_STMT(BPF_LD | BPF_H | BPF_IND, 2),
       sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, socket_.port(), 0, 3),
       sock_filter BPF_STMT(BPF_LD | BPF_H | BPF_IND, 0),
@@ -182,7 +182,7 @@ void packet_ring::start() {
 }
 
 void packet_ring::stop() {
-  drop_all(ring_);
+  drop_everything(ring_);
   count_drops();
   socket_.mute(false);
 }
@@ -213,8 +213,9 @@ void packet_ring::take_block(frame_assembler& into) {
     std::memcpy(&packet, begin + offset, sizeof packet);
     const auto read = read_datagram({begin + offset + packet.tp_net, packet.tp_snaplen});
     if (read && is_of_transfer(packet) && is_of_camera(*read)) {
-      const std::uint8_t* const head = read->content.data();
-      datagrams_[count++] = {head, head + std::min(headBytes_, read->content.size()), read->content.size()};
+      const std::uint8_t* const header = read->content.data();
+      datagrams_[count++] = {header, header + std::min(headerBytes_, read->content.size()),
+                             read->content.size()};
     }
     offset += packet.tp_next_offset;
     if (count == batch || left == 1) {
@@ -236,7 +237,7 @@ bool packet_ring::is_of_transfer(const tpacket3_hdr& packet) {
 
 // As long as the camera's port is not known, it is that of the first packet that can be the camera's.
 bool packet_ring::is_of_camera(const udp_datagram& packet) {
-  if (socket_.source() == 0 && gige_protocol::parse_packet_head(packet.content)) {
+  if (socket_.source() == 0 && gige_protocol::parse_packet_header(packet.content)) {
     socket_.set_source(packet.sourcePort);
     pass_stream();
   }

@@ -17,7 +17,7 @@
 
 namespace gige {
 
-// A UDP datagram within a packet that starts with its IP head.
+// A UDP datagram within a packet that starts with its IP header.
 struct udp_datagram {
   std::uint16_t sourcePort = 0;
   std::span<const std::uint8_t> content;
@@ -65,7 +65,7 @@ class packet_ring final : public packet_receiver {
   stream_socket& socket_;
   const std::uint32_t own_;
   const std::uint32_t camera_;
-  const std::size_t headBytes_;
+  const std::size_t headerBytes_;
   descriptor ring_;
   std::uint8_t* memory_ = nullptr;
   std::uint32_t blockBytes_ = 0;

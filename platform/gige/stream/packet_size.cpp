@@ -19,7 +19,7 @@ constexpr std::uint32_t anyNetwork = 1500;
 std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire,
                                const await_test_packet& arrives, const std::string& camera) {
   // The size that arrived, which the camera may have rounded; 0: none.
-  const auto tried = [&](std::uint32_t size) -> std::uint32_t {
+  const auto try_size = [&](std::uint32_t size) -> std::uint32_t {
     for (int attempt = 0; attempt < 2; ++attempt) {
       const std::uint32_t sent = fire(size);
       if (sent == 0) {
@@ -33,15 +33,15 @@ std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire
   };
 
   const std::uint32_t first = asked == 0 ? networkSizes.front() : asked;
-  std::uint32_t carried = tried(first);
-  if (carried == 0 && tried(networkSizes.back()) == 0) {
+  std::uint32_t carried = try_size(first);
+  if (carried == 0 && try_size(networkSizes.back()) == 0) {
     const std::uint32_t stays = asked == 0 ? anyNetwork : asked;
     LOG(2, "fail: packet size of %s: no test packet arrived, it stays as asked for (packet-size:%u)",
         camera.c_str(), stays);
     return stays;
   }
   for (auto next = networkSizes.begin(); carried == 0 && next != networkSizes.end(); ++next) {
-    carried = *next < first ? tried(*next) : 0;
+    carried = *next < first ? try_size(*next) : 0;
   }
   carried = carried == 0 ? networkSizes.back() : carried;
   LOG(carried < asked ? 2 : 4, "%s: packet size of %s (asked-for:%u, carried:%u)",

@@ -23,7 +23,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 // Firewalls forget a UDP stream after 30 seconds and more.
-constexpr std::chrono::seconds knockInterval(5);
+constexpr std::chrono::seconds firewallInterval(5);
 
 // A socket's buffer takes memory only as far as it is filled: it has room for frames that come while the
 // machine is busy with something else. A ring takes its memory at once.
@@ -77,7 +77,7 @@ receiving_thread::receiving_thread(const stream_setup& setup, stream_socket& soc
       foreignSeen_(socket.foreign()),
       stopEvent_(event()) {
   make_receiver(assembly_of(setup));
-  health_.go_on();
+  health_.carry_over();
 }
 
 receiving_thread::~receiving_thread() {
@@ -97,15 +97,15 @@ void receiving_thread::make_receiver(const assembly_setup& setup) {
     }
   }
   receiver_ = std::make_unique<udp_receiver>(socket_, setup);
-  bufferAskedFor_ = buffer_for(setup_, framesInSocket);
-  bufferGranted_ = socket_.ask_for_buffer(bufferAskedFor_);
+  bufferRequested_ = buffer_for(setup_, framesInSocket);
+  bufferGranted_ = socket_.request_buffer(bufferRequested_);
 }
 
 void receiving_thread::make_ring(const assembly_setup& setup) {
   const std::uint32_t bytes = buffer_for(setup_, framesInRing);
   auto ring = std::make_unique<packet_ring>(socket_, setup_.ownAddress, setup_.cameraAddress, bytes, setup);
   transport_ = camera_extension_packet_ring;
-  bufferAskedFor_ = bytes;
+  bufferRequested_ = bytes;
   bufferGranted_ = ring->bytes();
   receiver_ = std::move(ring);
 }
@@ -117,7 +117,7 @@ void receiving_thread::start() {
     raise_socket_error("finding a route to the camera");
   }
   assembler_.reset();
-  refusalTold_ = false;
+  refusalIsLogged_ = false;
   stopping_.store(false, std::memory_order_relaxed);
   receiver_->start();
   thread_ = std::thread([this] { run(); });
@@ -143,7 +143,7 @@ void receiving_thread::run() {
     const moment now = steady_clock::now();
     if (now >= knock) {
       socket_.open_firewall();
-      knock = now + knockInterval;
+      knock = now + firewallInterval;
     }
     const bool allTaken = receiver_->take(assembler_);
     assembler_.expire(steady_clock::now());
@@ -187,7 +187,7 @@ void receiving_thread::count() {
 // ---- Frames
 
 void receiving_thread::end(const ended_frame& frame) {
-  if (frame.outcome == frame_outcome::refused && !std::exchange(refusalTold_, true)) {
+  if (frame.outcome == frame_outcome::refused && !std::exchange(refusalIsLogged_, true)) {
     LOG(2, "fail: frame of %s is refused (%s, found:%" PRIu64 ", expected:%" PRIu64 ")",
         setup_.camera.c_str(), frame.refusal.what, frame.refusal.found, frame.refusal.expected);
   }
@@ -196,11 +196,11 @@ void receiving_thread::end(const ended_frame& frame) {
     queue_.take_back(frame.place);
   }
   if (frame.outcome != frame_outcome::dropped) {
-    queue_.deliver(described(frame));
+    queue_.deliver(buffer_object(frame));
   }
 }
 
-GEV_BUFFER_OBJECT receiving_thread::described(const ended_frame& frame) const {
+GEV_BUFFER_OBJECT receiving_thread::buffer_object(const ended_frame& frame) const {
   const bool whole = frame.outcome == frame_outcome::whole;
   GEV_BUFFER_OBJECT to{};
   to.status = whole ? GEVLIB_OK : GEVLIB_ERROR_FRAME_INCOMPLETE;

@@ -30,7 +30,7 @@ class receiving_thread final : private frame_owner {
 
   camera_extension_transport transport() const { return transport_; }
   // Of the socket or the ring, bytes.
-  std::uint32_t buffer_asked_for() const { return bufferAskedFor_; }
+  std::uint32_t buffer_requested() const { return bufferRequested_; }
   std::uint32_t buffer_granted() const { return bufferGranted_; }
 
   // Drops what came before, and receives. Raises std::system_error when there is no thread to be had.
@@ -46,12 +46,12 @@ class receiving_thread final : private frame_owner {
   void set_up_thread() const;
   moment next_look(moment knock) const;
   void count();
-  GEV_BUFFER_OBJECT described(const ended_frame& frame) const;
+  GEV_BUFFER_OBJECT buffer_object(const ended_frame& frame) const;
 
   std::uint8_t* lend() override { return queue_.lend(); }
   void take_back(std::uint8_t* place) override { queue_.take_back(place); }
   void end(const ended_frame& frame) override;
-  void request(const resend_request& packets) override { resends_.send(packets); }
+  void request(const packet_range& packets) override { resends_.send(packets); }
 
   const stream_setup setup_;
   stream_socket& socket_;
@@ -61,10 +61,10 @@ class receiving_thread final : private frame_owner {
   frame_assembler assembler_;
   std::unique_ptr<packet_receiver> receiver_;
   camera_extension_transport transport_ = camera_extension_udp;
-  std::uint32_t bufferAskedFor_ = 0;
+  std::uint32_t bufferRequested_ = 0;
   std::uint32_t bufferGranted_ = 0;
 
-  bool refusalTold_ = false;  // in this transfer
+  bool refusalIsLogged_ = false;  // in this transfer
   std::uint32_t foreignSeen_ = 0;
   std::uint64_t foreign_ = 0;
 

@@ -14,7 +14,7 @@ resend_channel::resend_channel(std::uint32_t own, std::uint32_t camera, gige_pro
   }
 }
 
-void resend_channel::send(const resend_request& packets) {
+void resend_channel::send(const packet_range& packets) {
   const auto message = gige_protocol::make_packet_resend(
       requestId_,
       {.ids = ids_, .blockId = packets.blockId, .firstPacket = packets.first, .lastPacket = packets.last});

@@ -18,7 +18,7 @@ class resend_channel {
   // IPv4 addresses in host byte order. Raises std::system_error.
   resend_channel(std::uint32_t own, std::uint32_t camera, gige_protocol::id_mode ids);
 
-  void send(const resend_request& packets);
+  void send(const packet_range& packets);
 
  private:
   descriptor socket_;

@@ -5,17 +5,18 @@
 namespace gige {
 namespace {
 
-// Ranges of missing packets that are waited for at a time; more than that are written off.
+// Runs of missing packets that are awaited at a time. Further ones are written off.
 constexpr std::uint32_t mostWaits = 4096;
 
 }  // namespace
 
 resend_schedule::resend_schedule(std::uint32_t packetCount, std::uint32_t budget, packet_record& record,
-                                 resend_timeout& timeout, frame_owner& owner)
+                                 resend_timeout& timeout, frame_owner& owner, std::uint64_t& requestCount)
     : budget_(budget),
       record_(record),
       timeout_(timeout),
       owner_(owner),
+      requestCount_(requestCount),
       waits_(std::min(packetCount, mostWaits)) {}
 
 void resend_schedule::begin(std::uint64_t blockId, bool wanted) {
@@ -25,49 +26,45 @@ void resend_schedule::begin(std::uint64_t blockId, bool wanted) {
   timed_.reset();
 }
 
-std::uint32_t resend_schedule::miss(std::uint32_t first, std::uint32_t end, moment now) {
-  std::uint32_t asked = 0;
-  record_.for_missing_runs(first, end,
-                           [&](std::uint32_t from, std::uint32_t to) { asked += await(from, to, now); });
-  return asked;
+void resend_schedule::request_missing(std::uint32_t first, std::uint32_t end, moment now) {
+  record_.for_missing_runs(first, end, [&](std::uint32_t from, std::uint32_t to) { await({from, to, now}); });
 }
 
-std::uint32_t resend_schedule::probe(std::uint32_t first, std::uint32_t end) {
-  std::uint32_t asked = 0;
+void resend_schedule::probe(std::uint32_t first, std::uint32_t end) {
   record_.for_missing_runs(first, end, [&](std::uint32_t from, std::uint32_t to) {
-    asked += may_ask_for(to - from + 1) ? request(from, to) : 0;
+    if (may_request(from, to)) {
+      request(from, to);
+    }
   });
-  return asked;
 }
 
-// Asks for packets that are all missing, where that may be, and waits for them.
-std::uint32_t resend_schedule::await(std::uint32_t first, std::uint32_t last, moment now) {
+// Requests packets that are all missing, if that is allowed, and awaits them.
+void resend_schedule::await(const wait& packets) {
   if (waitCount_ == waits_.size()) {
-    record_.write_off(first, last);
-    return 0;
+    record_.write_off(packets.first, packets.last);
+    return;
   }
-  const wait packets{first, last, now};
   waits_[(firstWait_ + waitCount_) % waits_.size()] = packets;
   ++waitCount_;
-  if (!may_ask_for(last - first + 1)) {
-    return 0;
+  if (!may_request(packets.first, packets.last)) {
+    return;
   }
-  if (!timed_ && !record_.was_requested(first)) {
+  if (!timed_ && !record_.was_requested(packets.first)) {
     timed_ = packets;
   }
-  return request(first, last);
+  request(packets.first, packets.last);
 }
 
-bool resend_schedule::may_ask_for(std::uint32_t count) const {
-  return count <= budgetLeft_ && record_.written_off() == 0;
+bool resend_schedule::may_request(std::uint32_t first, std::uint32_t last) const {
+  return last - first < budgetLeft_ && record_.written_off() == 0;
 }
 
-std::uint32_t resend_schedule::request(std::uint32_t first, std::uint32_t last) {
+void resend_schedule::request(std::uint32_t first, std::uint32_t last) {
   const std::uint32_t count = last - first + 1;
   record_.mark_requested(first, last);
   budgetLeft_ -= count;
+  requestCount_ += count;
   owner_.request({blockId_, first, last});
-  return count;
 }
 
 void resend_schedule::arrived(std::uint32_t packet, moment now) {
@@ -77,14 +74,11 @@ void resend_schedule::arrived(std::uint32_t packet, moment now) {
   }
 }
 
-std::uint32_t resend_schedule::expire(moment now) {
-  std::uint32_t asked = 0;
-  // Those that are asked for again go to the end of the ring, with a deadline to come.
+// What is requested again goes to the end of the ring, with a deadline to come.
+void resend_schedule::expire(moment now) {
   while (waitCount_ > 0 && waits_[firstWait_].since + timeout_.value() <= now) {
-    const wait late = pop_wait();
-    asked += repeat(late, now);
+    repeat(pop_wait(), now);
   }
-  return asked;
 }
 
 resend_schedule::wait resend_schedule::pop_wait() {
@@ -94,21 +88,19 @@ resend_schedule::wait resend_schedule::pop_wait() {
   return oldest;
 }
 
-// Asks for what is still missing once more, or writes it off.
-std::uint32_t resend_schedule::repeat(const wait& late, moment now) {
-  std::uint32_t asked = 0;
+// Requests what is still missing once more, or writes it off.
+void resend_schedule::repeat(const wait& late, moment now) {
   record_.for_missing_runs(late.first, late.last + 1, [&](std::uint32_t first, std::uint32_t last) {
     if (timed_ && timed_->first == first) {
       timeout_.unanswered();
       timed_.reset();
     }
-    if (may_ask_for(last - first + 1)) {
-      asked += await(first, last, now);
+    if (may_request(first, last)) {
+      await({first, last, now});
     } else {
       record_.write_off(first, last);
     }
   });
-  return asked;
 }
 
 std::optional<moment> resend_schedule::deadline() {

@@ -40,7 +40,7 @@ bool connect_udp(const descriptor& socket, std::uint32_t address, std::uint16_t 
   return connect(socket.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
 }
 
-void drop_all(const descriptor& socket) {
+void drop_everything(const descriptor& socket) {
   sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
   const sock_fprog filter{1, &nothing};
   setsockopt(socket.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);

@@ -21,7 +21,7 @@ void set_shared(const descriptor& socket, bool yes);
 bool connect_udp(const descriptor& socket, std::uint32_t address, std::uint16_t port);
 
 // Has the system drop whatever arrives, and count it as dropped, until another filter is attached.
-void drop_all(const descriptor& socket);
+void drop_everything(const descriptor& socket);
 
 }  // namespace gige
 

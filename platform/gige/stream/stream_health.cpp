@@ -37,7 +37,7 @@ void stream_health::grant(camera_extension_transport transport, std::uint32_t pa
   granted_.write({static_cast<std::uint64_t>(transport), packetBytes, bufferBytes, frames});
 }
 
-void stream_health::go_on() {
+void stream_health::carry_over() {
   before_ = counters_.read();
 }
 

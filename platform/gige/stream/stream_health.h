@@ -20,10 +20,10 @@ class stream_health {
   void grant(camera_extension_transport transport, std::uint32_t packetBytes, std::uint32_t bufferBytes,
              std::uint32_t frames);
   // What is counted from here on comes on top of what was.
-  void go_on();
+  void carry_over();
 
-  // By the receiving thread: what it has counted since `go_on`. `foreign` packets are those that did not come
-  // as far as assembly.
+  // By the receiving thread: what it has counted since `carry_over`. `foreign` packets are those that did not
+  // come as far as assembly.
   void count(const assembly_counters& assembled, std::uint64_t foreign, std::uint64_t kernelDrops);
 
   // By the consumer: the frame that it gets. `timeNs` is on the camera's clock.

@@ -39,7 +39,7 @@ stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera)
     : camera_(camera), connected_(bind_udp(own, 0, true)) {
   port_ = ntohs(bound_address(connected_.get()).sin_port);
   sentry_ = bind_udp(own, port_, true);
-  drop_all(sentry_);
+  drop_everything(sentry_);
   set_shared(connected_, false);  // by nobody else
   set_shared(sentry_, false);
   if (!set_source(0)) {
@@ -47,7 +47,7 @@ stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera)
   }
 }
 
-std::uint32_t stream_socket::ask_for_buffer(std::uint32_t bytes) {
+std::uint32_t stream_socket::request_buffer(std::uint32_t bytes) {
   const int asked = static_cast<int>(bytes);
   if (setsockopt(get(), SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked) != 0) {
     set_option(get(), SO_RCVBUF, asked);
@@ -65,26 +65,26 @@ bool stream_socket::set_source(std::uint16_t port) {
 }
 
 void stream_socket::learn_source() {
-  std::array<std::uint8_t, gige_protocol::extendedHeadSize> head{};
+  std::array<std::uint8_t, gige_protocol::extendedHeaderSize> header{};
   sockaddr_in from{};
   for (bool reachable = true; reachable && source_ == 0;) {
     socklen_t size = sizeof from;
-    const ssize_t got = recvfrom(get(), head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT,
+    const ssize_t got = recvfrom(get(), header.data(), header.size(), MSG_PEEK | MSG_DONTWAIT,
                                  reinterpret_cast<sockaddr*>(&from), &size);
     if (got < 0) {
       return;
     }
-    if (gige_protocol::parse_packet_head(std::span(head).first(static_cast<std::size_t>(got)))) {
+    if (gige_protocol::parse_packet_header(std::span(header).first(static_cast<std::size_t>(got)))) {
       reachable = set_source(ntohs(from.sin_port));
     } else {
-      recv(get(), head.data(), head.size(), MSG_DONTWAIT);
+      recv(get(), header.data(), header.size(), MSG_DONTWAIT);
     }
   }
 }
 
 void stream_socket::mute(bool yes) {
   if (yes) {
-    drop_all(connected_);
+    drop_everything(connected_);
     discard();
   } else {
     set_option(get(), SO_DETACH_FILTER, 0);

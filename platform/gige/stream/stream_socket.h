@@ -24,7 +24,7 @@ class stream_socket {
 
   // Asks for a receive buffer of so many bytes, and gives how many there are now: the system has a limit, but
   // for processes with privileges.
-  std::uint32_t ask_for_buffer(std::uint32_t bytes);
+  std::uint32_t request_buffer(std::uint32_t bytes);
 
   // The port that the camera sends from: takes packets from there only; 0: from all of its ports. False, with
   // everything as before, when no way leads to the camera.

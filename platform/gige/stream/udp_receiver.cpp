@@ -18,11 +18,11 @@ std::uint32_t packets_of_frame(const assembly_setup& setup) {
 
 udp_receiver::udp_receiver(stream_socket& socket, const assembly_setup& setup)
     : socket_(socket), planner_(packets_of_frame(setup)) {
-  const std::size_t head = gige_protocol::head_size(setup.ids);
+  const std::size_t header = gige_protocol::header_size(setup.ids);
   const std::size_t body = lay_out(setup).bytesPerPacket;
   spill_.resize(batch * body);
   for (std::size_t at = 0; at < batch; ++at) {
-    pieces_[at][0] = {heads_[at].data(), head};
+    pieces_[at][0] = {headers_[at].data(), header};
     pieces_[at][1].iov_len = body;
     messages_[at].msg_hdr.msg_iov = pieces_[at].data();
     messages_[at].msg_hdr.msg_iovlen = pieces_[at].size();
@@ -33,28 +33,28 @@ void udp_receiver::start() {
   socket_.discard();
   dropsSeen_ = socket_.buffer().drops;
   drops_ = 0;
-  look_ = {};
+  seen_ = {};
 }
 
 void udp_receiver::look_at_buffer() {
   const auto buffer = socket_.buffer();
   drops_ += buffer.drops - dropsSeen_;
   dropsSeen_ = buffer.drops;
-  look_.fill = buffer.fill;
+  seen_.fill = buffer.fill;
 }
 
 bool udp_receiver::take(frame_assembler& into) {
   constexpr std::uint32_t most = 16 * batch;
   socket_.learn_source();
-  if (look_.packets == 0) {
-    look_.woke = steady_clock::now().time_since_epoch();
+  if (seen_.packets == 0) {
+    seen_.woke = steady_clock::now().time_since_epoch();
     look_at_buffer();
   }
   for (std::uint32_t taken = 0; taken < most;) {
     const std::size_t room = into.predict(places_);
     const std::size_t received = receive(into, room);
     taken += static_cast<std::uint32_t>(received);
-    look_.packets += static_cast<std::uint32_t>(received);
+    seen_.packets += static_cast<std::uint32_t>(received);
     if (received < room) {
       return true;
     }
@@ -72,7 +72,7 @@ std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
                            MSG_DONTWAIT | MSG_TRUNC, nullptr);
   const auto received = static_cast<std::size_t>(std::max(got, 0));
   for (std::size_t at = 0; at < received; ++at) {
-    datagrams_[at] = {heads_[at].data(), static_cast<std::uint8_t*>(pieces_[at][1].iov_base),
+    datagrams_[at] = {headers_[at].data(), static_cast<std::uint8_t*>(pieces_[at][1].iov_base),
                       messages_[at].msg_len};
   }
   into.accept(std::span(datagrams_).first(received), steady_clock::now());
@@ -80,7 +80,7 @@ std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
 }
 
 // From a request on, until no frame is in progress any more.
-bool udp_receiver::awaits_what_it_asked_for(frame_assembler& into) {
+bool udp_receiver::awaits_resends(frame_assembler& into) {
   const std::uint64_t requested = into.counters().packetsRequested;
   if (!into.deadline()) {
     requestedBefore_ = requested;
@@ -89,15 +89,15 @@ bool udp_receiver::awaits_what_it_asked_for(frame_assembler& into) {
 }
 
 void udp_receiver::sleep(frame_assembler& into, moment latest, int wake) {
-  look_.now = steady_clock::now().time_since_epoch();
-  look_.missing = into.packets_to_come();
-  look_.frameEnded = look_.packets > 0 && look_.missing == 0;
-  look_.awaiting = awaits_what_it_asked_for(into);
-  if (look_.packets > 0) {
-    look_.newest = socket_.last_arrival().time_since_epoch();
+  seen_.now = steady_clock::now().time_since_epoch();
+  seen_.missing = into.packets_to_come();
+  seen_.frameEnded = seen_.packets > 0 && seen_.missing == 0;
+  seen_.awaiting = awaits_resends(into);
+  if (seen_.packets > 0) {
+    seen_.newest = socket_.last_arrival().time_since_epoch();
   }
-  const nap_planner::plan plan = planner_.next(look_);
-  look_ = {};
+  const nap_planner::plan plan = planner_.next(seen_);
+  seen_ = {};
 
   const moment end = plan.untilPacket ? latest : std::min(latest, steady_clock::now() + plan.sleep);
   std::array<pollfd, 2> events{{{wake, POLLIN, 0}, {socket_.get(), POLLIN, 0}}};

@@ -31,17 +31,17 @@ class udp_receiver final : public packet_receiver {
 
   std::size_t receive(frame_assembler& into, std::size_t most);
   void look_at_buffer();
-  bool awaits_what_it_asked_for(frame_assembler& into);
+  bool awaits_resends(frame_assembler& into);
 
   stream_socket& socket_;
   nap_planner planner_;
-  nap_planner::look look_;
+  nap_planner::observation seen_;
   std::uint64_t requestedBefore_ = 0;  // packets, when no frame was in progress
   std::uint64_t drops_ = 0;
   std::uint32_t dropsSeen_ = 0;  // as the system counts them
 
-  // Of each datagram of a batch: its head, and room for a body that has no place in a frame.
-  std::array<std::array<std::uint8_t, gige_protocol::extendedHeadSize>, batch> heads_{};
+  // Of each datagram of a batch: its header, and room for a body that has no place in a frame.
+  std::array<std::array<std::uint8_t, gige_protocol::extendedHeaderSize>, batch> headers_{};
   std::vector<std::uint8_t> spill_;
   std::array<std::uint8_t*, batch> places_{};
   std::array<std::array<iovec, 2>, batch> pieces_{};

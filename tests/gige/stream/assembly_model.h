@@ -86,7 +86,7 @@ class assembly_model {
 
   // All there was so far.
   std::vector<model_end> ended;
-  std::vector<resend_request> requests;
+  std::vector<packet_range> requests;
   assembly_counters counters;
 
  private:
@@ -126,7 +126,7 @@ class assembly_model {
   };
 
   void take(const sent_packet& packet, moment now) {
-    if (packet.cut == cutToRunt || packet.head.ids != setup_.ids || packet.head.is_test()) {
+    if (packet.cut == cutToRunt || packet.header.ids != setup_.ids || packet.header.is_test()) {
       drop_stray();
       ++counters.packetsForeign;
     } else if (frame* of = frame_of(packet, now)) {
@@ -135,19 +135,19 @@ class assembly_model {
   }
 
   frame* frame_of(const sent_packet& packet, moment now) {
-    const std::uint64_t id = packet.head.blockId;
+    const std::uint64_t id = packet.header.blockId;
     const auto found = std::ranges::find(window_, id, &frame::id);
     const bool known = found != window_.end();
     if (known && found->begun) {
       drop_stray();
       return &*found;
     }
-    if (is_error(packet.head.state)) {
+    if (is_error(packet.header.state)) {
       return nullptr;
     }
-    if (stray_ && stray_->head.blockId == id && stray_->head.packetId + 1 == packet.head.packetId) {
+    if (stray_ && stray_->header.blockId == id && stray_->header.packetId + 1 == packet.header.packetId) {
       frame& of = move_to(id, now);
-      if (stray_->head.format == gige_protocol::packet_format::leader) {
+      if (stray_->header.format == gige_protocol::packet_format::leader) {
         take(of, *std::exchange(stray_, std::nullopt), now);
       }
       drop_stray();
@@ -160,7 +160,7 @@ class assembly_model {
     }
     const bool first = window_.empty();
     const std::int64_t ahead = first ? 0 : block_distance(window_.back().id, id, setup_.ids);
-    if (first ? id == 1 || packet.head.format == gige_protocol::packet_format::leader : ahead == 1) {
+    if (first ? id == 1 || packet.header.format == gige_protocol::packet_format::leader : ahead == 1) {
       return &move_to(id, now);
     }
     if (first || (ahead < 0 && ahead >= -16)) {
@@ -172,12 +172,12 @@ class assembly_model {
   }
 
   void take(frame& of, const sent_packet& packet, moment now) {
-    const std::uint32_t number = packet.head.packetId;
-    if (is_error(packet.head.state)) {
-      const bool all = packet.head.state == gige_protocol::status::packet_and_previous_removed;
+    const std::uint32_t number = packet.header.packetId;
+    if (is_error(packet.header.state)) {
+      const bool all = packet.header.state == gige_protocol::status::packet_and_previous_removed;
       for (std::uint32_t gone = all ? 0 : number; !of.closed && number <= of.trailer && gone <= number;
            ++gone) {
-        if (!is_late(packet.head.state) && of.lacks(gone) && gone < of.sent) {
+        if (!is_late(packet.header.state) && of.lacks(gone) && gone < of.sent) {
           of.writtenOff.insert(gone);
         }
       }
@@ -201,8 +201,8 @@ class assembly_model {
   }
 
   bool contradicts(frame& of, const sent_packet& packet) const {
-    const std::uint32_t number = packet.head.packetId;
-    switch (packet.head.format) {
+    const std::uint32_t number = packet.header.packetId;
+    switch (packet.header.format) {
       case gige_protocol::packet_format::leader: {
         if (number != 0 || packet.cut > 0) {
           return true;

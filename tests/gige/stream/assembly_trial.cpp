@@ -51,14 +51,14 @@ constexpr std::uint32_t imageTypes = 3;  // those that come first
 using lie = void (*)(sent_packet& of, const choices& choose);
 // clang-format off
 constexpr std::array lies = {
-    lie{[](auto& of, auto& choose) { of.head.blockId += choose(40) - std::uint64_t{20}; }},
-    lie{[](auto& of, auto& choose) { of.head.blockId = 1 + choose(70'000); }},
-    lie{[](auto& of, auto& choose) { of.head.packetId = choose(12); }},
-    lie{[](auto& of, auto& choose) { of.head.packetId += choose(300); }},
-    lie{[](auto& of, auto& choose) { of.head.packetId = largest_packet_id(of.head.ids) - choose(2); }},
-    lie{[](auto& of, auto& choose) { of.head.format = static_cast<packet_format>(choose(16)); }},
-    lie{[](auto& of, auto& choose) { of.head.state = states[choose(states.size())]; }},
-    lie{[](auto& of, auto& choose) { of.head.ids = choose(2) == 0 ? id_mode::standard : id_mode::extended; }},
+    lie{[](auto& of, auto& choose) { of.header.blockId += choose(40) - std::uint64_t{20}; }},
+    lie{[](auto& of, auto& choose) { of.header.blockId = 1 + choose(70'000); }},
+    lie{[](auto& of, auto& choose) { of.header.packetId = choose(12); }},
+    lie{[](auto& of, auto& choose) { of.header.packetId += choose(300); }},
+    lie{[](auto& of, auto& choose) { of.header.packetId = largest_packet_id(of.header.ids) - choose(2); }},
+    lie{[](auto& of, auto& choose) { of.header.format = static_cast<packet_format>(choose(16)); }},
+    lie{[](auto& of, auto& choose) { of.header.state = states[choose(states.size())]; }},
+    lie{[](auto& of, auto& choose) { of.header.ids = choose(2) == 0 ? id_mode::standard : id_mode::extended; }},
     lie{[](auto& of, auto& choose) { of.cut = choose(2) == 0 ? cutToRunt : 1 + choose(4); }},
     lie{[](auto& of, auto& choose) { of.bytes = choose(100); }},
     lie{[](auto& of, auto& choose) { of.leader.type = of.trailer.type = types[choose(types.size())]; }},
@@ -73,18 +73,18 @@ constexpr std::array lies = {
 
 void spoil(sent_packet& packet, const choices& choose) {
   lies[choose(lies.size())](packet, choose);
-  // What does not fit into the head of the form that it has now.
-  packet.head.blockId &= gige_protocol::largest_block_id(packet.head.ids);
-  packet.head.packetId &= gige_protocol::largest_packet_id(packet.head.ids);
+  // What does not fit into the header of the form that it has now.
+  packet.header.blockId &= gige_protocol::largest_block_id(packet.header.ids);
+  packet.header.packetId &= gige_protocol::largest_packet_id(packet.header.ids);
 }
 
 assembly_setup make_setup(const choices& choose) {
   constexpr std::uint32_t mono8 = 0x01080001;
   const bool extended = choose(2) == 0;
-  const std::uint32_t heads = extended ? 48 : 36;
+  const std::uint32_t headers = extended ? 48 : 36;
   assembly_setup setup{.width = 48 - choose(3) * 20, .height = 116 - choose(3) * 50, .pixelFormat = mono8};
   setup.payloadBytes = std::uint64_t{setup.width} * setup.height + std::uint64_t{choose(3)} * 40;
-  setup.packetBytes = heads + 40 + choose(2);
+  setup.packetBytes = headers + 40 + choose(2);
   setup.ids = extended ? id_mode::extended : id_mode::standard;
   setup.cameraResends = choose(4) != 0;
   setup.maxPacketResends = choose(3) * 10;
@@ -130,7 +130,7 @@ trial make_trial(const choices& choose) {
         continue;
       }
       trial_event arrival{.packet = true_packet(frame, number, made.camera)};
-      const bool payload = arrival.packet.head.format == packet_format::payload;
+      const bool payload = arrival.packet.header.format == packet_format::payload;
       if (happens(payload ? each.lied : 10 * each.lied)) {  // there are few others
         spoil(arrival.packet, choose);
       }
@@ -190,7 +190,7 @@ class both final : public frame_owner {
       take_back(frame.place);
     }
   }
-  void request(const resend_request& packets) override {
+  void request(const packet_range& packets) override {
     requests_.push_back(packets);
     for (std::uint32_t number = packets.first; number <= packets.last; ++number) {
       asked_.emplace_back(packets.blockId, number);
@@ -234,7 +234,7 @@ class both final : public frame_owner {
     asked_.pop_front();
     batch_.push_back(true_packet(frame, number, trial_.camera));
     if (!available || number >= packets_of(frame, trial_.camera)) {
-      batch_.back().head.state = status::packet_unavailable;
+      batch_.back().header.state = status::packet_unavailable;
     }
   }
 
@@ -254,15 +254,15 @@ class both final : public frame_owner {
     std::vector<std::vector<std::uint8_t>> pieces(2 * packets.size());  // of just their size, for sanitizers
     for (std::size_t index = 0; index < packets.size(); ++index) {
       const auto bytes = bytes_of(packets[index], layout_);
-      const auto head = bytes.begin() + static_cast<std::ptrdiff_t>(
-                                            std::min(bytes.size(), head_size(trial_.camera.setup.ids)));
-      const auto end = std::min(bytes.end(), head + static_cast<std::ptrdiff_t>(assembler_.largest_body()));
-      pieces[2 * index].assign(bytes.begin(), head);
-      pieces[2 * index + 1].assign(head, end);
+      const auto header = bytes.begin() + static_cast<std::ptrdiff_t>(
+                                              std::min(bytes.size(), header_size(trial_.camera.setup.ids)));
+      const auto end = std::min(bytes.end(), header + static_cast<std::ptrdiff_t>(assembler_.largest_body()));
+      pieces[2 * index].assign(bytes.begin(), header);
+      pieces[2 * index + 1].assign(header, end);
       received.push_back({pieces[2 * index].data(), pieces[2 * index + 1].data(), bytes.size()});
       if (trial_.predicted && places[index] != nullptr) {
         received.back().body = places[index];
-        std::copy(head, end, places[index]);
+        std::copy(header, end, places[index]);
       }
     }
     assembler_.accept(received, now_);
@@ -293,17 +293,17 @@ class both final : public frame_owner {
   std::map<std::uint8_t*, std::unique_ptr<std::uint8_t[]>> memory_;
   std::deque<std::pair<std::uint64_t, std::uint32_t>> asked_;
   std::vector<model_end> ended_;
-  std::vector<resend_request> requests_;
+  std::vector<packet_range> requests_;
   std::string difference_;
 };
 
 std::string text_of(const trial_event& event) {
   constexpr std::array names = {"packet",      "pause",  "deadline", "answer",
                                 "unavailable", "starve", "feed",     "restart"};
-  const gige_protocol::packet_head& head = event.packet.head;
+  const gige_protocol::packet_header& header = event.packet.header;
   return names[static_cast<std::size_t>(event.what)] + (' ' + std::to_string(event.tenths)) +
-         "/10 ms, packet " + std::to_string(head.blockId) + ':' + std::to_string(head.packetId) + ' ' +
-         name_of(head.format) + ", " + gige_protocol::text_of(head.state) + '\n';
+         "/10 ms, packet " + std::to_string(header.blockId) + ':' + std::to_string(header.packetId) + ' ' +
+         name_of(header.format) + ", " + gige_protocol::text_of(header.state) + '\n';
 }
 
 // Leaves out events as long as what is left still fails, and says what they are.

@@ -62,14 +62,14 @@ class frame_assembly : public testing::Test, public frame_owner {
     ended_[endedCount_++ % ended_.size()] = frame;
     memoryLeft_ += frame.place != nullptr ? 1 : 0;
   }
-  void request(const resend_request& packets) override { lastRequest_ = packets; }
+  void request(const packet_range& packets) override { lastRequest_ = packets; }
 
  protected:
   void send(const sent_packet& packet, moment when = {}) { send_to(assembler_, packet, when); }
   void send_to(frame_assembler& assembler, const sent_packet& packet, moment when) {
     const auto bytes = bytes_of(packet, lay_out(camera_.setup));
-    const std::size_t head = std::min(bytes.size(), head_size(camera_.setup.ids));
-    const datagram received{bytes.data(), bytes.data() + head, bytes.size()};
+    const std::size_t header = std::min(bytes.size(), header_size(camera_.setup.ids));
+    const datagram received{bytes.data(), bytes.data() + header, bytes.size()};
     assembler.accept({&received, 1}, when);
   }
   // Packets `first` to `last` of a frame, each in a batch of its own.
@@ -93,7 +93,7 @@ class frame_assembly : public testing::Test, public frame_owner {
   std::vector<std::uint8_t> pixels_ = std::vector<std::uint8_t>(camera_.setup.payloadBytes);
   std::array<ended_frame, 16> ended_{};
   std::size_t endedCount_ = 0;
-  resend_request lastRequest_;
+  packet_range lastRequest_;
   frame_assembler assembler_{camera_.setup, *this};
 };
 
@@ -102,7 +102,7 @@ TEST_F(frame_assembly, LosesOneFrameWithOnePacket) {
   send(1, 6, trailerNumber);
   send(2, 0, 9);
   sent_packet answer = true_packet(1, 5, camera_);
-  answer.head.state = status::packet_unavailable;
+  answer.header.state = status::packet_unavailable;
   send(answer);
   EXPECT_THAT(ended(), ElementsAre(frame_end(1, frame_outcome::incomplete)));
   send(2, 10, trailerNumber);
@@ -123,10 +123,10 @@ TEST_F(frame_assembly, WaitsForPacketsThatAreStillToBeSent) {
       send_to(assembler, true_packet(1, number, camera_), when);
       if (number == 9) {
         assembler.expire(moment(30ms));
-        EXPECT_EQ(lastRequest_, (resends ? resend_request{1, 10, trailerNumber} : resend_request{}));
+        EXPECT_EQ(lastRequest_, (resends ? packet_range{1, 10, trailerNumber} : packet_range{}));
         for (std::uint32_t absent = 10; absent <= trailerNumber; ++absent) {
           sent_packet answer = true_packet(1, absent, camera_);
-          answer.head.state = status::packet_unavailable;
+          answer.header.state = status::packet_unavailable;
           send_to(assembler, answer, moment(31ms));
         }
         assembler.expire(moment(99ms));
@@ -168,7 +168,7 @@ TEST_F(frame_assembly, AllocatesNothing) {
   std::vector<datagram> batch;
   batch.reserve(packets.size());
   for (const auto& packet : packets) {
-    batch.push_back({packet.data(), packet.data() + gige_protocol::standardHeadSize, packet.size()});
+    batch.push_back({packet.data(), packet.data() + gige_protocol::standardHeaderSize, packet.size()});
   }
   const std::size_t before = allocations;
   for (std::size_t done = 0; done < batch.size();) {
@@ -191,9 +191,9 @@ TEST_F(frame_assembly, NamesWhatItRefuses) {
   const std::array lies = {
       lie{"JPEG image", 0, [](sent_packet& of) { of.leader.type = payload_type::jpeg; }},
       lie{"height", 0, [](sent_packet& of) { of.leader.image.height = 31; }},
-      lie{"packet number", 5, [](sent_packet& of) { of.head.packetId = 28; }},
-      lie{"multi-part payload", 5, [](sent_packet& of) { of.head.format = packet_format::multi_part; }},
-      lie{"bytes of payload", 5, [](sent_packet& of) { of.head.format = packet_format::trailer; }},
+      lie{"packet number", 5, [](sent_packet& of) { of.header.packetId = 28; }},
+      lie{"multi-part payload", 5, [](sent_packet& of) { of.header.format = packet_format::multi_part; }},
+      lie{"bytes of payload", 5, [](sent_packet& of) { of.header.format = packet_format::trailer; }},
       lie{"number of a payload packet", 5, [](sent_packet& of) { of.bytes = 40; }},
       lie{"bytes of a payload packet", 26, [](sent_packet& of) { of.bytes = 49; }},
       lie{"lines", trailerNumber, [](sent_packet& of) { of.trailer.height = 31; }}};

@@ -245,8 +245,8 @@ TEST_P(stream, finds_the_largest_packet_that_arrives) {
   const auto carriedUpTo = [this](std::uint32_t largest) {
     return stream_.find_packet_size(0, [=, this](std::uint32_t size) {
       if (size <= largest) {
-        camera_.send(stream_.port(), std::vector<std::uint8_t>(size - gige_protocol::ipHeadSize -
-                                                               gige_protocol::udpHeadSize));
+        camera_.send(stream_.port(), std::vector<std::uint8_t>(size - gige_protocol::ipHeaderSize -
+                                                               gige_protocol::udpHeaderSize));
       }
       return size;
     });
@@ -281,9 +281,9 @@ INSTANTIATE_TEST_SUITE_P(over, stream, testing::Values(transport_choice::udp, tr
 
 /// Without privileges, in the calling thread and its children.
 void drop_privileges() {
-  __user_cap_header_struct head{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
-  ASSERT_EQ(syscall(SYS_capset, &head, none.data()), 0);
+  ASSERT_EQ(syscall(SYS_capset, &header, none.data()), 0);
 }
 
 TEST(unprivileged_stream, is_received_over_udp_unless_a_packet_ring_is_asked_for_by_name) {

@@ -87,7 +87,7 @@ class receiver {
   }
 
   void look() {
-    nap_planner::look seen{.woke = now_};
+    nap_planner::observation seen{.woke = now_};
     seen.fill = std::min(1.0, static_cast<double>(waiting()) / from_.bufferPackets);
     for (; has_come(next_); ++next_) {
       now_ += from_.packetCost;

@@ -36,8 +36,8 @@ TEST(packet_of_a_ring, is_none_when_it_is_cut_or_lies_about_its_sizes) {
     EXPECT_FALSE(gige::read_datagram({whole.data(), size})) << size;
   }
   EXPECT_FALSE(gige::read_datagram(packet(5, 13)));  // longer than what was captured
-  EXPECT_FALSE(gige::read_datagram(packet(5, 7)));   // shorter than its head
-  EXPECT_FALSE(gige::read_datagram(packet(4)));      // an IP head that is too short
+  EXPECT_FALSE(gige::read_datagram(packet(5, 7)));   // shorter than its header
+  EXPECT_FALSE(gige::read_datagram(packet(4)));      // an IP header that is too short
   auto lies = packet();
   lies[0] = 0x4f;  // options up to the end of the packet and beyond
   EXPECT_FALSE(gige::read_datagram(lies));

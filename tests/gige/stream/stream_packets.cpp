@@ -25,22 +25,22 @@ sent_packet true_packet(std::uint64_t frame, std::uint32_t number, const sent_st
   const std::uint64_t payload = payload_of(frame, of);
   const auto last =
       static_cast<std::uint32_t>(gige_protocol::payload_packet_count(payload, layout.bytesPerPacket));
-  sent_packet packet{.head = {.ids = of.setup.ids, .blockId = frame, .packetId = number}};
+  sent_packet packet{.header = {.ids = of.setup.ids, .blockId = frame, .packetId = number}};
   packet.leader = {.type = of.type, .timestamp = frame * 1000, .image = {}};
   packet.leader.image = {
       .pixelFormat = of.setup.pixelFormat, .width = of.setup.width, .height = of.setup.height};
   packet.trailer = {
       .type = of.type, .height = of.setup.height, .payloadSize = static_cast<std::uint32_t>(payload)};
-  packet.head.format = number == 0     ? packet_format::leader
-                       : number > last ? packet_format::trailer
-                                       : packet_format::payload;
+  packet.header.format = number == 0     ? packet_format::leader
+                         : number > last ? packet_format::trailer
+                                         : packet_format::payload;
   packet.bytes = number < last ? layout.bytesPerPacket : payload - (last - 1) * layout.bytesPerPacket;
   return packet;
 }
 
 std::uint32_t packets_of(std::uint64_t frame, const sent_stream& of) {
   std::uint32_t number = 0;
-  while (true_packet(frame, number, of).head.format != packet_format::trailer) {
+  while (true_packet(frame, number, of).header.format != packet_format::trailer) {
     ++number;
   }
   return number + 1;
@@ -52,16 +52,16 @@ std::vector<std::uint8_t> bytes_of(const sent_packet& packet, const frame_layout
                                      all.end() - static_cast<std::ptrdiff_t>(packet.cut % cutToRunt));
   };
   std::vector<std::uint8_t> bytes;
-  if (packet.head.format == packet_format::leader) {
-    bytes = copy(make_leader(packet.head, packet.leader).view());
-  } else if (packet.head.format == packet_format::trailer) {
-    bytes = copy(make_trailer(packet.head, packet.trailer).view());
+  if (packet.header.format == packet_format::leader) {
+    bytes = copy(make_leader(packet.header, packet.leader).view());
+  } else if (packet.header.format == packet_format::trailer) {
+    bytes = copy(make_trailer(packet.header, packet.trailer).view());
   } else {
-    std::array<std::uint8_t, gige_protocol::extendedHeadSize> head{};
-    bytes.assign(head.begin(),
-                 head.begin() + static_cast<std::ptrdiff_t>(store_packet_head(packet.head, head)));
+    std::array<std::uint8_t, gige_protocol::extendedHeaderSize> header{};
+    bytes.assign(header.begin(),
+                 header.begin() + static_cast<std::ptrdiff_t>(store_packet_header(packet.header, header)));
     for (std::size_t index = 0; index < packet.bytes; ++index) {
-      bytes.push_back(content(packet.head.blockId, layout.offset_of(packet.head.packetId) + index));
+      bytes.push_back(content(packet.header.blockId, layout.offset_of(packet.header.packetId) + index));
     }
   }
   bytes.resize(packet.cut == cutToRunt ? 4 : bytes.size());

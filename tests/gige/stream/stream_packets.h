@@ -13,13 +13,13 @@ namespace gige {
 
 // A packet as its sender meant it. Leaders and trailers have the body of that name, all others bytes.
 struct sent_packet {
-  gige_protocol::packet_head head{};
+  gige_protocol::packet_header header{};
   gige_protocol::leader leader{};
   gige_protocol::trailer trailer{};
   std::size_t bytes = 0;  // of the body
   std::size_t cut = 0;    // bytes that its end was shortened by: 0 to 4, or cutToRunt
 };
-constexpr std::size_t cutToRunt = 1000;  // not even a head is left
+constexpr std::size_t cutToRunt = 1000;  // not even a header is left
 
 // The pixels of each frame are made from its number, and chunks as well.
 std::uint8_t content(std::uint64_t frame, std::size_t offset);
