@@ -15,7 +15,7 @@
 
 namespace gige_protocol {
 
-// As it is written: the first byte first.
+// In the order in which it is written: first byte first.
 using mac_address = std::array<std::uint8_t, 6>;
 
 // Puts a text into fixed room, so that it can be printed anywhere: it ends at the first NUL or with the room,
@@ -23,7 +23,7 @@ using mac_address = std::array<std::uint8_t, 6>;
 // 0x7e) becomes a '?'. What is left of the room is filled with NULs.
 void clean_text(std::string_view text, std::span<char> room);
 
-// A text of at most `room` bytes that is clean whatever it was made of.
+// A text of at most `room` bytes that is always printable.
 template <std::size_t room>
 class fixed_text {
  public:
@@ -62,8 +62,8 @@ struct discovery_record {
   friend bool operator==(const discovery_record&, const discovery_record&) = default;
 };
 
-// Reads the payload of a DISCOVERY acknowledge. Refuses all sizes but that of a record. Contents are not
-// judged: whether the addresses are those of the sender is for who knows the sender.
+// Reads the payload of a DISCOVERY acknowledge. Refuses any size but that of a record. The contents are not
+// checked: whether the addresses are the sender's is for the caller to decide.
 parsed<discovery_record> parse_discovery(byte_view payload);
 
 // Writes the record as a payload, and as a camera's registers from address 0 on.

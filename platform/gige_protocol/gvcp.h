@@ -59,7 +59,7 @@ enum class acknowledge_code : std::uint16_t {
   write_register = 0x0083,
   read_memory = 0x0085,
   write_memory = 0x0087,
-  pending = 0x0089,  // "still at it": the command's own acknowledge follows
+  pending = 0x0089,  // the command takes longer; its own acknowledge follows
   event = 0x00c1,
   event_data = 0x00c3,
   action = 0x0101,
@@ -98,9 +98,9 @@ struct acknowledge {
   byte_view payload;     // into the datagram; empty in most failures
 };
 
-// Read the header of a datagram. Refuse what is shorter or longer than it says, larger than the standard
-// allows, without the key of a command, or with the request id 0. Codes without a meaning pass: a camera must
-// answer them.
+// Read the header of a datagram. Refuse a datagram whose size is not the one that it states, that is larger
+// than the standard allows, that lacks the key of a command, or whose request id is 0. Unknown codes pass,
+// since a camera must answer them.
 parsed<command> parse_command(byte_view datagram);
 parsed<acknowledge> parse_acknowledge(byte_view datagram);
 
@@ -109,7 +109,8 @@ constexpr std::uint16_t next_request_id(std::uint16_t id) {
   return id == 0xffff ? std::uint16_t{1} : static_cast<std::uint16_t>(id + 1);
 }
 
-// DISCOVERY: "who is there?". It has no payload; discovery.h has that of its acknowledge.
+// DISCOVERY: asks all cameras to identify themselves. It has no payload; discovery.h has that of its
+// acknowledge.
 message make_discovery(std::uint16_t id, bool broadcastAcknowledge);
 message make_discovery_acknowledge(std::uint16_t id, const discovery_record& record);
 
@@ -211,7 +212,7 @@ parsed<std::uint16_t> parse_written(byte_view payload);
 message make_written(acknowledge_code code, std::uint16_t id, std::uint16_t count,
                      status result = status::success);
 
-// PENDING_ACK: when the camera will be done at the latest, in milliseconds from now on.
+// PENDING_ACK: the camera is done within this time, milliseconds.
 parsed<std::uint16_t> parse_pending(byte_view payload);
 message make_pending(std::uint16_t id, std::uint16_t milliseconds);
 

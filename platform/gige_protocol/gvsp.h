@@ -46,8 +46,9 @@ constexpr std::uint64_t next_block_id(std::uint64_t id, id_mode mode) {
   return id == largest_block_id(mode) ? 1 : id + 1;
 }
 
-// How many frames `to` comes after `from`, neither of them 0; negative where it comes before. Since ids wrap,
-// the shorter way round counts.
+// How many frames `to` comes after `from`, neither of them 0; negative when it comes before. Ids wrap, so the
+// shorter way round counts: with 16 bits, block 2 is 3 frames after block 65534, since 65535 is followed
+// by 1.
 constexpr std::int64_t block_distance(std::uint64_t from, std::uint64_t to, id_mode mode) {
   const std::uint64_t ring = largest_block_id(mode);
   const std::uint64_t ahead = to >= from ? to - from : ring - (from - to);
@@ -61,7 +62,7 @@ constexpr std::size_t payload_per_packet(std::size_t packetSize, id_mode mode) {
   return packetSize > headers ? packetSize - headers : 0;
 }
 
-// Payload packets of a frame; leader and trailer come on top. `perPacket` must not be 0.
+// Payload packets of a frame, without leader and trailer. `perPacket` must not be 0.
 constexpr std::uint64_t payload_packet_count(std::uint64_t payloadSize, std::size_t perPacket) {
   return payloadSize / perPacket + (payloadSize % perPacket != 0 ? 1 : 0);
 }
@@ -94,7 +95,7 @@ struct packet_header {
   std::uint16_t flags = 0;         // bits of packet_flags
   id_mode ids = id_mode::standard;
   packet_format format = packet_format::payload;
-  std::uint64_t blockId = 0;  // 0: a test packet, which fills the size that was asked for and means nothing
+  std::uint64_t blockId = 0;  // 0: a test packet, whose content has no meaning
   std::uint32_t packetId = 0;
 
   constexpr std::size_t size() const { return header_size(ids); }
@@ -185,7 +186,7 @@ constexpr std::size_t largestTrailerSize = 16;
 using trailer_packet = byte_buffer<extendedHeaderSize + largestTrailerSize>;
 trailer_packet make_trailer(packet_header header, const trailer& body);
 
-// Of this header's own business from here on.
+// ---- Implementation
 
 constexpr parsed<packet_header> parse_packet_header(byte_view datagram) {
   constexpr std::uint8_t extendedBit = 0x80;

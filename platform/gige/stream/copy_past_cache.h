@@ -7,10 +7,10 @@
 
 namespace gige {
 
-// As memcpy, but the copy goes to memory and not to the processor's cache: it is not read before it is
-// written, which halves the traffic, and pushes nothing else out. Pays where the source is not in the cache
-// either. Other threads see the copy once `finish_copies` was called. Just memcpy on processors that cannot
-// do it.
+// As memcpy, with non-temporal stores: the copy goes to memory, not to the processor's cache. The processor
+// does not read the target before it writes to it, which halves the traffic, and evicts nothing from the
+// cache. Worth it when the source is not in the cache either. Other threads see the copy after
+// `finish_copies`. Processors without such stores use memcpy.
 void copy_past_cache(std::uint8_t* to, const std::uint8_t* from, std::size_t bytes);
 void finish_copies();
 

@@ -1,9 +1,9 @@
 // Frame assembly: stream packets in, whole frames and requests for lost packets out.
 //
-// The assembler knows no socket, no clock and no thread. Its owner hands it what was received together with
-// the time, and lends it memory for frames. Nothing is allocated after construction, a packet costs about the
-// same whatever it says, and nothing is believed: the geometry is what was set up, and a lie costs at most
-// the frames that it names.
+// The assembler knows no socket, no clock and no thread. Its owner hands it received packets together with
+// the time, and lends it memory for frames. Nothing is allocated after construction, and every packet costs
+// about the same. Packets are not trusted: the geometry is that of the setup, and a forged packet can spoil
+// only the frame whose id it bears.
 //
 // Two frames are in progress at most, the newest one and the one before it, since the end of the one and the
 // start of the other may interleave. A frame ends when its last missing packet arrives, when all that it
@@ -86,7 +86,7 @@ class frame_assembler {
   const assembly_counters& counters() const { return counters_; }
 
  private:
-  // A packet whose id was not expected, until the packet after it tells what it was.
+  // A packet with an unexpected id, kept until the next packet shows whether the stream has moved there.
   struct stray_packet {
     gige_protocol::packet_header header{};  // blockId 0: there is none
     std::array<std::uint8_t, gige_protocol::largestLeaderSize> body{};

@@ -21,17 +21,8 @@ frame_buffers::frame_buffers(std::size_t count, std::size_t bytesEach)
     throw std::bad_alloc();
   }
   memory_.reset(static_cast<std::uint8_t*>(memory));
-  static_cast<void>(madvise(memory, bytes, MADV_HUGEPAGE));  // small pages do, too
+  static_cast<void>(madvise(memory, bytes, MADV_HUGEPAGE));  // small pages will do
   std::memset(memory, 0, bytes);
-}
-
-std::size_t frame_buffers::index_of(const std::uint8_t* begin) const {
-  for (std::size_t at = 0; at < count_; ++at) {
-    if (buffer(at) == begin) {
-      return at;
-    }
-  }
-  return count_;
 }
 
 std::size_t frame_buffers::stride_of(std::size_t bytesEach) {

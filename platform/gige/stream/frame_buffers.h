@@ -9,10 +9,9 @@
 
 namespace gige {
 
-// Buffers lie one behind the other in large pages, where the system has them: a frame of 4 KiB pages costs a
-// look-up for each of hundreds of pages while it is received and again while it is read. Every page was
-// written to once, so that none has to be found while a frame comes in. Each buffer starts a cache line of
-// its own.
+// Buffers are adjacent, in huge pages where the system has them: a frame in pages of 4 KiB costs hundreds of
+// address translations while it is received, and again while it is read. The constructor writes to every
+// page, so that no page fault occurs while a frame arrives. Each buffer begins at a cache line.
 class frame_buffers {
  public:
   frame_buffers() = default;
@@ -21,8 +20,6 @@ class frame_buffers {
 
   std::size_t count() const { return count_; }
   std::uint8_t* buffer(std::size_t at) const { return memory_.get() + at * stride_; }
-  // Which buffer begins there; `count()` where none does.
-  std::size_t index_of(const std::uint8_t* begin) const;
 
   // What a buffer of that size takes.
   static std::size_t stride_of(std::size_t bytesEach);

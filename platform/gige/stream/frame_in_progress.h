@@ -1,4 +1,4 @@
-// One frame while its packets come.
+// One frame while its packets arrive.
 #ifndef PLATFORM_GIGE_STREAM_FRAME_IN_PROGRESS_H
 #define PLATFORM_GIGE_STREAM_FRAME_IN_PROGRESS_H
 
@@ -16,9 +16,9 @@
 
 namespace gige {
 
-// Takes packets in any order and any number of times, and judges them: which have come, which are missing,
-// and whether they can be those of a frame as it was set up. Counts packets. It is used for one frame after
-// the other.
+// Takes the packets of a frame, in any order and any number of times. Knows which have arrived and which are
+// missing, and whether they agree with each other and with the setup. Counts packets. One object is used for
+// one frame after the other.
 class frame_in_progress {
  public:
   // The owner, the counters and the time-out are the stream's. Raises std::bad_alloc.
@@ -31,8 +31,9 @@ class frame_in_progress {
   bool is_awaited() const { return stage_ == stage::awaited; }
   bool is_open() const { return stage_ == stage::open; }
 
-  // Each starts anew: no frame at all; a frame that was skipped but may still come; the frame of a packet
-  // that came, with the memory that was lent for it or nullptr.
+  // Each of these starts anew. `clear`: with no frame. `await`: with a frame of which nothing has arrived
+  // although a later one has begun. `begin`: with a frame whose first packet has arrived, and the memory lent
+  // for it, or nullptr.
   void clear();
   void await(std::uint64_t id);
   void begin(std::uint64_t id, std::uint8_t* place, moment now);
@@ -49,18 +50,18 @@ class frame_in_progress {
   // A later frame has begun, so that all packets of this one were sent.
   void request_rest(moment now);
 
-  // Deals with what did not come in time. True if the frame itself takes too long.
+  // Requests again, or writes off, what did not arrive in time. True if the frame itself takes too long.
   bool expire(moment now);
-  // When there is something to expire, of an open frame.
+  // Of an open frame: when `expire` has something to do.
   moment deadline();
 
-  // Of a frame that has begun, whether nothing of it is to be waited for: all has come or is written off, or
-  // it is refused.
+  // Of a frame that has begun: whether it waits for no packet. All have arrived or are written off, or the
+  // frame is refused.
   bool settled() const { return packets_to_come() == record_.written_off() || refusal_.what != nullptr; }
   // Whether it is open and not settled.
   bool waits() const { return is_open() && !settled(); }
 
-  // Ends the frame, which is open, as it is.
+  // Ends an open frame as it is.
   ended_frame close();
 
   // Of an open frame: the packet behind the highest that came; the number of its packets, as far as is known;

@@ -1,4 +1,4 @@
-// What a stream was set up with, and how its frames are cut into packets.
+// The setup of a stream, and how its frames are split into packets.
 #ifndef PLATFORM_GIGE_STREAM_FRAME_LAYOUT_H
 #define PLATFORM_GIGE_STREAM_FRAME_LAYOUT_H
 
@@ -10,7 +10,7 @@
 
 namespace gige {
 
-// What the camera was told, or said itself, before the first frame.
+// What is known of the stream before its first frame.
 struct assembly_setup {
   std::uint64_t payloadBytes = 0;  // of one frame, with chunks: PayloadSize
   std::uint32_t width = 0;         // pixels
@@ -47,7 +47,7 @@ struct frame_layout {
   }
 };
 
-// Raises std::invalid_argument with a text that names what cannot be, and what would be right.
+// Raises std::invalid_argument with a text that names the invalid value and the valid ones.
 frame_layout lay_out(const assembly_setup& setup);
 
 }  // namespace gige

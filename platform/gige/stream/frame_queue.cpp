@@ -9,7 +9,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A consumer that keeps asking a lost camera for frames does not keep a processor busy with it.
+// A consumer that waits for frames of a lost camera again and again must not keep a processor busy.
 constexpr milliseconds lostWait(100);
 
 }  // namespace

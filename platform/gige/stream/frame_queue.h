@@ -14,31 +14,32 @@
 
 namespace gige {
 
-// A buffer is free, lent to the receiver, waiting with a whole frame, or out with the consumer. Frames that
-// broke are announced without a buffer, so that they take no place from whole ones.
+// A buffer is free, lent to the receiver, waiting with a whole frame, or out with the consumer. A broken
+// frame is announced without a buffer, so that it takes none from whole frames.
 //
-// Any thread may call anything. The lock is held for moments only and nothing is allocated under it, so the
-// receiver never waits for a consumer.
+// All functions may be called from any thread. The lock is held briefly and nothing is allocated under it, so
+// that the receiver never waits for a consumer.
 class frame_queue {
  public:
-  // Takes these buffers, free all of them; whatever was there becomes invalid. At most `announced` broken
-  // frames wait; further ones are left out. Raises std::bad_alloc, with everything as before. Not while a
+  // Replaces the buffers; frames in the old ones become invalid. At most `announced` broken frames wait;
+  // further ones are not announced. Raises std::bad_alloc and changes nothing then. Not to be called while a
   // transfer runs.
   void hold(frame_buffers buffers, std::size_t announced);
-  // Not beside `hold`.
+  // Not to be called during `hold`.
   std::size_t buffer_count() const { return buffers_.count(); }
 
-  // Lets the waits have frames, so many at most.
+  // From now on `wait` gives frames, `frames` of them at most.
   void open(std::uint64_t frames);
-  // Ends the waits at once, with ABORTED, and drops the frames that wait. False when it was closed already.
+  // Ends all waits at once, with ABORTED, and drops the frames that wait. False if the queue is closed
+  // already.
   bool close();
-  // Ends the waits at once, with DEVICE_LOST, and so all waits to come.
+  // Ends all waits at once, with DEVICE_LOST, and all later waits as well.
   void lose();
   bool running() const;
 
-  // For the receiver. Lends a free buffer, nullptr when there is none, and takes it back, unused or with a
-  // whole frame: `frame.address` is where it is, null for a broken one, which is announced. Frames beyond
-  // those that `open` allowed are dropped.
+  // For the receiver. `lend` gives a free buffer, or nullptr; `take_back` takes it back unused. `deliver`
+  // takes it back with a whole frame, whose `address` is the buffer, or announces a broken frame, whose
+  // `address` is null. It drops frames beyond those that `open` allows.
   std::uint8_t* lend();
   void take_back(const std::uint8_t* buffer);
   void deliver(const GEV_BUFFER_OBJECT& frame);

@@ -25,7 +25,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Two frames come in at a time, and memory for the next one is at hand.
+// Two frames are in progress, and the next one has its memory.
 constexpr std::uint64_t framesReceived = 3;
 
 constexpr milliseconds testPacketPatience(15);
@@ -83,7 +83,7 @@ bool test_packet_arrives(const stream_socket& socket, std::uint32_t size) {
 
 }  // namespace
 
-// Each needs those above it.
+// Each member uses those above it.
 struct frame_stream::parts {
   stream_setup setup;
   stream_health health;
@@ -91,8 +91,8 @@ struct frame_stream::parts {
   std::optional<stream_socket> socket;
   std::optional<receiving_thread> receiver;
 
-  std::mutex closing;                       // one at a time ends the receiving thread
-  camera_extension_health_record before{};  // the transfer
+  std::mutex closing;                       // held by the thread that ends the receiving thread
+  camera_extension_health_record before{};  // the transfer began
 
   void log_setup();
   void log_transfer() const;
@@ -140,10 +140,10 @@ void frame_stream::parts::log_setup() {
   health.grant(receiver->transport(), setup.packetBytes, granted, buffers);
   LOG(4, "done: stream of %s (transport:%s, packet-size:%u, buffers:%u of %u bytes)", setup.camera.c_str(),
       ring ? "packet ring" : "UDP", setup.packetBytes, buffers, setup.payloadBytes);
-  const std::uint32_t asked = receiver->buffer_requested();
-  const bool enough = granted >= asked;
+  const std::uint32_t requested = receiver->buffer_requested();
+  const bool enough = granted >= requested;
   LOG(enough ? 4 : 2, "%s: socket buffer of %s (asked-for:%u, granted:%u bytes%s)", enough ? "done" : "fail",
-      setup.camera.c_str(), asked, granted, enough || ring ? "" : ", limit: sysctl net.core.rmem_max");
+      setup.camera.c_str(), requested, granted, enough || ring ? "" : ", limit: sysctl net.core.rmem_max");
 }
 
 bool frame_stream::prepared() const {
@@ -154,12 +154,12 @@ std::uint16_t frame_stream::port() const {
   return parts_->socket ? parts_->socket->port() : std::uint16_t{0};
 }
 
-std::uint32_t frame_stream::find_packet_size(std::uint32_t asked, const fire_test_packet& fire) {
+std::uint32_t frame_stream::find_packet_size(std::uint32_t requested, const fire_test_packet& fire) {
   const stream_socket& socket = *parts_->socket;
   socket.discard();
   socket.open_firewall();
   return gige::find_packet_size(
-      asked, fire, [&](std::uint32_t size) { return test_packet_arrives(socket, size); },
+      requested, fire, [&](std::uint32_t size) { return test_packet_arrives(socket, size); },
       parts_->setup.camera);
 }
 

@@ -11,13 +11,13 @@ namespace gige {
 // Packets are numbered from 0. One is missing as long as it was neither received nor written off.
 class packet_record {
  public:
-  // For packets below `count`, as all that others are called with must be. Raises std::bad_alloc.
+  // Of packets 0 to `count` - 1. No function may be called with another packet. Raises std::bad_alloc.
   explicit packet_record(std::uint32_t count);
 
   // Forgets everything.
   void clear();
 
-  // Notes an arrival, also of a packet that was written off. False if it had arrived before.
+  // The packet has arrived, perhaps after it was written off. False if it had arrived before.
   bool receive(std::uint32_t packet) {
     row& of = rows_[packet / bitsPerRow];
     const std::uint64_t bit = bit_of(packet);
@@ -41,13 +41,13 @@ class packet_record {
 
   // Of the packets from `first` to `last`, writes off those that are missing.
   void write_off(std::uint32_t first, std::uint32_t last);
-  // The frame turns out to have only packets below `end`. What has arrived has, but none of the others is
-  // missing or written off. Holds until everything is forgotten.
+  // The frame turns out to be shorter and to end with packet `end` - 1. Packets from `end` on are no longer
+  // missing or written off. Holds until `clear`.
   void end_at(std::uint32_t end);
   std::uint32_t written_off() const { return writtenOff_; }
 
-  // The first missing packet, and the first that is not missing, from `from` on; `end` where there is none
-  // before it.
+  // The first missing packet from `from` on, and the first that is not missing; `end` when there is none
+  // before `end`.
   std::uint32_t next_missing(std::uint32_t from, std::uint32_t end) const;
   std::uint32_t next_settled(std::uint32_t from, std::uint32_t end) const;
 

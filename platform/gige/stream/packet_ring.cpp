@@ -30,8 +30,8 @@ using std::chrono::steady_clock;
 constexpr std::uint32_t smallestBlock = 64U << 10U;
 constexpr std::uint32_t largestBlock = 1U << 20U;
 constexpr std::uint32_t fewestBlocks = 4;
-constexpr std::uint32_t blocksOfFrame = 4;  // so that most of a frame is taken while the rest arrives
-constexpr std::uint32_t headroom = 128;     // that the ring has in front of each packet, at most
+constexpr std::uint32_t blocksOfFrame = 4;  // most of a frame is taken while the rest arrives
+constexpr std::uint32_t headroom = 128;     // in front of each packet in the ring, at most
 constexpr std::uint32_t retireMs = 1;       // the least that the system offers
 
 // Heads of IP and UDP.
@@ -52,8 +52,8 @@ bool is_of_this_machine(std::uint32_t address) {
   return bind(any.get(), reinterpret_cast<const sockaddr*>(&tried), sizeof tried) == 0;
 }
 
-// Where packets of the camera arrive. Those from an address of this machine do on the loopback interface,
-// whatever interface has the address. 0, any interface, where nothing is known.
+// The interface on which packets of the camera arrive: the loopback interface when the camera's address
+// belongs to this machine, whatever interface has that address. 0, any interface, when it is unknown.
 int interface_between(std::uint32_t own, std::uint32_t camera) {
   if (is_of_this_machine(camera)) {
     return static_cast<int>(if_nametoindex("lo"));
@@ -115,7 +115,7 @@ void packet_ring::make_ring() {
   tpacket_req3 layout{};
   layout.tp_block_size = blockBytes_;
   layout.tp_block_nr = blockCount_;
-  layout.tp_frame_size = smallestBlock;  // says nothing with this version, but is checked
+  layout.tp_frame_size = smallestBlock;  // unused with this version, but checked
   layout.tp_frame_nr = blockBytes_ / smallestBlock * blockCount_;
   layout.tp_retire_blk_tov = retireMs;
   if (setsockopt(ring_.get(), SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0 ||
@@ -130,7 +130,7 @@ void packet_ring::make_ring() {
   memory_ = static_cast<std::uint8_t*>(memory);
 }
 
-// Only now it receives. A socket for one protocol does not see what this machine sends.
+// The socket receives from now on. Bound to a protocol, it does not see packets that this machine sends.
 void packet_ring::bind_to_interface() {
   sockaddr_ll where{};
   where.sll_family = AF_PACKET;
@@ -141,7 +141,7 @@ void packet_ring::bind_to_interface() {
   }
 }
 
-// The system runs this on each packet of the interface; it starts with the IP header.
+// The system runs this filter on each packet of the interface, from the IP header on.
 void packet_ring::pass_stream() {
   constexpr std::uint32_t protocolAt = 9;
   constexpr std::uint32_t fragmentAt = 6;
@@ -225,8 +225,8 @@ void packet_ring::take_block(frame_assembler& into) {
   }
 }
 
-// The first block may have begun before the transfer did. Once a packet is younger than the transfer, time is
-// not looked at any more, so that a clock that is put back does no harm.
+// The first block may have begun before the transfer. Once one packet is younger than the transfer, all later
+// ones are, even if the wall clock is set back.
 bool packet_ring::is_of_transfer(const tpacket3_hdr& packet) {
   if (started_ != nanoseconds(0) && seconds(packet.tp_sec) + nanoseconds(packet.tp_nsec) < started_) {
     return false;
@@ -235,7 +235,7 @@ bool packet_ring::is_of_transfer(const tpacket3_hdr& packet) {
   return true;
 }
 
-// As long as the camera's port is not known, it is that of the first packet that can be the camera's.
+// While the camera's port is unknown, it is taken from the first packet that has a stream header.
 bool packet_ring::is_of_camera(const udp_datagram& packet) {
   if (socket_.source() == 0 && gige_protocol::parse_packet_header(packet.content)) {
     socket_.set_source(packet.sourcePort);

@@ -23,16 +23,17 @@ struct udp_datagram {
   std::span<const std::uint8_t> content;
 };
 
-// Nothing for what is no whole UDP datagram. Addresses and checksums are not judged.
+// Empty unless the packet holds a whole UDP datagram. Addresses and checksums are not checked.
 std::optional<udp_datagram> read_datagram(std::span<const std::uint8_t> packet);
 
-// The system copies the packets of this stream, and no others, into blocks of the ring (TPACKET_V3), and
-// hands over a block when it is full, or after a millisecond: so long the last packets of a frame may wait.
-// The packets are read where they are. The stream's socket keeps the port meanwhile.
+// The system copies the packets of this stream, and no others, into blocks of the ring (TPACKET_V3). It hands
+// over a block when it is full, or after a millisecond, which is how long the last packets of a frame may
+// wait. The packets are read in place. The stream's socket keeps the UDP port.
 class packet_ring final : public packet_receiver {
  public:
-  // Addresses are IPv4 in host byte order; at least four blocks are made, whatever `bytes` asks for. `socket`
-  // must outlive it. Raises std::system_error when the process may not, or there is no memory for it.
+  // Addresses are IPv4 in host byte order. The ring has about `bytes` bytes, and at least four blocks.
+  // `socket` must outlive it. Raises std::system_error when the process lacks the privilege or the system the
+  // memory.
   packet_ring(stream_socket& socket, std::uint32_t own, std::uint32_t camera, std::uint32_t bytes,
               const assembly_setup& setup);
   packet_ring(const packet_ring&) = delete;
@@ -72,7 +73,7 @@ class packet_ring final : public packet_receiver {
   std::uint32_t blockCount_ = 0;
   std::uint32_t next_ = 0;  // block
   std::uint64_t drops_ = 0;
-  std::chrono::nanoseconds started_{};  // wall clock; 0: everything is of this transfer
+  std::chrono::nanoseconds started_{};  // wall clock; 0: all packets are of this transfer
   std::array<datagram, batch> datagrams_{};
 };
 

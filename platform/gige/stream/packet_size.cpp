@@ -16,7 +16,7 @@ constexpr std::uint32_t anyNetwork = 1500;
 
 }  // namespace
 
-std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire,
+std::uint32_t find_packet_size(std::uint32_t requested, const fire_test_packet& fire,
                                const await_test_packet& arrives, const std::string& camera) {
   // The size that arrived, which the camera may have rounded; 0: none.
   const auto try_size = [&](std::uint32_t size) -> std::uint32_t {
@@ -32,10 +32,10 @@ std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire
     return 0;
   };
 
-  const std::uint32_t first = asked == 0 ? networkSizes.front() : asked;
+  const std::uint32_t first = requested == 0 ? networkSizes.front() : requested;
   std::uint32_t carried = try_size(first);
   if (carried == 0 && try_size(networkSizes.back()) == 0) {
-    const std::uint32_t stays = asked == 0 ? anyNetwork : asked;
+    const std::uint32_t stays = requested == 0 ? anyNetwork : requested;
     LOG(2, "fail: packet size of %s: no test packet arrived, it stays as asked for (packet-size:%u)",
         camera.c_str(), stays);
     return stays;
@@ -44,8 +44,8 @@ std::uint32_t find_packet_size(std::uint32_t asked, const fire_test_packet& fire
     carried = *next < first ? try_size(*next) : 0;
   }
   carried = carried == 0 ? networkSizes.back() : carried;
-  LOG(carried < asked ? 2 : 4, "%s: packet size of %s (asked-for:%u, carried:%u)",
-      carried < asked ? "fail" : "done", camera.c_str(), asked, carried);
+  LOG(carried < requested ? 2 : 4, "%s: packet size of %s (asked-for:%u, carried:%u)",
+      carried < requested ? "fail" : "done", camera.c_str(), requested, carried);
   return carried;
 }
 

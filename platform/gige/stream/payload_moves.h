@@ -9,10 +9,10 @@
 
 namespace gige {
 
-// The datagrams of a batch are received into places that were predicted. Where a prediction was wrong, the
-// payload lies where another one belongs, whose payload in turn lies elsewhere. All moves of a batch are
-// therefore planned first and carried out together: each place is emptied before it is filled. Where moves go
-// in a circle, one payload makes room.
+// The datagrams of a batch are received into predicted places. When packet 7 is lost, packet 8 is received
+// into the place of 7 and packet 9 into the place of 8. So 8 must move before 9 can. All moves of a batch are
+// planned first and then carried out in an order that empties each place before it is filled. When moves form
+// a circle, one payload is copied aside to make room.
 class payload_moves {
  public:
   // Places are `bytesPerPlace` apart and that large. Raises std::bad_alloc.

@@ -25,7 +25,7 @@ using std::chrono::steady_clock;
 // Firewalls forget a UDP stream after 30 seconds and more.
 constexpr std::chrono::seconds firewallInterval(5);
 
-// A socket's buffer takes memory only as far as it is filled: it has room for frames that come while the
+// A socket's buffer takes memory only for what it holds, so it has room for the frames that arrive while the
 // machine is busy with something else. A ring takes its memory at once.
 constexpr std::uint64_t framesInSocket = 16;
 constexpr std::uint64_t framesInRing = 4;
@@ -139,24 +139,25 @@ void receiving_thread::stop() {
 
 void receiving_thread::run() {
   set_up_thread();
-  for (moment knock = steady_clock::now(); !stopping_.load(std::memory_order_relaxed);) {
+  for (moment firewallDue = steady_clock::now(); !stopping_.load(std::memory_order_relaxed);) {
     const moment now = steady_clock::now();
-    if (now >= knock) {
+    if (now >= firewallDue) {
       socket_.open_firewall();
-      knock = now + firewallInterval;
+      firewallDue = now + firewallInterval;
     }
     const bool allTaken = receiver_->take(assembler_);
     assembler_.expire(steady_clock::now());
     count();
     if (allTaken) {
-      receiver_->sleep(assembler_, std::min(knock, assembler_.deadline().value_or(knock)), stopEvent_.get());
+      receiver_->sleep(assembler_, std::min(firewallDue, assembler_.deadline().value_or(firewallDue)),
+                       stopEvent_.get());
     }
   }
 }
 
 void receiving_thread::set_up_thread() const {
   pthread_setname_np(pthread_self(), "gige-stream");
-  prctl(PR_SET_TIMERSLACK, 1);  // naps are short; the system would add 50 microseconds to each
+  prctl(PR_SET_TIMERSLACK, 1);  // nanosecond: by default the system adds up to 50 microseconds to each nap
   if (setup_.threadAffinity != 0) {
     cpu_set_t processors;
     CPU_ZERO(&processors);

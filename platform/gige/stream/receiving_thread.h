@@ -17,10 +17,10 @@
 
 namespace gige {
 
-// Runs from `start` to `stop`, which come from one thread at a time, as does the rest.
+// The thread runs from `start` to `stop`. All functions are called from one other thread at a time.
 class receiving_thread final : private frame_owner {
  public:
-  // Makes the receiver that the setup chooses and the system allows. What is referred to must outlive it.
+  // Makes the receiver that the setup chooses and the system allows. The references must outlive it.
   // Raises std::invalid_argument and std::system_error, as frame_stream::prepare says.
   receiving_thread(const stream_setup& setup, stream_socket& socket, frame_queue& queue,
                    stream_health& health);
@@ -33,9 +33,10 @@ class receiving_thread final : private frame_owner {
   std::uint32_t buffer_requested() const { return bufferRequested_; }
   std::uint32_t buffer_granted() const { return bufferGranted_; }
 
-  // Drops what came before, and receives. Raises std::system_error when there is no thread to be had.
+  // Drops packets that arrived earlier and begins to receive. Raises std::system_error when the system
+  // refuses a thread.
   void start();
-  // Quick, whatever comes in.
+  // Ends the thread at once, however many packets arrive.
   void stop();
 
  private:
@@ -44,7 +45,6 @@ class receiving_thread final : private frame_owner {
 
   void run();
   void set_up_thread() const;
-  moment next_look(moment knock) const;
   void count();
   GEV_BUFFER_OBJECT buffer_object(const ended_frame& frame) const;
 

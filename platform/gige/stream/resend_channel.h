@@ -1,4 +1,4 @@
-// Where lost packets are asked for again.
+// Sends resend requests to the camera.
 #ifndef PLATFORM_GIGE_STREAM_RESEND_CHANNEL_H
 #define PLATFORM_GIGE_STREAM_RESEND_CHANNEL_H
 
@@ -10,9 +10,9 @@
 
 namespace gige {
 
-// A socket to the control port of the camera, apart from that of the commands, whose answers may be waited
-// for. Requests are answered with packets only, and one that gets lost is repeated, so sending never waits.
-// Used by one thread at a time.
+// A socket of its own to the camera's control port, since another thread may be waiting for an answer on the
+// socket for commands. The camera answers a request with stream packets only, and a lost request is repeated,
+// so `send` does not wait. Used by one thread at a time.
 class resend_channel {
  public:
   // IPv4 addresses in host byte order. Raises std::system_error.

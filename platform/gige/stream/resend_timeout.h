@@ -1,4 +1,4 @@
-// How long to wait for a packet that was asked for again.
+// How long to wait for a packet that was requested again.
 #ifndef PLATFORM_GIGE_STREAM_RESEND_TIMEOUT_H
 #define PLATFORM_GIGE_STREAM_RESEND_TIMEOUT_H
 
@@ -7,24 +7,24 @@
 
 namespace gige {
 
-// Learnt from the answers as TCP learns its retransmission time-out (RFC 6298): their mean plus four times
-// their mean deviation, doubled as long as none comes. A stream that waits for the longest time each time can
-// ask only once before the frame after the next begins.
+// Follows the answers as TCP's retransmission time-out does (RFC 6298): the mean of their times plus four
+// times the mean deviation, doubled whenever an answer does not arrive. With the longest time-out alone,
+// there would be time for one request only before the frame after the next begins, which ends a frame.
 class resend_timeout {
  public:
   using duration = std::chrono::nanoseconds;
-  // What every wait takes at least: packets that were merely overtaken come within this time.
+  // Packets that were merely overtaken arrive within this time.
   static constexpr duration shortest = std::chrono::milliseconds(1);
 
-  // Waits the longest time until something is learnt. Less than `shortest` counts as that.
+  // The time-out is `longest` until the first answer. A `longest` below `shortest` counts as `shortest`.
   explicit resend_timeout(duration longest) : longest_(std::max(longest, shortest)), value_(longest_) {}
 
   duration value() const { return value_; }
   duration longest() const { return longest_; }
 
-  // A packet came so long after it was asked for, once.
+  // A packet that was requested once has arrived this long after the request.
   void answered(duration after);
-  // A packet did not come in time.
+  // A requested packet has not arrived in time.
   void unanswered() { value_ = std::min(value_ * 2, longest_); }
 
  private:

@@ -1,4 +1,4 @@
-// Figures that one thread writes and any thread reads, all of the same moment.
+// Figures that one thread writes and any thread reads as a consistent set.
 #ifndef PLATFORM_GIGE_STREAM_SNAPSHOT_H
 #define PLATFORM_GIGE_STREAM_SNAPSHOT_H
 
@@ -9,8 +9,8 @@
 
 namespace gige {
 
-// The writer never waits. A reader that meets a write starts over, which is a matter of nanoseconds. One
-// thread at a time writes.
+// A sequence lock: the writer never waits, and a reader that meets a write starts over, which takes
+// nanoseconds. One thread at a time writes.
 template <std::size_t count>
 class snapshot {
  public:

@@ -1,4 +1,4 @@
-// How a stream is doing: what the receiver counts, what the consumer has, what the system granted.
+// The figures of a stream: what the receiver counts, the consumer's last frame, what the system granted.
 #ifndef PLATFORM_GIGE_STREAM_STREAM_HEALTH_H
 #define PLATFORM_GIGE_STREAM_STREAM_HEALTH_H
 
@@ -12,18 +12,18 @@
 
 namespace gige {
 
-// Each group of figures has one writer at a time, which is named with it, and is read on any thread. Nobody
-// waits for anybody.
+// Each group of figures has one writer at a time, as noted with it, and may be read on any thread. No call
+// blocks.
 class stream_health {
  public:
-  // By whoever sets the stream up.
+  // By the thread that prepares the stream.
   void grant(camera_extension_transport transport, std::uint32_t packetBytes, std::uint32_t bufferBytes,
              std::uint32_t frames);
-  // What is counted from here on comes on top of what was.
+  // Keeps the figures so far. What `count` is called with from now on is added to them.
   void carry_over();
 
-  // By the receiving thread: what it has counted since `carry_over`. `foreign` packets are those that did not
-  // come as far as assembly.
+  // By the receiving thread: its figures since `carry_over`. `foreign` are the packets that the system turned
+  // away.
   void count(const assembly_counters& assembled, std::uint64_t foreign, std::uint64_t kernelDrops);
 
   // By the consumer: the frame that it gets. `timeNs` is on the camera's clock.

@@ -52,7 +52,7 @@ std::uint32_t stream_socket::request_buffer(std::uint32_t bytes) {
   if (setsockopt(get(), SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked) != 0) {
     set_option(get(), SO_RCVBUF, asked);
   }
-  bufferBytes_ = memory_of(get())[SK_MEMINFO_RCVBUF] / 2;  // the system counts its own needs in
+  bufferBytes_ = memory_of(get())[SK_MEMINFO_RCVBUF] / 2;  // the other half is for the system's own use
   return bufferBytes_;
 }
 
@@ -92,8 +92,8 @@ void stream_socket::mute(bool yes) {
 }
 
 void stream_socket::discard() const {
-  // A sender that never stops does not keep this going for ever.
-  constexpr std::uint32_t leastPacket = 256;  // bytes that the system counts for one
+  // The limit ends the loop even if packets arrive as fast as they are dropped.
+  constexpr std::uint32_t leastPacket = 256;  // bytes of the buffer, at least
   std::uint8_t none = 0;
   for (std::uint32_t most = bufferBytes_ / leastPacket; most > 0; --most) {
     if (recv(get(), &none, 0, MSG_DONTWAIT) < 0 && errno != ECONNREFUSED) {
@@ -104,7 +104,7 @@ void stream_socket::discard() const {
 
 void stream_socket::open_firewall() const {
   if (source_ != 0) {
-    send(get(), nullptr, 0, MSG_DONTWAIT);  // nobody answers, and nobody minds when it gets lost
+    send(get(), nullptr, 0, MSG_DONTWAIT);  // unanswered, and it may get lost
   }
 }
 

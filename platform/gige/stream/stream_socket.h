@@ -10,9 +10,9 @@
 
 namespace gige {
 
-// Two sockets share the port. One is connected to the camera, so that the system itself turns away everything
-// else. What it turns away goes to the other one, the sentry, which only counts: without it, the system would
-// answer strangers that the port is closed. Calls come from one thread at a time.
+// Two sockets share the port. One is connected to the camera, so that it gets the camera's packets only. All
+// other packets go to the second socket, the sentry, which counts and drops them. Without the sentry, the
+// system would answer other hosts that the port is closed. One thread at a time calls.
 class stream_socket {
  public:
   // Binds to any free port of `own`, for packets of `camera`: IPv4 addresses in host byte order. Raises
@@ -22,39 +22,39 @@ class stream_socket {
   int get() const { return connected_.get(); }
   std::uint16_t port() const { return port_; }
 
-  // Asks for a receive buffer of so many bytes, and gives how many there are now: the system has a limit, but
-  // for processes with privileges.
+  // Requests a receive buffer of that many bytes, and returns how many were granted. Without privileges the
+  // system's limit applies.
   std::uint32_t request_buffer(std::uint32_t bytes);
 
-  // The port that the camera sends from: takes packets from there only; 0: from all of its ports. False, with
-  // everything as before, when no way leads to the camera.
+  // Receives packets from that port of the camera only; 0: from all of its ports. False, and nothing changes,
+  // when there is no route to the camera.
   bool set_source(std::uint16_t port);
   // 0 until it is known.
   std::uint16_t source() const { return source_; }
-  // As long as the source is not known: takes the port of the first waiting packet that can be the camera's
-  // for it, and drops the packets in front of that one.
+  // While the source is unknown: sets it to the port of the first waiting packet that has a stream header,
+  // and drops the packets before that one.
   void learn_source();
 
-  // While muted, the socket holds the port but takes no packets; what waits is dropped.
+  // While muted, the socket keeps the port but receives nothing. Waiting packets are dropped.
   void mute(bool yes);
-  // Drops what waits.
+  // Drops waiting packets.
   void discard() const;
 
-  // Sends the camera an empty packet from the stream's port: a firewall on the way that lets answers pass
-  // takes the stream for one. Firewalls forget, so it is to be sent again every few seconds.
+  // Sends the camera an empty packet from the stream's port. A firewall on the path that passes answers then
+  // takes the stream for an answer. Firewalls forget, so the packet must be repeated every few seconds.
   void open_firewall() const;
 
   // The figures of the receive buffer, from one call of the system.
   struct buffer_state {
     double fill = 0;          // 0 to 1
-    std::uint32_t drops = 0;  // packets that it had no room for, since the socket was made; counts around
+    std::uint32_t drops = 0;  // packets that did not fit, since the socket was made; wraps
   };
   buffer_state buffer() const;
-  // Packets to the port that were not from the camera's address and port; counts around.
+  // Packets to the port that did not come from the camera's address and port; wraps.
   std::uint32_t foreign() const;
 
-  // When the packet arrived that was received last, by the clock of std::chrono::steady_clock. The first call
-  // gives the time now, and has the system note times from then on.
+  // The arrival of the packet that was received last. The first call returns the present time and has the
+  // system record arrival times from then on.
   std::chrono::steady_clock::time_point last_arrival() const;
 
  private:

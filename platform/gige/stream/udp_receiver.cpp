@@ -10,14 +10,14 @@ namespace {
 
 using std::chrono::steady_clock;
 
-std::uint32_t packets_of_frame(const assembly_setup& setup) {
+std::uint32_t packets_per_frame(const assembly_setup& setup) {
   return lay_out(setup).trailer() + 1;
 }
 
 }  // namespace
 
 udp_receiver::udp_receiver(stream_socket& socket, const assembly_setup& setup)
-    : socket_(socket), planner_(packets_of_frame(setup)) {
+    : socket_(socket), planner_(packets_per_frame(setup)) {
   const std::size_t header = gige_protocol::header_size(setup.ids);
   const std::size_t body = lay_out(setup).bytesPerPacket;
   spill_.resize(batch * body);
@@ -67,7 +67,7 @@ std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
   for (std::size_t at = 0; at < most; ++at) {
     pieces_[at][1].iov_base = places_[at] != nullptr ? places_[at] : spill_.data() + at * body;
   }
-  // An error is a camera's refusal of what was sent to it, or there is nothing: either way none was received.
+  // An error means that no packet waits, or that the camera's host refused an earlier packet of ours (ICMP).
   const int got = recvmmsg(socket_.get(), messages_.data(), static_cast<unsigned>(most),
                            MSG_DONTWAIT | MSG_TRUNC, nullptr);
   const auto received = static_cast<std::size_t>(std::max(got, 0));
@@ -79,7 +79,7 @@ std::size_t udp_receiver::receive(frame_assembler& into, std::size_t most) {
   return received;
 }
 
-// From a request on, until no frame is in progress any more.
+// True from a request until no frame is in progress.
 bool udp_receiver::awaits_resends(frame_assembler& into) {
   const std::uint64_t requested = into.counters().packetsRequested;
   if (!into.deadline()) {

@@ -14,8 +14,8 @@
 
 namespace gige {
 
-// The system copies each packet straight to its place in the frame, many with one call. Between the calls the
-// receiver naps.
+// The system copies each packet straight to its place in the frame, up to 64 with one call. Between the calls
+// the receiver naps.
 class udp_receiver final : public packet_receiver {
  public:
   // `socket` must outlive it. Sizes are those of the assembler that `take` is to be called with.
@@ -27,7 +27,7 @@ class udp_receiver final : public packet_receiver {
   std::uint64_t kernel_drops() const override { return drops_; }
 
  private:
-  static constexpr std::size_t batch = 64;  // more with one call gains nothing
+  static constexpr std::size_t batch = 64;  // larger batches gain nothing
 
   std::size_t receive(frame_assembler& into, std::size_t most);
   void look_at_buffer();
