@@ -84,7 +84,7 @@ const char* name_of(packet_format format);
 
 // Flags of an extended header. A standard header has none.
 namespace packet_flags {
-constexpr std::uint16_t resendRangeError = 1U << 2;  // not all of the packets that were asked for are there
+constexpr std::uint16_t resendRangeError = 1U << 2;  // some of the requested packets are not available
 constexpr std::uint16_t previousBlockDropped = 1U << 1;
 constexpr std::uint16_t resent = 1U << 0;
 }  // namespace packet_flags

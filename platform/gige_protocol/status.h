@@ -41,12 +41,12 @@ constexpr bool is_error(status code) {
   return (static_cast<std::uint16_t>(code) & 0x8000U) != 0;
 }
 
-// How a camera that was asked for a packet again says that it does not have it.
-constexpr bool is_gone(status code) {  // nor will it ever
+// How a camera answers a resend request for a packet that it does not have.
+constexpr bool is_gone(status code) {  // for good
   return code == status::packet_unavailable || code == status::packet_and_previous_removed ||
          code == status::packet_removed;
 }
-constexpr bool is_late(status code) {  // but may have it when it is asked once more
+constexpr bool is_late(status code) {  // for now; a later request may succeed
   return code == status::packet_not_yet_available || code == status::packet_temporarily_unavailable;
 }
 

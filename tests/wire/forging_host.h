@@ -85,16 +85,15 @@ class forging_host {
         camera_(camera),
         receiver_(receiver),
         trailer_(trailer),
-        host_(number, [this] { forge(); }) {}
+        host_(std::in_place, number, [this] { forge(); }) {}
   ~forging_host() { stop(); }
 
-  // How many packets were sent.
+  // Packets sent so far, and all of them.
+  std::uint64_t count() const { return count_; }
   std::uint64_t stop() {
     isEnding_ = true;
-    if (!count_) {
-      count_ = sent_.get_future().get();
-    }
-    return *count_;
+    host_.reset();
+    return count_;
   }
 
  private:
@@ -102,18 +101,15 @@ class forging_host {
     using std::chrono::steady_clock;
     const gige::descriptor socket(::socket(AF_INET, SOCK_RAW, IPPROTO_RAW));
     const sockaddr_in to = gige::internet_address(receiver_.address, 0);
-    std::uint64_t count = 0;
     for (auto next = steady_clock::now(); !isEnding_; next += std::chrono::milliseconds(1)) {
       std::this_thread::sleep_until(next);
       for (int packet = 0; packet < 10; ++packet) {
-        const auto bytes = forged(count);
-        count += sendto(socket.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-                        sizeof to) > 0
-                     ? 1
-                     : 0;
+        const auto bytes = forged(count_);
+        const ssize_t sent = sendto(socket.get(), bytes.data(), bytes.size(), 0,
+                                    reinterpret_cast<const sockaddr*>(&to), sizeof to);
+        count_ += sent > 0 ? 1 : 0;
       }
     }
-    sent_.set_value(count);
   }
 
   // An IP packet.
@@ -164,9 +160,8 @@ class forging_host {
   const endpoint receiver_;
   const std::uint32_t trailer_;
   std::atomic<bool> isEnding_ = false;
-  std::promise<std::uint64_t> sent_;
-  std::optional<std::uint64_t> count_;
-  far_host host_;  // last, as its thread uses the others
+  std::atomic<std::uint64_t> count_ = 0;
+  std::optional<far_host> host_;  // last, as its thread uses the others
 };
 
 }  // namespace test

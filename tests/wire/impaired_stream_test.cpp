@@ -8,11 +8,13 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -71,7 +73,7 @@ std::vector<std::uint32_t> lost_packets(const path& of, std::uint64_t id) {
   return lost;
 }
 
-/// Whether the camera cannot bring that frame over, however often it is asked.
+/// Whether a packet of that frame can never arrive.
 bool must_break(const path& of, std::uint64_t id) {
   return std::ranges::any_of(lost_packets(of, id), [&](std::uint32_t packet) {
     return !of.asksAgain || gvcam::fate_of_resend(of.faults, id, packet, 1) == gvcam::resend_fate::refused;
@@ -323,10 +325,23 @@ TEST_P(on_both_transports, a_camera_that_was_silent_is_received_again_and_its_si
   EXPECT_EQ(health.frames_incomplete, 0U);
 }
 
+/// Packets that the system dropped before it knew whose they were, on the whole machine.
+std::uint64_t backlog_drops() {
+  std::ifstream file("/proc/net/softnet_stat");
+  std::uint64_t sum = 0;
+  for (std::string line; std::getline(file, line);) {
+    std::uint64_t processed = 0;
+    std::uint64_t dropped = 0;
+    std::istringstream(line) >> std::hex >> processed >> dropped;
+    sum += dropped;
+  }
+  return sum;
+}
+
 // The camera and the forger are hosts of their own; a bridge connects them with this one.
 TEST_P(on_both_transports, frames_are_right_while_another_host_forges_their_packets) {
   constexpr addresses onBridge{0x0a010002, 0x0a010001};
-  constexpr std::uint64_t frames = 200;
+  constexpr std::uint64_t forgedPackets = 20'000;
   set_up_camera({.name = "bridged"});
   ASSERT_TRUE(test::make_bridge());
   std::promise<void> isMade;
@@ -337,32 +352,44 @@ TEST_P(on_both_transports, frames_are_right_while_another_host_forges_their_pack
     isDone.get_future().wait();
     camera_.reset();
   });
+  const struct at_end {
+    std::promise<void>& isDone;
+    ~at_end() { isDone.set_value(); }
+  } end{isDone};  // also when an assertion ends the test
   isMade.get_future().wait();
-  start(GetParam(), false, onBridge);
-  std::uint64_t forged = 0;
-  {
-    test::forging_host forger(3, {onBridge.first, sourcePort_}, {onBridge.second, stream_.port()},
-                              packet_count(path_) - 1);
-    EXPECT_EQ(receive_up_to(frames).size(), frames);
-    forged = forger.stop();
-  }
-  // The last forged packets are still on their way through the receiver.
+  start(GetParam(), true, onBridge);
+  // A receiver that has no frame yet takes any frame for the first.
+  trigger();
+  trigger();
+  ASSERT_EQ(receive(), std::pair(std::uint64_t{1}, true));
+  test::forging_host forger(3, {onBridge.first, sourcePort_}, {onBridge.second, stream_.port()},
+                            packet_count(path_) - 1);
   record health{};
   const auto counted = [&] {
     stream_.read_health(health);
-    return health.packets_foreign + health.kernel_drops +
-           1;  // the last stray is counted with the packet behind it
+    return health.packets_foreign + health.kernel_drops + backlog_drops();
   };
-  for (const auto end = std::chrono::steady_clock::now() + 20s;
-       counted() < forged && std::chrono::steady_clock::now() < end;) {
+  // The bridge drops packets until it knows of the cable.
+  while (health.packets_foreign == 0) {
+    stream_.read_health(health);
+  }
+  const std::uint64_t countedBefore = counted();
+  const std::uint64_t forgedBefore = forger.count();
+  for (std::uint64_t id = 2; forger.count() < forgedBefore + forgedPackets; ++id) {
+    trigger();
+    ASSERT_EQ(receive(), std::pair(id, true));
+  }
+  const std::uint64_t forged = forger.stop();
+  // The last packet is counted with the one behind it, and that is one of the camera's.
+  trigger();
+  for (const auto limit = std::chrono::steady_clock::now() + 20s;
+       counted() - countedBefore < forged - forgedBefore && std::chrono::steady_clock::now() < limit;) {
     std::this_thread::sleep_for(1ms);
   }
+  EXPECT_GE(counted() - countedBefore, forged - forgedBefore);
   health = end_and_read_health();
-  EXPECT_GT(forged, 0U);
   EXPECT_LE(health.packets_foreign, forged);
-  EXPECT_GE(health.packets_foreign + health.kernel_drops, forged);
-  EXPECT_EQ(health.packets_duplicate, 0U);
-  isDone.set_value();
+  EXPECT_LE(health.packets_duplicate, health.packets_requested);
 }
 
 INSTANTIATE_TEST_SUITE_P(over, on_both_transports, testing::ValuesIn(transports), [](const auto& of) {

@@ -8,9 +8,9 @@
 // Two frames are in progress at most, the newest one and the one before it, since the end of the one and the
 // start of the other may interleave. A frame ends when its last missing packet arrives, when all that it
 // lacks is written off, when it takes too long, or when the frame after the next begins. A missing packet is
-// written off when the camera does not have it, or when it does not come and may not be asked for any more;
+// written off when the camera does not have it, or when it does not arrive and no request is left;
 // never before the camera has sent it. When packet 40 of a frame is the last that came, packet 41 may be lost
-// or still to be sent: it is asked for after a while, but given up only once a later packet or the next frame
+// or still to be sent: it is requested after a while, but given up only once a later packet or the next frame
 // has come.
 //
 // An id that is not the next one moves the stream only when two packets of it with successive numbers follow

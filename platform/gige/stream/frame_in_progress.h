@@ -44,8 +44,8 @@ class frame_in_progress {
                      std::size_t bodyBytes, moment now);
 
   // Asks for what is missing of the packets that were sent. A packet was sent when a later one of the frame
-  // came without request, or when a later frame has begun. Until then a camera that was asked for it may
-  // answer that it does not have it, and send it all the same.
+  // arrived without request, or when a later frame has begun. Until then, a camera that gets a request for it
+  // may answer that it does not have it, and send it all the same.
   void request_gaps(moment now);
   // A later frame has begun, so that all packets of this one were sent.
   void request_rest(moment now);

@@ -19,9 +19,9 @@ struct assembly_setup {
   std::uint32_t packetBytes = 0;  // with IP and UDP headers, as the camera's register counts
   gige_protocol::id_mode ids = gige_protocol::id_mode::standard;
   bool cameraResends = false;          // it announces packet resend
-  std::uint32_t maxPacketResends = 0;  // packets of one frame that are asked for, repetitions counted
-  std::chrono::nanoseconds
-      resendTimeout{};                      // the longest wait for a packet that is missing, or was asked for
+  std::uint32_t maxPacketResends = 0;  // packets of one frame that are requested; repetitions count
+  // The longest wait for a missing packet before it is requested again, or for the rest of a silent frame.
+  std::chrono::nanoseconds resendTimeout{};
   std::chrono::nanoseconds frameTimeout{};  // from a frame's first packet to its end
   std::size_t largestBatch = 64;            // datagrams that are predicted or accepted at once
 };

@@ -1,4 +1,5 @@
-// What frame assembly needs of whoever runs it: memory for frames, a taker for them, and a way to the camera.
+// What frame assembly needs of its owner: memory for frames, a receiver of frames, and requests to the
+// camera.
 #ifndef PLATFORM_GIGE_STREAM_FRAME_OWNER_H
 #define PLATFORM_GIGE_STREAM_FRAME_OWNER_H
 
@@ -7,7 +8,7 @@
 
 namespace gige {
 
-// A time on the owner's clock, which is only compared and added to.
+// A time on the owner's clock.
 using moment = std::chrono::steady_clock::time_point;
 
 enum class frame_outcome : std::uint8_t {
@@ -35,7 +36,7 @@ struct ended_frame {
   frame_refusal refusal{};        // of a refused frame
 };
 
-// Packets of one frame to be asked for again, `first` to `last` including both.
+// Packets `first` to `last` of one frame, both included.
 struct packet_range {
   std::uint64_t blockId = 0;
   std::uint32_t first = 0;
@@ -52,13 +53,13 @@ class frame_owner {
   // then followed to its end and dropped. Asked for up to one frame ahead.
   virtual std::uint8_t* lend() = 0;
 
-  // Memory comes back that no frame came to use.
+  // Takes back memory that no frame has used.
   virtual void take_back(std::uint8_t* place) = 0;
 
   // A frame ended. Called in the order of ids; its memory comes back with it.
   virtual void end(const ended_frame& frame) = 0;
 
-  // Sends a request to the camera, in the form that the stream's ids have.
+  // Requests these packets of the camera again.
   virtual void request(const packet_range& packets) = 0;
 
  protected:

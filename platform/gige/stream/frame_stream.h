@@ -74,7 +74,7 @@ class frame_stream {
   //   std::invalid_argument  a setup that cannot be: pixels that do not fit into payloadBytes, a packet
   //                          without room for payload; the text names the value and what would be right
   //   std::bad_alloc         framesBuffered frames exceed memoryLimitBytes, or the machine
-  //   std::system_error      the system refuses a socket, or a packet ring that was asked for by name
+  //   std::system_error      the system refuses a socket, or a packet ring that the setup demands
   // and leaves the stream as it was before the first `prepare`.
   void prepare(const stream_setup& setup);
   bool prepared() const;

@@ -48,9 +48,9 @@ stream_socket::stream_socket(std::uint32_t own, std::uint32_t camera)
 }
 
 std::uint32_t stream_socket::request_buffer(std::uint32_t bytes) {
-  const int asked = static_cast<int>(bytes);
-  if (setsockopt(get(), SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked) != 0) {
-    set_option(get(), SO_RCVBUF, asked);
+  const int requested = static_cast<int>(bytes);
+  if (setsockopt(get(), SOL_SOCKET, SO_RCVBUFFORCE, &requested, sizeof requested) != 0) {
+    set_option(get(), SO_RCVBUF, requested);
   }
   bufferBytes_ = memory_of(get())[SK_MEMINFO_RCVBUF] / 2;  // the other half is for the system's own use
   return bufferBytes_;
