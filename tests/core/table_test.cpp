@@ -38,7 +38,6 @@ thread_local int allocationsLeft = -1;
 namespace test {
 namespace {
 
-using Zavik::Support::rw_table;
 using Zavik::Support::table;
 using Zavik::Support::Table__Create;
 

@@ -148,8 +148,12 @@ TEST_F(ir_outputs, take_the_camera_as_it_is) {
     }
     seen();
     EXPECT_EQ(raised([&] { setup(irBox, sweep(500, 1)); }), "internal_error");
-    const std::string fail = "1 gev_irpin.setup: fail: INodeMap::GetNode (name:" + missing + ")\n";
-    EXPECT_EQ(seen(), "\n4 gev_irbox.setup: exec" + writes + fail);
+    std::string expected = "\n4 gev_irbox.setup: exec";
+    expected.append(writes)
+        .append("1 gev_irpin.setup: fail: INodeMap::GetNode (name:")
+        .append(missing)
+        .append(")\n");
+    EXPECT_EQ(seen(), expected);
   }
   nodeMap = nullptr;
   EXPECT_EQ(raised([&] { setup(irBox, sweep(500, 1)); }), "internal_error");

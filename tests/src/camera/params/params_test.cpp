@@ -195,7 +195,7 @@ TEST_F(params, narrow_to_32_bits_or_fail) {
            {"4294967296", "1 fail: static_cast (name:OffsetX, value:4294967296, max-value:4294967295)"},
            {"4294967295", "4 done: name:OffsetX, value:4294967295"}}) {
     sim::set_feature("CAM1", "OffsetX", value);
-    EXPECT_EQ(raised([&] { EXPECT_EQ(param.getValueUint32(), std::stoull(value)); }),
+    EXPECT_EQ(raised([&, &text = value] { EXPECT_EQ(param.getValueUint32(), std::stoull(text)); }),
               outcome[0] == '4' ? "none" : "external_error");
     EXPECT_EQ(logged(),
               "\n" + outcome.substr(0, 2) + "int64_param.getValueUint32: " + outcome.substr(2) + "\n");
