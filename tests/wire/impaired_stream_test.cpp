@@ -264,6 +264,13 @@ class free_running : public stepwise {
   }
 };
 
+// A sanitized camera cannot answer at these rates.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool isSanitized = true;
+#else
+constexpr bool isSanitized = false;
+#endif
+
 TEST_P(free_running, loses_few_frames_besides_those_that_cannot_be_brought_over) {
   start(std::get<path>(GetParam()), std::get<transport_choice>(GetParam()), false);
   const std::uint64_t frames = 2 * path_.framesPerSecond;
@@ -275,7 +282,9 @@ TEST_P(free_running, loses_few_frames_besides_those_that_cannot_be_brought_over)
     EXPECT_FALSE(mustBreak && whole.contains(id)) << "frame " << id;
     broken += !mustBreak && !whole.contains(id) ? 1 : 0;
   }
-  EXPECT_LE(broken, frames * path_.mostBroken / 100 + health.packets_duplicate + health.kernel_drops);
+  if (!isSanitized) {
+    EXPECT_LE(broken, frames * path_.mostBroken / 100 + health.packets_duplicate + health.kernel_drops);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
