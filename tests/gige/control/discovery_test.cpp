@@ -126,8 +126,10 @@ TEST_F(discovery, gives_a_camera_an_address) {
             "camera 00:00:0a:09:00:09, asked to take the address 10.1.0.2, keeps its address 10.9.0.9");
   network.locked([&] { record.ip = one; });
   EXPECT_NO_THROW(force());
-  network.locked([&] { result = protocol::status::invalid_parameter; });
-  record.ip = foreign;
+  network.locked([&] {
+    result = protocol::status::invalid_parameter;
+    record.ip = foreign;
+  });
   EXPECT_EQ(raised<gige::refused>(force),
             "camera 00:00:0a:09:00:09 refuses the address 10.1.0.2: invalid parameter");
   network.follow({});
